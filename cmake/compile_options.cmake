@@ -1,0 +1,32 @@
+# Options of every target of this project, and those of the library alone.
+
+find_package(Threads REQUIRED)
+
+set(OSTRUM_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wcast-align
+    -Wformat=2 -Wundef -Wnull-dereference -Werror)
+add_library(ostrum_options INTERFACE)
+target_compile_options(ostrum_options INTERFACE
+    ${OSTRUM_WARNINGS} -fno-omit-frame-pointer
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast -Wextra-semi
+        -Wno-missing-field-initializers>) # designated initialisers leave the rest at their defaults
+
+# A relative source path in every build: file names in output and in messages do not depend on where
+# the tree was checked out.
+target_compile_options(ostrum_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+
+if(OSTRUM_SANITIZE)
+    add_compile_options(-fsanitize=${OSTRUM_SANITIZE} -fno-sanitize-recover=all -g)
+    add_link_options(-fsanitize=${OSTRUM_SANITIZE})
+endif()
+if(OSTRUM_COVERAGE)
+    add_compile_options(--coverage)
+    add_link_options(--coverage)
+endif()
+
+# The library itself: no exceptions, no run-time types, nothing visible that is not exported.
+add_library(ostrum_library_options INTERFACE)
+target_link_libraries(ostrum_library_options INTERFACE ostrum_options Threads::Threads)
+target_compile_options(ostrum_library_options INTERFACE
+    -fvisibility=hidden $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fvisibility-inlines-hidden>)
+target_include_directories(ostrum_library_options INTERFACE
+    ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/source ${PROJECT_SOURCE_DIR}/platform/include)
