@@ -1,0 +1,249 @@
+#include "os/os_calls.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <linux/futex.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace ostrum::os {
+
+namespace {
+
+constexpr int64_t ns_per_s = 1'000'000'000;
+
+int64_t read_clock(clockid_t clock)
+{
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<int64_t>(now.tv_sec) * ns_per_s + now.tv_nsec;
+}
+
+timespec as_timespec(int64_t duration_tv)
+{
+    return {static_cast<time_t>(duration_tv / ns_per_s), static_cast<long>(duration_tv % ns_per_s)};
+}
+
+// A host that closed its standard descriptors must not find our files under their numbers.
+int moved_above_standard(int fd)
+{
+    if (fd < 0 || fd > STDERR_FILENO) {
+        return fd;
+    }
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    close(fd);
+    errno = error;
+    return moved;
+}
+
+} // namespace
+
+int64_t realtime_ns()
+{
+    return read_clock(CLOCK_REALTIME);
+}
+
+int64_t monotonic_ns()
+{
+    return read_clock(CLOCK_MONOTONIC);
+}
+
+bool wall_clock(timeval& now)
+{
+    return gettimeofday(&now, nullptr) == 0;
+}
+
+time_t wall_seconds()
+{
+    return time(nullptr);
+}
+
+bool local_time(time_t seconds, tm& fields)
+{
+    return localtime_r(&seconds, &fields) != nullptr;
+}
+
+time_t calendar_seconds(tm& fields)
+{
+    return mktime(&fields);
+}
+
+void sleep_ns(int64_t duration_tv)
+{
+    const timespec duration = as_timespec(duration_tv);
+    nanosleep(&duration, nullptr);
+}
+
+void* allocate_zeroed(size_t bytes)
+{
+    return calloc(1, bytes);
+}
+
+void* reallocate(void* block, size_t bytes)
+{
+    return realloc(block, bytes);
+}
+
+char* duplicate(const char* text)
+{
+    return strdup(text);
+}
+
+void release(void* block)
+{
+    free(block);
+}
+
+int open_file(const char* path, int flags, mode_t mode)
+{
+    return moved_above_standard(open(path, flags | O_CLOEXEC, mode));
+}
+
+int close_file(int fd)
+{
+    return close(fd);
+}
+
+ssize_t read_file(int fd, void* bytes, size_t count)
+{
+    return read(fd, bytes, count);
+}
+
+ssize_t write_file(int fd, const void* bytes, size_t count)
+{
+    return write(fd, bytes, count);
+}
+
+off_t seek_file(int fd, off_t offset, int whence)
+{
+    return lseek(fd, offset, whence);
+}
+
+int reserve_blocks(int fd, off_t offset, off_t length)
+{
+    return posix_fallocate(fd, offset, length);
+}
+
+int lock_range(int fd, int command, struct flock& range)
+{
+    return fcntl(fd, command, &range);
+}
+
+int status_of_path(const char* path, struct stat& status)
+{
+    return stat(path, &status);
+}
+
+int status_of_file(int fd, struct stat& status)
+{
+    return fstat(fd, &status);
+}
+
+int unlink_path(const char* path)
+{
+    return unlink(path);
+}
+
+int rename_path(const char* from, const char* to)
+{
+    return rename(from, to);
+}
+
+void* map_shared(size_t bytes, int fd)
+{
+    void* address = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    return address == MAP_FAILED ? nullptr : address;
+}
+
+int unmap(void* address, size_t bytes)
+{
+    return munmap(address, bytes);
+}
+
+int32_t process_id()
+{
+    return getpid();
+}
+
+const char* environment(const char* name)
+{
+    return getenv(name);
+}
+
+int resource_usage(rusage& usage)
+{
+    return getrusage(RUSAGE_SELF, &usage);
+}
+
+int install_signal_action(int signal_number, const struct sigaction& action)
+{
+    return sigaction(signal_number, &action, nullptr);
+}
+
+int signal_mask(int how, const sigset_t* set, sigset_t* old)
+{
+    return pthread_sigmask(how, set, old);
+}
+
+bool signal_pending(int signal_number)
+{
+    sigset_t pending;
+    return sigpending(&pending) == 0 && sigismember(&pending, signal_number) == 1;
+}
+
+void discard_pending_signal(int signal_number)
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal_number);
+    const timespec at_once{};
+    sigtimedwait(&set, nullptr, &at_once);
+}
+
+int wait_for_descriptors(int n, fd_set* read_set, fd_set* write_set, fd_set* except_set, timeval* timeout)
+{
+    return select(n, read_set, write_set, except_set, timeout);
+}
+
+void* global_symbol(const char* name)
+{
+    return dlsym(RTLD_DEFAULT, name);
+}
+
+int at_exit(void (*handler)())
+{
+    return atexit(handler);
+}
+
+void end_process(int status)
+{
+    exit(status);
+}
+
+int at_fork_in_child(void (*handler)())
+{
+    return pthread_atfork(nullptr, nullptr, handler);
+}
+
+int create_thread_key(pthread_key_t& key, void (*destructor)(void*))
+{
+    return pthread_key_create(&key, destructor);
+}
+
+void wait_on_word(uint32_t* word, uint32_t expected, int64_t timeout_tv)
+{
+    const timespec limit = as_timespec(timeout_tv);
+    syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, timeout_tv < 0 ? nullptr : &limit, nullptr, 0);
+}
+
+void wake_one(uint32_t* word)
+{
+    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
+} // namespace ostrum::os
