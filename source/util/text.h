@@ -1,0 +1,18 @@
+#ifndef OSTRUM_UTIL_TEXT_H
+#define OSTRUM_UTIL_TEXT_H
+#include <cstddef>
+
+extern "C" {
+// Change the case of ASCII letters in place, whatever the locale; return the same text, null for null.
+char* str_toupper(char* text);
+char* str_tolower(char* text);
+}
+
+namespace ostrum {
+
+// Copies a text into a fixed field: cut to out_bytes - 1 characters, always terminated; null is the empty
+// text. Bytes behind the terminator are left as they are; a field of no bytes is left alone.
+void copy_text(char* out, size_t out_bytes, const char* text);
+
+} // namespace ostrum
+#endif

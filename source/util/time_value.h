@@ -1,0 +1,23 @@
+#ifndef OSTRUM_UTIL_TIME_VALUE_H
+#define OSTRUM_UTIL_TIME_VALUE_H
+// Units of time values, which are nanoseconds; the functions on them are in ostrum_util.h.
+#include "ostrum_util.h"
+
+namespace ostrum {
+
+inline constexpr int64_t tv_per_s = 1'000'000'000;
+inline constexpr int64_t tv_per_ms = 1'000'000;
+inline constexpr int64_t tv_per_us = 1'000;
+
+// Given to ostrum_fmt_tv() in place of a time: the current one.
+inline constexpr int64_t now_tv = -1;
+
+// Format codes of ostrum_fmt_tv() that the library itself uses.
+inline constexpr uint32_t format_seconds_ms = 3;
+inline constexpr uint32_t format_seconds_us = 6;
+inline constexpr uint32_t format_seconds_ns = 9;
+inline constexpr uint32_t format_day_first_us = 22;
+inline constexpr uint32_t format_year_first_us = 38;
+
+} // namespace ostrum
+#endif

@@ -1,0 +1,197 @@
+#include "host_abi/host_services.h"
+#include "support/fake_os.h"
+#include "util/time_value.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include <gtest/gtest.h>
+
+// The platform's services for its users, absent in the build of this test without it.
+extern "C" {
+QEL_API double nmu_decimal_to_double(const nmu_decimal_t* d);
+QEL_API void nmu_decimal_destroy(nmu_decimal_t* d);
+}
+
+namespace {
+
+using fake_os::call;
+
+constexpr int64_t afternoon_tv = 1'763'212'641'123'456'789; // 2025/11/15 13:17:21 UTC
+
+class TimeTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        setenv("TZ", "UTC", 1);
+        tzset();
+        fake_os::reset();
+    }
+    void TearDown() override { fake_os::reset(); }
+};
+
+std::string formatted(int64_t tv, uint32_t code)
+{
+    char buf[64];
+    EXPECT_EQ(ostrum_fmt_tv(tv, buf, sizeof(buf), code), buf);
+    return buf;
+}
+
+struct format_case {
+    int64_t tv;
+    uint32_t code;
+    const char* text;
+};
+
+TEST_F(TimeTest, EveryFormAndItsOddities)
+{
+    const format_case cases[] = {
+        {12'345'678'901, 0, "12"},
+        {12'345'678'901, 3, "12.345"},
+        {12'345'678'901, 6, "12.345678"},
+        {12'005'678'901, 0xFFFFFE03, "12.005"}, // unknown bits
+        {afternoon_tv, 9, "1763212641.123456789"},
+        {afternoon_tv, 0x10, "15/11/2025 13:17:21"},
+        {afternoon_tv, 22, "15/11/2025 13:17:21.123456"},
+        {afternoon_tv, 0x20, "2025/11/15 13:17:21"},
+        {afternoon_tv, 38, "2025/11/15 13:17:21.123456"},
+        {afternoon_tv, 0x30, "15112025131721"},
+        {afternoon_tv, 0x40, "20251115131721"},
+        {afternoon_tv, 0x143, "20251115131721.123"},
+        {1'234'500'000'000, 0x109, "1,234.500000000"},
+        {999'000'000'000, 0x109, "999.000000000"},
+        {1'000'000'000'000, 0x100, "1,000"},
+        {2'147'483'648 * ostrum::tv_per_s, 0, "-2147483648"},
+        {1'234'567, 0x53, "1234.567"},
+        {1'500, 0x53, "1.000"},
+        {42, 0x53, "0.042"},
+        {42, 0x50, "42"},
+        {42, 0x5A, "0.0000000042"},
+        {INT64_MAX, 0x150, "9,223,372,036,854,775,807"},
+        {1, 0x0A, "bad format"},
+        {1, 0x1A, "bad format"},
+        {1, 0x60, "bad format"},
+        {1, 0xF0, "bad format"},
+    };
+    for (const format_case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.tv << " with code 0x" << std::hex << c.code);
+        EXPECT_EQ(formatted(c.tv, c.code), c.text);
+    }
+}
+
+TEST_F(TimeTest, NegativeMeansNowInMicroseconds)
+{
+    fake_os::freeze_clock(afternoon_tv);
+    EXPECT_EQ(formatted(-1, 38), "2025/11/15 13:17:21.123456");
+    EXPECT_EQ(formatted(-7'000'000'000, 9), "1763212641.123456000");
+    EXPECT_EQ(linux_gethrtime(), static_cast<uint64_t>(afternoon_tv));
+    EXPECT_EQ(ostrum_now_tv(), afternoon_tv);
+}
+
+TEST_F(TimeTest, FailingClockAndCalendarGiveBadFormat)
+{
+    fake_os::fail(call::wall_clock, 1, EFAULT);
+    EXPECT_EQ(formatted(-1, 6), "bad format");
+    fake_os::fail(call::local_time, 1, EOVERFLOW);
+    EXPECT_EQ(formatted(afternoon_tv, 22), "bad format");
+    EXPECT_EQ(formatted(afternoon_tv, 22), "15/11/2025 13:17:21.123456");
+}
+
+TEST_F(TimeTest, TextIsCutToTheBuffer)
+{
+    char buf[32];
+    for (const int32_t len : {0, 1, 2, 5, 12, 13, -3}) {
+        SCOPED_TRACE(len);
+        memset(buf, '#', sizeof(buf));
+        ostrum_fmt_tv(1'234'500'000'000, buf, len, 0x106);
+        const size_t kept = len > 0 ? static_cast<size_t>(len) : 0;
+        const std::string whole = "1,234.500000";
+        EXPECT_EQ(std::string(buf, kept), (whole.substr(0, kept == 0 ? 0 : kept - 1) + '\0').substr(0, kept));
+        EXPECT_EQ(buf[kept], '#');
+    }
+    const char* shared = ostrum_fmt_tv(12'345'678'901, nullptr, 3, 9);
+    EXPECT_STREQ(shared, "12.345678901");
+}
+
+TEST_F(TimeTest, PercentagesAndGroupedNumbers)
+{
+    char buf[32] = "";
+    EXPECT_STREQ(ostrum_fmt_pct_tv(1, 3, buf, sizeof(buf), 2), "33.33");
+    EXPECT_STREQ(ostrum_fmt_pct_tv(1, 0, buf, sizeof(buf), 2), "0.00");
+    EXPECT_STREQ(ostrum_fmt_pct_tv(2, 3, buf, sizeof(buf), 0), "67");
+    EXPECT_EQ(ostrum_fmt_pct_tv(1, 3, nullptr, 32, 2), nullptr);
+
+    const std::pair<int64_t, const char*> numbers[] = {
+        {0, "0"},
+        {999, "999"},
+        {-999, "-999"},
+        {1'000, "1,000"},
+        {-1'234, "-1,234"},
+        {1'234'567, "1,234,567"},
+        {1'000'000'007, "1,000,000,007"},
+        {INT64_MIN, "-9,223,372,036,854,775,808"},
+    };
+    for (const auto& [value, text] : numbers) {
+        EXPECT_EQ(ostrum_fmt_int_with_commas(value, buf, sizeof(buf)), strlen(text));
+        EXPECT_STREQ(buf, text);
+    }
+}
+
+struct parse_case {
+    const char* text;
+    int64_t tv;
+    const char* line; // end of the diagnostic line, null = none
+};
+
+TEST_F(TimeTest, ParsesSecondsWithFraction)
+{
+    const parse_case cases[] = {
+        {nullptr, 0, nullptr},
+        {"", 0, nullptr},
+        {"5", 5'000'000'000, nullptr},
+        {" +5", 5'000'000'000, nullptr},
+        {"1.", 1'000'000'000, nullptr},
+        {"1.5", 1'500'000'000, nullptr},
+        {"1.05", 1'050'000'000, nullptr},
+        {"1.50", 1'500'000'000, nullptr},
+        {"0.000001", 1'000, nullptr},
+        {"1.123456789", 1'123'456'789, nullptr},
+        {"1.0123456789", 1'012'345'678, nullptr},
+        {"1.00000000000000000000000000000000000000005", 1'000'000'000, nullptr},
+        {"9223372036.854775807", INT64_MAX, nullptr},
+        {"x", -1, "ostrum_string_to_tv : invalid characters in string[x] at[x]\n"},
+        {"2.x", -1, "ostrum_string_to_tv : invalid characters in string[2.x] at[x]\n"},
+        {"2 s", -1, "ostrum_string_to_tv : invalid characters in string[2 s] at[ s]\n"},
+        {"2.01s", -1, "ostrum_string_to_tv : invalid characters in string[2.01s] at[s]\n"},
+        {"1.1234567890", -1, "ostrum_string_to_tv : str[1.1234567890] has too many decimal digits\n"},
+        {"1.99999999999999999999", -1,
+         "ostrum_string_to_tv : str[1.99999999999999999999] has too many decimal digits\n"},
+        {"9223372036.854775808", -1, "ostrum_string_to_tv : str[9223372036.854775808] is out of range\n"},
+        {"99999999999999999999", -1, "ostrum_string_to_tv : str[99999999999999999999] is out of range\n"},
+    };
+    for (const parse_case& c : cases) {
+        SCOPED_TRACE(c.text != nullptr ? c.text : "(null)");
+        int64_t tv = -2;
+        const std::string written = fake_os::captured_stderr([&] { tv = ostrum_string_to_tv(c.text); });
+        EXPECT_EQ(tv, c.tv);
+        const size_t message = written.find("ostrum_string_to_tv");
+        EXPECT_EQ(message == std::string::npos ? "" : written.substr(message),
+                  c.line != nullptr ? c.line : "");
+    }
+}
+
+TEST_F(TimeTest, DecimalNeedsThePlatform)
+{
+    EXPECT_DOUBLE_EQ(ostrum_tv_to_double(-1'500'000'000), -1.5);
+    auto* decimal = static_cast<nmu_decimal_t*>(ostrum_tv_to_decimal(1'500'000'000));
+    ASSERT_EQ(decimal != nullptr, nmu_decimal_from_double != nullptr);
+    if (decimal != nullptr) {
+        EXPECT_DOUBLE_EQ(nmu_decimal_to_double(decimal), 1.5);
+        nmu_decimal_destroy(decimal);
+    }
+}
+
+} // namespace
