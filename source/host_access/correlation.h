@@ -1,0 +1,8 @@
+#ifndef OSTRUM_HOST_ACCESS_CORRELATION_H
+#define OSTRUM_HOST_ACCESS_CORRELATION_H
+
+extern "C" {
+// The calling thread's correlation id; borrowed; "" where the host gives none.
+const char* perf_get_correlation_id(void);
+}
+#endif

@@ -1,0 +1,68 @@
+#include "host_access/opcode_names.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+#include "host_access/bindings.h"
+
+using ostrum::host_bindings;
+
+namespace {
+
+// Operations of the library itself rather than of the host. -3 has no name.
+struct virtual_operation {
+    int32_t opcode;
+    const char* name;
+};
+constexpr virtual_operation virtual_operations[] = {{-1, "VRT_OP_OVERHEAD"},
+                                                    {-2, "VRT_OP_ELAPSED"},
+                                                    {-4, "VRT_OP_CONTEXT_OPEN"},
+                                                    {-5, "VRT_OP_CONTEXT_CLOSE"},
+                                                    {-6, "VRT_OP_TRANSACTION"}};
+
+bool is_empty(const char* text)
+{
+    return text == nullptr || *text == '\0';
+}
+
+const char* host_name(int32_t opcode)
+{
+    const auto service = ostrum::host_service(&ostrum::host_bindings::opcode_to_opname);
+    return opcode > 0 && service != nullptr ? service(opcode) : nullptr;
+}
+
+} // namespace
+
+const char* get_opname(int32_t opcode, const char* fallback)
+{
+    const auto* row = std::find_if(std::begin(virtual_operations), std::end(virtual_operations),
+                                   [opcode](const virtual_operation& v) { return v.opcode == opcode; });
+    if (row != std::end(virtual_operations)) {
+        return row->name;
+    }
+    constexpr char unknown[] = "unknown";
+    const char* name = host_name(opcode);
+    const bool known = name != nullptr && strncmp(name, unknown, sizeof(unknown) - 1) != 0;
+    if (known) {
+        return name;
+    }
+    if (!is_empty(fallback)) {
+        return fallback;
+    }
+    return name != nullptr ? name : "unknown_operation";
+}
+
+int32_t get_opnum(const char* text)
+{
+    if (is_empty(text)) {
+        return 0;
+    }
+    const auto number = static_cast<int32_t>(strtol(text, nullptr, 10));
+    if (number != 0) {
+        return number;
+    }
+    const auto service = ostrum::host_service(&ostrum::host_bindings::opname_to_opcode);
+    return service != nullptr ? service(text) : 0;
+}

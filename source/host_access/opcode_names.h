@@ -1,0 +1,12 @@
+#ifndef OSTRUM_HOST_ACCESS_OPCODE_NAMES_H
+#define OSTRUM_HOST_ACCESS_OPCODE_NAMES_H
+#include <cstdint>
+
+extern "C" {
+// Name of an operation: the fixed names of the virtual operations -1, -2, -4, -5 and -6, else the
+// host's, else the fallback when it is not empty, else "unknown_operation". Never null; borrowed.
+const char* get_opname(int32_t opcode, const char* fallback);
+// Number of an operation given as a number or a name; 0 when it is neither.
+int32_t get_opnum(const char* text);
+}
+#endif
