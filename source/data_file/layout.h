@@ -1,0 +1,96 @@
+#ifndef OSTRUM_DATA_FILE_LAYOUT_H
+#define OSTRUM_DATA_FILE_LAYOUT_H
+// The data file, byte for byte. An external format: monitoring tools map the same file. All integers
+// are little-endian; numbers of 32 bits stand zero-extended in 64-bit words, line numbers sign-extended.
+#include <cstddef>
+#include <cstdint>
+
+#include <pthread.h>
+
+namespace ostrum {
+
+inline constexpr size_t text_bytes = 128; // fixed texts, with their terminator
+inline constexpr size_t variable_value_bytes = 1024;
+inline constexpr uint64_t max_counters = 4096;
+inline constexpr uint64_t max_variables = 512;
+inline constexpr uint64_t max_errors = 8192;
+
+struct lock_slot {
+    int64_t fd;            // advisory method: descriptor in the process that initialised the slot
+    int64_t offset;        // advisory method: the slot's own offset, start of the locked bytes
+    pthread_mutex_t mutex; // mutex method: process-shared
+    const char* name;      // address in the initialising process; diagnostics only, never followed
+};
+static_assert(sizeof(lock_slot) == 64 && offsetof(lock_slot, mutex) == 16);
+
+struct counter_entry {
+    lock_slot lock;
+    char opname[text_bytes]; // part of the key only when opcode is 0
+    char program[text_bytes];
+    char fname[text_bytes];
+    char obj_type[text_bytes];
+    uint64_t opcode;
+    uint64_t opflags;
+    int64_t lineno;
+    uint64_t recs;
+    uint64_t calls;
+    uint64_t errors;
+    uint64_t total_t; // ns
+    uint64_t u_cpu_t; // ns
+    uint64_t s_cpu_t; // ns
+    int64_t db_number;
+};
+static_assert(sizeof(counter_entry) == 656 && offsetof(counter_entry, db_number) == 648);
+
+struct variable_entry {
+    lock_slot lock;
+    char name[text_bytes];
+    char value[variable_value_bytes];
+};
+static_assert(sizeof(variable_entry) == 1216);
+
+struct error_entry {
+    int64_t dbno;
+    uint64_t opcode;
+    char opname[text_bytes];
+    char program[text_bytes];
+    uint64_t err_class;
+    uint64_t location;
+    uint64_t errnum;
+    uint64_t errcnt;
+};
+static_assert(sizeof(error_entry) == 304);
+
+struct process_metrics_area {
+    uint64_t words[26];
+};
+
+inline constexpr size_t is_dm_word = 7; // survives every reset
+
+struct data_file_image {
+    char signature[32];
+    lock_slot locks[5]; // indexed by data_file_lock_type
+    uint64_t pid;
+    uint64_t reserved;
+    counter_entry counters[max_counters];
+    uint64_t counter_count;
+    variable_entry variables[max_variables];
+    uint64_t variable_count;
+    int64_t variables_modified_tv;
+    error_entry errors[max_errors];
+    uint64_t error_count;
+    process_metrics_area metrics;
+};
+static_assert(offsetof(data_file_image, locks) == 32);
+static_assert(offsetof(data_file_image, pid) == 352);
+static_assert(offsetof(data_file_image, counters) == 368);
+static_assert(offsetof(data_file_image, counter_count) == 2'687'344);
+static_assert(offsetof(data_file_image, variables) == 2'687'352);
+static_assert(offsetof(data_file_image, variable_count) == 3'309'944);
+static_assert(offsetof(data_file_image, errors) == 3'309'960);
+static_assert(offsetof(data_file_image, error_count) == 5'800'328);
+static_assert(offsetof(data_file_image, metrics) == 5'800'336);
+static_assert(sizeof(data_file_image) == 5'800'544);
+
+} // namespace ostrum
+#endif

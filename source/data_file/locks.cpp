@@ -1,0 +1,245 @@
+#include "data_file/locks.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <iterator>
+
+#include "config/settings.h"
+#include "data_file/errno_keeper.h"
+#include "data_file/stuck_locks.h"
+#include "os/os_calls.h"
+#include "util/diagnostics.h"
+
+namespace ostrum {
+
+namespace {
+
+constexpr int64_t slice_tv = 20'000'000;
+constexpr int64_t locked_bytes = 64;
+constexpr std::array header_lock_names{"trace_file_mutex", "alarm_file_mutex", "rt_structs_mutex",
+                                       "lip_list_mutex", "process_metrics_mutex"};
+
+bool advisory_method()
+{
+    return configured().locks == lock_method::advisory_file_lock;
+}
+
+int32_t apply_record_lock(int32_t fd, int64_t offset, int command, short type)
+{
+    struct flock range {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    range.l_start = offset;
+    range.l_len = locked_bytes;
+    while (os::lock_range(fd, command, range) != 0) {
+        if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+// Default type, shared between processes, and nothing else: not robust (kept: part of the file format).
+class shared_mutex_attributes {
+public:
+    shared_mutex_attributes()
+    {
+        pthread_mutexattr_init(&attributes_);
+        pthread_mutexattr_setpshared(&attributes_, PTHREAD_PROCESS_SHARED);
+    }
+    ~shared_mutex_attributes() { pthread_mutexattr_destroy(&attributes_); }
+    shared_mutex_attributes(const shared_mutex_attributes&) = delete;
+    shared_mutex_attributes& operator=(const shared_mutex_attributes&) = delete;
+
+    [[nodiscard]] const pthread_mutexattr_t* get() const { return &attributes_; }
+
+private:
+    pthread_mutexattr_t attributes_{};
+};
+
+// The word of a mutex that names its kind.
+int kind_of(const pthread_mutex_t& mutex)
+{
+    return __atomic_load_n(&mutex.__data.__kind, __ATOMIC_RELAXED);
+}
+
+// The kinds that the library's own mutexes have in this process: the first use may add a mark to a fresh
+// one, where lock elision is switched on.
+struct mutex_kinds {
+    int fresh;
+    int used;
+};
+
+mutex_kinds kinds_made_here()
+{
+    pthread_mutex_t sample;
+    pthread_mutex_init(&sample, shared_mutex_attributes().get());
+    const int fresh = kind_of(sample);
+    pthread_mutex_lock(&sample);
+    pthread_mutex_unlock(&sample);
+    const int used = kind_of(sample);
+    pthread_mutex_destroy(&sample);
+    return {fresh, used};
+}
+
+// Any other kind has rules that foreign bytes can turn into a crash of the host or a wait without end.
+bool usable(const pthread_mutex_t& mutex)
+{
+    static const mutex_kinds ours = kinds_made_here();
+    const int kind = kind_of(mutex);
+    return kind == ours.fresh || kind == ours.used;
+}
+
+// On the clock that nobody sets, where the build allows it: ThreadSanitizer does not see that this call
+// locks, so it gets the older one.
+bool lock_within(pthread_mutex_t& mutex, int64_t duration_tv)
+{
+#ifdef __SANITIZE_THREAD__
+    const int64_t until_tv = os::realtime_ns() + duration_tv;
+    const timespec until{until_tv / ns_per_second, until_tv % ns_per_second};
+    return pthread_mutex_timedlock(&mutex, &until) == 0;
+#else
+    const int64_t until_tv = os::monotonic_ns() + duration_tv;
+    const timespec until{until_tv / ns_per_second, until_tv % ns_per_second};
+    return pthread_mutex_clocklock(&mutex, CLOCK_MONOTONIC, &until) == 0;
+#endif
+}
+
+// Slices: the holder's wake-up is lost when the mutex is re-initialised meanwhile.
+bool wait_for_mutex(lock_slot& slot, int64_t limit_tv)
+{
+    if (limit_tv <= 0 || counts_as_stuck(slot)) {
+        return false;
+    }
+    const int64_t deadline_tv = os::monotonic_ns() + limit_tv;
+    for (int64_t left_tv = limit_tv; left_tv > 0 && usable(slot.mutex);
+         left_tv = deadline_tv - os::monotonic_ns()) {
+        if (lock_within(slot.mutex, std::min(slice_tv, left_tv))) {
+            return true;
+        }
+    }
+    remember_stuck(slot);
+    return false;
+}
+
+bool acquire_mutex(lock_slot& slot, int64_t limit_tv)
+{
+    if (!usable(slot.mutex)) {
+        return false;
+    }
+    if (pthread_mutex_trylock(&slot.mutex) == 0) {
+        forget_stuck(slot);
+        return true;
+    }
+    return wait_for_mutex(slot, limit_tv);
+}
+
+void initialise_slot(const rt_info& handle, lock_slot& slot, const char* name,
+                     const shared_mutex_attributes& attributes)
+{
+    if (advisory_method()) {
+        slot.fd = static_cast<uint32_t>(handle.fd);
+        slot.offset = reinterpret_cast<const char*>(&slot) - reinterpret_cast<const char*>(handle.image);
+    } else {
+        pthread_mutex_init(&slot.mutex, attributes.get());
+    }
+    slot.name = name;
+}
+
+int64_t header_lock_limit(int32_t type)
+{
+    return type <= DATA_FILE_LOCK_ALARM ? file_lock_limit_tv : table_lock_limit_tv;
+}
+
+// Null for a null handle and, after the diagnostic line, for an invalid type.
+lock_slot* header_slot(rt_info* handle, int32_t type)
+{
+    if (type < 0 || static_cast<size_t>(type) >= header_lock_names.size()) {
+        err_print("__perf_data_file_lock: invalid lock-type[%d]\n", type); // kept: unlock says "lock" too
+        return nullptr;
+    }
+    return handle != nullptr ? &handle->image->locks[type] : nullptr;
+}
+
+// What __perf_data_file_lock obtained on this thread, by type: only that may be unlocked.
+thread_local std::array<lock_slot*, header_lock_names.size()> obtained_slots{};
+
+} // namespace
+
+bool lock_slot_acquire(lock_slot& slot, int64_t limit_tv)
+{
+    if (!advisory_method()) {
+        return acquire_mutex(slot, limit_tv);
+    }
+    const errno_keeper keeper;
+    (void)__ostrum_file_lock(static_cast<int32_t>(slot.fd), slot.offset, slot.name);
+    return true; // kept: with this method a lock that fails goes unnoticed
+}
+
+void lock_slot_release(lock_slot& slot)
+{
+    if (!advisory_method()) {
+        if (usable(slot.mutex)) {
+            pthread_mutex_unlock(&slot.mutex);
+        }
+        return;
+    }
+    const errno_keeper keeper;
+    (void)__ostrum_file_unlock(static_cast<int32_t>(slot.fd), slot.offset, slot.name);
+}
+
+void initialise_header_locks(rt_info& handle)
+{
+    const shared_mutex_attributes attributes;
+    for (size_t i = 0; i < header_lock_names.size(); ++i) {
+        initialise_slot(handle, handle.image->locks[i], header_lock_names[i], attributes);
+    }
+}
+
+void initialise_entry_lock(rt_info& handle, lock_slot& slot, const char* name)
+{
+    const shared_mutex_attributes attributes;
+    initialise_slot(handle, slot, name, attributes);
+}
+
+data_file_guard::data_file_guard(rt_info* handle, data_file_lock_type type)
+    : slot_(header_slot(handle, type)),
+      held_(slot_ != nullptr && lock_slot_acquire(*slot_, header_lock_limit(type)))
+{}
+
+data_file_guard::~data_file_guard()
+{
+    if (held_) {
+        lock_slot_release(*slot_);
+    }
+}
+
+} // namespace ostrum
+
+int32_t __ostrum_file_lock(int32_t fd, int64_t offset, const char* /*name*/)
+{
+    return ostrum::apply_record_lock(fd, offset, F_SETLKW, F_WRLCK);
+}
+
+int32_t __ostrum_file_unlock(int32_t fd, int64_t offset, const char* /*name*/)
+{
+    return ostrum::apply_record_lock(fd, offset, F_SETLK, F_UNLCK);
+}
+
+void __perf_data_file_lock(rt_info* handle, int32_t type)
+{
+    ostrum::lock_slot* slot = ostrum::header_slot(handle, type);
+    if (slot != nullptr && ostrum::lock_slot_acquire(*slot, ostrum::header_lock_limit(type))) {
+        ostrum::obtained_slots[static_cast<size_t>(type)] = slot;
+    }
+}
+
+void __perf_data_file_unlock(rt_info* handle, int32_t type)
+{
+    ostrum::lock_slot* slot = ostrum::header_slot(handle, type);
+    if (slot != nullptr && ostrum::obtained_slots[static_cast<size_t>(type)] == slot) {
+        ostrum::obtained_slots[static_cast<size_t>(type)] = nullptr;
+        ostrum::lock_slot_release(*slot);
+    }
+}

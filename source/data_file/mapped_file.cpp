@@ -1,0 +1,209 @@
+#include "data_file/mapped_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+#include "config/lookup.h"
+#include "data_file/data_file.h"
+#include "util/diagnostics.h"
+#include "util/guarded_write.h"
+
+namespace ostrum {
+
+namespace {
+
+constexpr auto file_bytes = static_cast<int64_t>(sizeof(data_file_image));
+
+// Looks up to 21 times, for 100 ms in all, whether another process has got on.
+template <typename Done>
+bool within_patience(Done done)
+{
+    constexpr int64_t pause_tv = 5'000'000;
+    constexpr int looks = 20;
+    for (int look = 0; look < looks; ++look) {
+        if (done()) {
+            return true;
+        }
+        os::sleep_ns(pause_tv);
+    }
+    return done();
+}
+
+struct flock turn_range(short type)
+{
+    struct flock range {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    range.l_start = file_bytes;
+    range.l_len = 1;
+    return range;
+}
+
+int64_t size_of_file(const unique_fd& fd)
+{
+    struct stat status {};
+    return os::status_of_file(fd.get(), status) == 0 ? static_cast<int64_t>(status.st_size) : -1;
+}
+
+// Backs the whole file with disk blocks: a write into the mapping that finds no space would end the host
+// with SIGBUS. File systems that cannot reserve are let pass. False, with errno set, when space is short.
+bool reserve_space(const unique_fd& fd)
+{
+    int error = EINTR;
+    while (error == EINTR) {
+        error = os::reserve_blocks(fd.get(), 0, file_bytes);
+    }
+    errno = error;
+    return error != ENOSPC && error != EDQUOT;
+}
+
+// A copy of a file may have lost its blocks, and a process may be in the midst of creating it.
+bool reserve_space_if_sparse(const unique_fd& fd)
+{
+    constexpr int64_t status_block_bytes = 512;
+    struct stat status {};
+    if (os::status_of_file(fd.get(), status) != 0) {
+        return true;
+    }
+    return status.st_blocks * status_block_bytes >= file_bytes || reserve_space(fd);
+}
+
+bool extend(const unique_fd& fd)
+{
+    const char last_byte = '\0';
+    return os::seek_file(fd.get(), file_bytes - 1, SEEK_SET) == file_bytes - 1 &&
+           write_all_guarded(fd.get(), &last_byte, sizeof last_byte);
+}
+
+bool map_into(mapped_file& file, const char* path)
+{
+    file.image.reset(static_cast<data_file_image*>(os::map_shared(sizeof(data_file_image), file.fd.get())));
+    if (!file.image) {
+        err_print("__data_file_open : failed mmap on [%s] (%d)[%s]\n", path, errno, strerror(errno));
+        return false;
+    }
+    if (debug_on(debug_general)) {
+        debug_print("__data_file_open : mmap'd[%s] at address[%#x]\n", path,
+                    low_address_bits(file.image.get()));
+    }
+    return true;
+}
+
+void report_failed_extension(const char* path)
+{
+    err_print("__data_file_open : failed extending [%s] (%d)[%s]\n", path, errno, strerror(errno));
+}
+
+mapped_file create_file(const char* path)
+{
+    mapped_file file;
+    file.fd.reset(os::open_file(path, O_RDWR | O_CREAT, 0600));
+    if (!file.fd) {
+        err_print("__data_file_open : failed creating [%s] (%d)[%s]\n", path, errno, strerror(errno));
+        return {};
+    }
+    file.turn = opening_turn(file.fd);
+    // Not fresh when another process has created it since we looked: its contents are kept then.
+    file.fresh = size_of_file(file.fd) != file_bytes;
+    if (file.fresh && !extend(file.fd)) {
+        report_failed_extension(path);
+        return {}; // kept: the file stays on disk
+    }
+    if (!reserve_space(file.fd)) {
+        report_failed_extension(path);
+        if (file.fresh) {
+            os::unlink_path(path); // it has the right size: the next start would take it for a good one
+        }
+        return {};
+    }
+    if (!map_into(file, path)) {
+        if (file.fresh) {
+            os::unlink_path(path);
+        }
+        return {};
+    }
+    return file;
+}
+
+// An empty file is looked at again for a while: another process may be creating it.
+int64_t settled_size(const char* path)
+{
+    int64_t size = 0;
+    within_patience([&size, path] {
+        size = perf_file_size(path);
+        return size != 0;
+    });
+    return size;
+}
+
+bool has_right_size(const char* path, int64_t size)
+{
+    if (size == file_bytes) {
+        return true;
+    }
+    err_print("__data_file_open : file[%s] size[%d] - correct[%d]\n", path,
+              static_cast<int>(std::min<int64_t>(size, INT_MAX)), static_cast<int>(file_bytes));
+    return false;
+}
+
+mapped_file open_existing(const char* path)
+{
+    if (!has_right_size(path, settled_size(path))) {
+        return {};
+    }
+    mapped_file file;
+    file.fd.reset(os::open_file(path, O_RDWR, 0));
+    if (!file.fd || !reserve_space_if_sparse(file.fd)) {
+        err_print("__data_file_open : failed opening [%s] (%d)[%s]\n", path, errno, strerror(errno));
+        return {};
+    }
+    file.turn = opening_turn(file.fd);
+    if (!map_into(file, path)) {
+        return {};
+    }
+    return file;
+}
+
+} // namespace
+
+opening_turn::opening_turn(const unique_fd& fd)
+{
+    const bool held = within_patience([&fd] {
+        struct flock range = turn_range(F_WRLCK);
+        return os::lock_range(fd.get(), F_SETLK, range) == 0;
+    });
+    fd_ = held ? fd.get() : -1;
+}
+
+opening_turn::~opening_turn()
+{
+    if (fd_ >= 0) {
+        struct flock range = turn_range(F_UNLCK);
+        os::lock_range(fd_, F_SETLK, range);
+    }
+}
+
+mapped_file open_mapped_file(const char* path, bool must_exist)
+{
+    if (path[0] == '\0') {
+        err_print("__data_file_open : no file name specified\n");
+        return {};
+    }
+    const int32_t existence = file_exists(path);
+    if (existence < 0) {
+        err_print("__data_file_open : data file[%s] is a directory\n", path);
+        return {};
+    }
+    if (existence > 0) {
+        return open_existing(path);
+    }
+    if (must_exist) {
+        err_print("__data_file_open : data file[%s] doesn't exist\n", path);
+        return {};
+    }
+    return create_file(path);
+}
+
+} // namespace ostrum
