@@ -1,0 +1,56 @@
+#include "process_state/process_state.h"
+
+#include "os/os_calls.h"
+
+namespace ostrum {
+
+constinit process_record this_process{};
+constinit thread_local volatile sig_atomic_t thread_is_inside = 0;
+
+void set_initialised_state(int32_t state)
+{
+    this_process.initialised.store(state, std::memory_order_release);
+}
+
+start_mode decide_start_mode(start_mode wanted)
+{
+    start_mode in_force = start_mode::undecided;
+    return this_process.mode.compare_exchange_strong(in_force, wanted) ? wanted : in_force;
+}
+
+int32_t process_id()
+{
+    const int32_t remembered = this_process.process_id.load(std::memory_order_acquire);
+    return remembered != 0 ? remembered : os::process_id();
+}
+
+uint64_t thread_id()
+{
+    return pthread_self();
+}
+
+void remember_main_thread()
+{
+    if (this_process.process_id.load(std::memory_order_acquire) == 0) {
+        renew_identity_after_fork();
+    }
+}
+
+bool is_main_thread()
+{
+    return this_process.process_id.load(std::memory_order_acquire) != 0 &&
+           pthread_equal(this_process.main_thread.load(std::memory_order_relaxed), pthread_self()) != 0;
+}
+
+void renew_identity_after_fork()
+{
+    this_process.main_thread.store(pthread_self(), std::memory_order_relaxed);
+    this_process.process_id.store(os::process_id(), std::memory_order_release);
+}
+
+void leave_library_after_fork()
+{
+    thread_is_inside = 0;
+}
+
+} // namespace ostrum
