@@ -1,0 +1,183 @@
+#include <algorithm>
+
+#include "config/settings.h"
+#include "data_file/counters.h"
+#include "data_file/errors.h"
+#include "host_access/opcode_names.h"
+#include "perf_log/aggregation/call_frame.h"
+#include "util/diagnostics.h"
+#include "util/resources.h"
+#include "util/text.h"
+
+using namespace ostrum;
+
+namespace {
+
+void own_text(char (&buffer)[text_bytes], const char*& pointer)
+{
+    copy_text(buffer, sizeof(buffer), pointer);
+    pointer = nullptr;
+}
+
+// The tree has just copied the key, pointers into the caller's frame included.
+void make_node(agg_node& node, const agg_node& key)
+{
+    node.main = total_record{};
+    node.sub_opcode_tree = nullptr;
+    node.bucket_def = node.bucket_id > 0 ? nullptr : find_opcode_buckets(node.opcode);
+    node.caller_ref_1 = key.caller_ref_1;
+    node.caller_ref_2 = 0;
+    node.live_counter = nullptr;
+    node.count_in_buckets = 0;
+    node.bucket_source = nullptr;
+    node.err_info = nullptr;
+    own_text(node.program, node.ptr_program);
+    own_text(node.opname, node.ptr_opname);
+    own_text(node.fname, node.ptr_fname);
+    own_text(node.obj_type, node.ptr_obj_type);
+}
+
+// A call that ended in error never lowers the minimum.
+void take_extremes(total_record& totals, const total_record& added)
+{
+    if (added.total_errors == 0 && (totals.min_tv == 0 || totals.min_tv > added.min_tv)) {
+        totals.min_tv = added.min_tv;
+    }
+    totals.max_tv = std::max(totals.max_tv, added.max_tv);
+}
+
+void add_totals(total_record& totals, const total_record& added)
+{
+    totals.total_tv += added.total_tv;
+    totals.cm_cache_tv += added.cm_cache_tv;
+    totals.total_recs += added.total_recs;
+    totals.total_calls += added.total_calls;
+    totals.total_errors += added.total_errors;
+    totals.cm_cache_calls += added.cm_cache_calls;
+    totals.user_cpu_tv += added.user_cpu_tv;
+    totals.sys_cpu_tv += added.sys_cpu_tv;
+    take_extremes(totals, added);
+}
+
+void update_live_counter(agg_node& node, const agg_node& key)
+{
+    const total_record& added = key.main;
+    if (node.live_counter != nullptr) {
+        rt_counter_update(node.live_counter, added.total_calls, added.total_errors, added.total_recs,
+                          added.total_tv, added.user_cpu_tv, added.sys_cpu_tv);
+        return;
+    }
+    const bool by_line = (key.log_time & live_counter_by_line) != 0;
+    const bool by_flags = (key.log_time & live_counter_by_flags) != 0;
+    node.live_counter = rt_counter_add(__ostrum_get_data_file_handle(), node.opcode, node.opname,
+                                       by_flags ? static_cast<uint32_t>(node.flags) : 0,
+                                       by_line ? node.lineno : 0, node.program, by_line ? node.fname : "",
+                                       node.obj_type, node.db_num, added.total_calls, added.total_errors,
+                                       added.total_recs, added.total_tv, added.user_cpu_tv, added.sys_cpu_tv);
+}
+
+// Which attributes tell errors apart is the operator's choice; the others are left 0 or empty.
+void count_error(const agg_node& node, const agg_node& key)
+{
+    const int32_t detail = configured().error_counter_level;
+    const bool by_opcode = (detail & error_by_opcode) != 0;
+    const char* name = node.opname[0] != '\0' ? node.opname : get_opname(node.opcode, nullptr);
+    const auto word = [&](error_counter_bits bit, int index) -> uint32_t {
+        return (detail & bit) != 0 && key.err_info != nullptr ? key.err_info[index] : 0;
+    };
+    rt_error_add(__ostrum_get_data_file_handle(), (detail & error_by_dbno) != 0 ? node.db_num : 0,
+                 by_opcode ? node.opcode : 0, by_opcode ? name : "",
+                 (detail & error_by_program) != 0 ? node.program : "", word(error_by_class, 1),
+                 word(error_by_location, 0), word(error_by_errnum, 2), key.main.total_errors);
+}
+
+void update_shared_counters(agg_node& node, const agg_node& key)
+{
+    const int32_t deepest = (key.log_time & live_counter_two_levels) != 0 ? 1 : 0;
+    if (key.single_trace != 0 || key.level > deepest) {
+        return;
+    }
+    if ((key.log_time & live_counter_on) != 0) {
+        update_live_counter(node, key);
+    }
+    if (configured().error_counter_level != 0 && key.main.total_errors > 0) {
+        count_error(node, key);
+    }
+}
+
+// Buckets go by position: the first has no lower bound and the last no upper one, whatever the values.
+// Lower buckets are made on the way, higher ones when they are first hit.
+bool update_buckets(agg_node& node, const agg_node& key)
+{
+    const opcode_buckets& def = *node.bucket_def;
+    const int64_t elapsed_tv = key.bucket_source != nullptr ? key.bucket_source->total_tv : key.main.total_tv;
+    total_record** link = &node.main.next;
+    for (int32_t k = 0; k <= def.threshold_count; ++k, link = &(*link)->next) {
+        const bool first = k == 0;
+        const bool last = k == def.threshold_count;
+        const int64_t lower_tv = first ? 0 : def.thresholds[k - 1];
+        const int64_t upper_tv = last ? 0 : def.thresholds[k];
+        if (*link == nullptr) {
+            *link = heap_zeroed<total_record>().release();
+            if (*link == nullptr) {
+                err_print("agg_upd_fn : out of memory\n");
+                return false;
+            }
+            (*link)->bs_tv = lower_tv;
+            (*link)->be_tv = upper_tv;
+        }
+        if ((first || elapsed_tv >= lower_tv) && (last || elapsed_tv < upper_tv)) {
+            agg_update_bucket_totals(*link, &key.main);
+            return true;
+        }
+    }
+    return true;
+}
+
+bool merge_into_node(agg_node& node, const agg_node& key)
+{
+    if (key.main.total_calls == start_marker) {
+        node.caller_ref_1 = key.caller_ref_1;
+        return true;
+    }
+    node.caller_ref_2 = key.caller_ref_2;
+    add_totals(node.main, key.main);
+    update_shared_counters(node, key);
+    if (node.bucket_def != nullptr && node.bucket_def->threshold_count >= 0 && key.count_in_buckets == 1) {
+        return update_buckets(node, key);
+    }
+    return true;
+}
+
+} // namespace
+
+void agg_update_bucket_totals(total_record* bucket, const total_record* added)
+{
+    add_totals(*bucket, *added);
+}
+
+int32_t agg_upd_fn(void* node_record, const void* key_record, uint32_t status, void** out)
+{
+    auto* node = static_cast<agg_node*>(node_record);
+    const auto* key = static_cast<const agg_node*>(key_record);
+    if (node == nullptr || key == nullptr) {
+        return 0;
+    }
+    switch (status) {
+    case BT_INSERTED:
+        make_node(*node, *key);
+        break;
+    case BT_EXISTED:
+        if (!merge_into_node(*node, *key)) {
+            return 0;
+        }
+        break;
+    default:
+        err_print("agg_upd_fn : strange status[%d] passed to tree update func.\n", static_cast<int>(status));
+        return 0;
+    }
+    if (out != nullptr) {
+        *out = node;
+    }
+    return 1;
+}
