@@ -1,0 +1,136 @@
+#ifndef OSTRUM_PERF_LOG_CONTEXT_LOG_CONTEXT_H
+#define OSTRUM_PERF_LOG_CONTEXT_LOG_CONTEXT_H
+// The log context: all tracing state of one thread, or of one caller-chosen key.
+//
+// Locks and lifetime. `lock` is held by every hook for its whole length and by everyone else who looks
+// into the context; what is read without it says so. References keep the memory: one of the process's
+// list, one of each thread's slot and of each entry of a thread's cache, and one of a visit from outside.
+// A context that was taken off the list is marked released under its lock; whoever then comes upon it
+// through a slot or a cache gives that reference back and looks again.
+#include <atomic>
+#include <cstdint>
+
+#include "data_file/layout.h"
+#include "host_access/opcode_list.h"
+#include "ostrum_util.h"
+#include "perf_log/aggregation/aggregation_period.h"
+#include "perf_log/aggregation/call_frame.h"
+#include "perf_log/context/context_lock.h"
+
+namespace ostrum {
+
+inline constexpr int32_t own_thread_key = -1; // key of the contexts that belong to threads
+
+// Bit of the variable "time_on": nested levels too, and the trace file is kept open.
+inline constexpr int32_t log_time_file = 0x2;
+
+// Whether a value of "time_on" sends timings to a file. A value below 0 is no timing at all, whatever
+// its bits.
+inline bool logs_to_file(int32_t time_mode)
+{
+    return time_mode > 0 && (time_mode & log_time_file) != 0;
+}
+
+// An open trace file, shared by a context and by copies of it that wait to be written: the last one to
+// let go closes it.
+struct shared_trace_file {
+    std::atomic<int32_t> holders;
+    int32_t fd;
+};
+void release_trace_file(shared_trace_file*& file); // null allowed; leaves null
+
+// What writing a context's tree needs and changes. A plain record, so that it can be handed over whole.
+struct trace_source {
+    int32_t pid;
+    int32_t key;
+    uint64_t tid;              // 0 for a keyed context
+    char program[text_bytes];  // calling program, at most 126 characters
+    bt_tree* tree;             // owned; null after a failed hand-over
+    int32_t new_node_count;    // nodes made since the last flush; 0 = nothing to write
+    shared_trace_file* file;   // held; null in single-file mode and while closed
+    bool single_file;          // the trace goes to the shared single file
+    int64_t last_flush_s;      // wall-clock second of the last flush: start of the next period record
+    int64_t last_flush_tv;     // ns, whole seconds
+    int64_t next_flush_tv;     // ns; read without the lock, through due_time and set_due_time
+    aggregation_period period; // its two ends are read without the lock likewise
+};
+
+// The due times are single words that a visitor may read while the owner is busy.
+inline int64_t due_time(const int64_t& word_tv)
+{
+    return std::atomic_ref<int64_t>(const_cast<int64_t&>(word_tv)).load(std::memory_order_relaxed);
+}
+inline void set_due_time(int64_t& word_tv, int64_t value_tv)
+{
+    std::atomic_ref<int64_t>(word_tv).store(value_tv, std::memory_order_relaxed);
+}
+void adopt_period(trace_source& source, const aggregation_period& period);
+
+// Handles of the data-file variables that every context looks at, filled on first use.
+struct variable_handles {
+    variable_entry* time_on;
+    variable_entry* flist_on;
+    variable_entry* alarm_on;
+    variable_entry* trace_opcodes;
+};
+
+struct log_context {
+    context_lock lock;
+    std::atomic<int32_t> references;
+    bool released;  // off the list: files closed, trees gone
+    bool from_fork; // inherited by a forked child: its data belong to the parent
+
+    trace_source trace;
+    bt_tree* single_tree;     // owned; per-operation tree
+    bool single_tree_active;  // nothing sets it in this build
+    bool grouped_transaction; // nothing sets it in this build
+
+    // the call stack
+    int32_t depth;               // innermost open frame; -1 = none; may exceed the frames
+    int32_t open_hook_calls;     // starts less ends, recorded or not
+    uint32_t operation_sequence; // recorded starts
+    uint32_t top_sequence;       // of the outermost operation in progress
+    uint32_t current_sequence;   // of the operation last started or ended at this level
+    call_frame frames[max_call_frames];
+
+    // steering, refreshed from the data file between operations
+    int32_t time_mode;
+    int32_t flist_mode;
+    int32_t alarm_mode;
+    int64_t next_status_check_tv;
+    int64_t variables_stamp_tv; // the variables' last-modified time when they were last read
+    variable_handles variables;
+    trace_opcode_list trace_opcodes;
+    bool skip_flist_trace; // the outermost operation in progress is not in that list
+
+    int32_t lines_since_flush;         // outermost starts
+    std::atomic<bool> flush_requested; // set by the timed flush, also without the lock
+};
+
+inline constexpr int32_t no_depth = -1;
+
+// A zeroed context of (pid, key) in the present aggregation period, with its trees and one reference;
+// null after diagnostic lines. A thread's own context carries the calling thread's id.
+log_context* init_log_info(int32_t pid, int32_t key);
+
+void clear_frame(call_frame& frame); // destroys an owned input list
+void unpin(log_context* context);    // gives a reference back; the last one frees the memory
+inline void pin(log_context* context)
+{
+    context->references.fetch_add(1, std::memory_order_relaxed);
+}
+
+// Holds a context's lock for one scope.
+class context_guard {
+public:
+    explicit context_guard(log_context& context) : context_(context) { acquire(context.lock); }
+    ~context_guard() { release(context_.lock); }
+    context_guard(const context_guard&) = delete;
+    context_guard& operator=(const context_guard&) = delete;
+
+private:
+    log_context& context_;
+};
+
+} // namespace ostrum
+#endif
