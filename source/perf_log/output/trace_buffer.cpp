@@ -1,0 +1,119 @@
+#include "perf_log/output/trace_buffer.h"
+
+#include <charconv>
+#include <cstring>
+
+#include "ostrum_util.h"
+#include "util/guarded_write.h"
+
+namespace ostrum {
+
+namespace {
+
+constexpr size_t cut_at_bytes = 1024 * 1024;
+constexpr size_t first_heap_bytes = 64 * 1024;
+constexpr uint32_t nine_decimals = 9;
+
+} // namespace
+
+trace_buffer::trace_buffer(int fd) : fd_(fd)
+{}
+
+void trace_buffer::add_character(char c)
+{
+    add(&c, 1);
+}
+
+void trace_buffer::add_text(const char* text)
+{
+    if (text != nullptr) {
+        add(text, strlen(text));
+    }
+}
+
+void trace_buffer::add_number(int64_t value)
+{
+    char digits[24];
+    const auto end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
+    add(digits, static_cast<size_t>(end - digits));
+}
+
+void trace_buffer::add_unsigned(uint64_t value)
+{
+    char digits[24];
+    const auto end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
+    add(digits, static_cast<size_t>(end - digits));
+}
+
+void trace_buffer::add_time(int64_t value_tv)
+{
+    if (value_tv == 0) {
+        add_character('0');
+        return;
+    }
+    char text[64];
+    add_text(ostrum_fmt_tv(value_tv, text, sizeof(text), nine_decimals));
+}
+
+void trace_buffer::cut_here()
+{
+    if (used_bytes_ >= cut_at_bytes) {
+        write_out();
+    }
+}
+
+bool trace_buffer::finish()
+{
+    write_out();
+    return !failed_;
+}
+
+void trace_buffer::add(const char* bytes, size_t count)
+{
+    bytes_added_ += static_cast<int64_t>(count);
+    while (count > 0) {
+        if (!make_room(count)) {
+            write_out();
+        }
+        const size_t room = capacity_bytes_ - used_bytes_;
+        const size_t part = count < room ? count : room;
+        memcpy(bytes_ + used_bytes_, bytes, part);
+        used_bytes_ += part;
+        bytes += part;
+        count -= part;
+    }
+}
+
+bool trace_buffer::make_room(size_t count)
+{
+    if (used_bytes_ + count <= capacity_bytes_) {
+        return true;
+    }
+    size_t wanted = capacity_bytes_ < first_heap_bytes ? first_heap_bytes : capacity_bytes_ * 2;
+    while (wanted < used_bytes_ + count) {
+        wanted *= 2;
+    }
+    auto* larger = static_cast<char*>(os::reallocate(large_.get(), wanted));
+    if (larger == nullptr) {
+        return used_bytes_ < capacity_bytes_;
+    }
+    if (!large_) {
+        memcpy(larger, small_, used_bytes_);
+    }
+    (void)large_.release(); // the block was reallocated
+    large_.reset(larger);
+    bytes_ = larger;
+    capacity_bytes_ = wanted;
+    return true;
+}
+
+// After a failure the rest of the flush is not written: a gap would put figures under wrong starts.
+void trace_buffer::write_out()
+{
+    if (!failed_ && used_bytes_ > 0) {
+        failed_ = !write_all_guarded(fd_, bytes_, used_bytes_);
+    }
+    used_bytes_ = 0;
+}
+
+} // namespace ostrum

@@ -1,0 +1,194 @@
+#include "perf_log/output/trace_file.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "config/settings.h"
+#include "data_file/locks.h"
+#include "perf_log/output/tree_writer.h"
+#include "util/diagnostics.h"
+#include "util/text.h"
+
+using namespace ostrum;
+
+namespace {
+
+constexpr mode_t trace_file_mode = 0666; // less the process's umask
+constexpr char name_end[] = ".plog.txt";
+constexpr int name_end_characters = sizeof(name_end) - 1;
+
+bool fits(int length)
+{
+    return length >= 0 && length < path_bytes;
+}
+
+bool single_file_path(char (&path)[path_bytes], const trace_source& source)
+{
+    return fits(snprintf(path, sizeof(path), "%s.%s.%s.plog.txt", configured().single_file_base,
+                         source.period.start_text, source.period.end_text));
+}
+
+// Renames a shared file that has reached its limit. A file of the new name, from an earlier rotation in
+// this very second, is not overwritten: the rotation waits for the next flush.
+bool rotate_when_full(int fd, const char* path)
+{
+    struct stat status {};
+    if (os::status_of_file(fd, status) != 0 || status.st_size < configured().single_file_limit_bytes) {
+        return true;
+    }
+    char rotated[path_bytes + 32];
+    snprintf(rotated, sizeof(rotated), "%.*s.%u.plog.txt",
+             static_cast<int>(strlen(path)) - name_end_characters, path,
+             static_cast<unsigned>(os::realtime_ns() / ns_per_second));
+    if (os::status_of_path(rotated, status) == 0) {
+        return true;
+    }
+    if (os::rename_path(path, rotated) != 0) {
+        err_print("flush_aggregation_tree_to_file : failed renaming[%s] -> [%s]\n", path, rotated);
+        return false;
+    }
+    if (debug_on(debug_general)) {
+        debug_print("flush_aggregation_tree_to_file : old[%s] -> new[%s]\n", path, rotated);
+    }
+    return true;
+}
+
+bool write_tree(int fd, const trace_source& source, bt_tree* tree, int32_t& record_count)
+{
+    trace_buffer out(fd);
+    print_context context{};
+    context.out = &out;
+    copy_text(context.program, sizeof(context.program), source.program);
+    context.pid = static_cast<uint32_t>(source.pid);
+    context.tid = source.tid;
+    context.start_tv = source.last_flush_s * ns_per_second;
+    context.end_tv = static_cast<int64_t>(os::wall_seconds()) * ns_per_second;
+    record_count = __flush_aggregation_tree_to_file(&context, tree, tree);
+    return record_count >= 0;
+}
+
+enum class write_result { written, failed, not_opened };
+
+// Under the trace lock of the data file from the opening to after the rename, so that processes neither
+// mix their records nor rotate under one another. Without the lock (its holder is stuck) the text is
+// appended all the same, in one write, but nothing is renamed.
+write_result write_to_single_file(const trace_source& source, bt_tree* tree, int32_t& record_count)
+{
+    char path[path_bytes];
+    if (!single_file_path(path, source)) {
+        err_print("flush_aggregation_tree_to_file : overflow of fpath[%s]\n", path);
+        return write_result::not_opened;
+    }
+    const data_file_guard guard(__ostrum_get_data_file_handle(), DATA_FILE_LOCK_TRACE);
+    const unique_fd file = open_for_appending(path);
+    if (!file) {
+        err_print("flush_aggregation_tree_to_file : failed opening[%s] error[%d](%s)\n", path, errno,
+                  strerror(errno));
+        return write_result::not_opened;
+    }
+    const bool written = write_tree(file.get(), source, tree, record_count);
+    const bool rotated = !guard || rotate_when_full(file.get(), path);
+    return written && rotated ? write_result::written : write_result::failed;
+}
+
+void move_flush_times_on(trace_source& source)
+{
+    const int64_t now_tv = os::realtime_ns();
+    source.last_flush_s = os::wall_seconds();
+    source.last_flush_tv = now_tv - now_tv % ns_per_second;
+    set_due_time(source.next_flush_tv, source.last_flush_tv + configured().flush_frequency_tv);
+}
+
+bool empty_tree(trace_source& source, bt_tree* tree)
+{
+    if (bt_empty(tree) != BT_EMPTIED) {
+        err_print("flush_aggregation_tree_to_file : failed deleting tree\n");
+        return false;
+    }
+    source.new_node_count = 0;
+    return true;
+}
+
+write_result write_and_empty(trace_source& source, bt_tree* tree, int32_t& record_count)
+{
+    write_result result = write_result::written;
+    if (source.file == nullptr) {
+        result = write_to_single_file(source, tree, record_count);
+    } else if (!write_tree(source.file->fd, source, tree, record_count)) {
+        result = write_result::failed;
+    }
+    if (result == write_result::not_opened) {
+        return result; // the tree stays for the next attempt
+    }
+    move_flush_times_on(source);
+    return empty_tree(source, tree) ? result : write_result::failed;
+}
+
+} // namespace
+
+unique_fd ostrum::open_for_appending(const char* path)
+{
+    unique_fd file{os::open_file(path, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY,
+                                 trace_file_mode)};
+    struct stat status {};
+    if (file && (os::status_of_file(file.get(), status) != 0 || !S_ISREG(status.st_mode))) {
+        file.reset();
+        errno = EINVAL;
+    }
+    return file;
+}
+
+void ostrum::close_trace_file(trace_source& source)
+{
+    release_trace_file(source.file);
+    source.single_file = false;
+}
+
+void open_log_file(trace_source* source)
+{
+    if (configured().single_file) {
+        source->single_file = true;
+        return;
+    }
+    char path[path_bytes];
+    const bool named =
+        fits(snprintf(path, sizeof(path), "%s/%d_%lu.%s.%s.plog.txt", configured().log_directory, source->pid,
+                      source->tid, source->period.start_text, source->period.end_text));
+    unique_fd file = named ? open_for_appending(path) : unique_fd{};
+    heap_ptr<shared_trace_file> shared = heap_zeroed<shared_trace_file>();
+    if (!file || !shared) {
+        err_print("open_log_file : failed opening log file[%s] for pid[%d] tid[%lu]\n", path, source->pid,
+                  source->tid);
+        return;
+    }
+    source->file = new (shared.release()) shared_trace_file{1, file.release()};
+}
+
+int32_t flush_aggregation_tree_to_file(trace_source* source, bt_tree* tree)
+{
+    const bool debug = debug_on(debug_general);
+    const int64_t started_tv = debug ? os::realtime_ns() : 0;
+    if (debug) {
+        debug_print("flush_aggregation_tree_to_file : pid/tid/key[%d/%lu/%d] nodes[%d]\n", source->pid,
+                    source->tid, source->key, source->new_node_count);
+    }
+    if (source->new_node_count == 0) {
+        return 0;
+    }
+    const int32_t node_count = source->new_node_count;
+    int32_t record_count = 0;
+    if (write_and_empty(*source, tree, record_count) != write_result::written) {
+        err_print("flush_aggregation_tree_to_file : pid/tid/key[%d/%lu/%d] - nodes[%d] - failed to flush\n",
+                  source->pid, source->tid, source->key, node_count);
+        return -1;
+    }
+    if (debug) {
+        char elapsed[32];
+        debug_print("flush_aggregation_tree_to_file : pid/tid/key[%d/%lu/%d] nodes[%d] flush time[%s]\n",
+                    source->pid, source->tid, source->key, record_count,
+                    ostrum_fmt_tv(os::realtime_ns() - started_tv, elapsed, sizeof(elapsed), 9));
+    }
+    return record_count;
+}

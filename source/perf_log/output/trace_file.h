@@ -1,0 +1,28 @@
+#ifndef OSTRUM_PERF_LOG_OUTPUT_TRACE_FILE_H
+#define OSTRUM_PERF_LOG_OUTPUT_TRACE_FILE_H
+// Trace data files: their names, opening them, and writing a context's tree to its file.
+#include <cstdint>
+
+#include "perf_log/context/log_context.h"
+#include "util/resources.h"
+
+namespace ostrum {
+
+// Opens a regular file for appending, made when missing; never follows a link, never waits for the other
+// end of a FIFO. errno is set when it cannot.
+unique_fd open_for_appending(const char* path);
+
+// Closes the context's file (copies that wait to be written keep it open) and leaves single-file mode.
+void close_trace_file(trace_source& source);
+
+} // namespace ostrum
+
+extern "C" {
+// Opens the trace file of the context's present period; in single-file mode only notes that mode.
+void open_log_file(ostrum::trace_source* source);
+
+// Writes the tree, empties it and moves the flush times on. Returns the number of top-level paths
+// written, 0 when there was nothing to write, -1 after a diagnostic line.
+int32_t flush_aggregation_tree_to_file(ostrum::trace_source* source, bt_tree* tree);
+}
+#endif

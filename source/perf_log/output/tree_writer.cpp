@@ -1,0 +1,179 @@
+#include "perf_log/output/tree_writer.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "host_access/opcode_names.h"
+#include "ostrum.h"
+#include "perf_log/aggregation/agg_node.h"
+#include "perf_log/output/trace_file.h"
+#include "perf_log/output/trace_record.h"
+#include "process_state/process_state.h"
+#include "util/diagnostics.h"
+#include "util/text.h"
+
+using namespace ostrum;
+
+namespace {
+
+// The frame's source location is part of the format: readers know the record by it. The file name is
+// the same in every build, whatever directory it was made in.
+constexpr const char* frame_file = "source/perf_log/output/tree_writer.cpp";
+constexpr int32_t frame_start_line = 2240;
+constexpr int32_t frame_end_line = 2283;
+constexpr int32_t elapsed_opcode = -2;
+
+trace_line frame_line(const print_context& context, int32_t lineno)
+{
+    trace_line line{};
+    line.opcode = elapsed_opcode;
+    line.opname = get_opname(elapsed_opcode, nullptr);
+    line.time_tv = context.start_tv;
+    line.fname = frame_file;
+    line.lineno = lineno;
+    line.pid = context.pid;
+    line.tid = context.tid;
+    line.program = context.program;
+    return line;
+}
+
+void write_frame_start(print_context& context)
+{
+    const trace_line line = frame_line(context, frame_start_line);
+    write_perf(context.out, trace_kind::start, &line);
+}
+
+void write_frame_end(print_context& context)
+{
+    trace_line line = frame_line(context, frame_end_line);
+    line.totals.total_tv = context.end_tv;
+    line.totals.total_calls = 1;
+    write_perf(context.out, trace_kind::figures, &line);
+}
+
+trace_line path_line(const agg_node& node, const print_context& context)
+{
+    trace_line line{};
+    line.level = node.level + 1;
+    line.opcode = node.opcode;
+    line.flags = node.flags;
+    line.opname = node.opname[0] != '\0' ? node.opname : get_opname(node.opcode, nullptr);
+    line.fname = node.fname;
+    line.lineno = node.lineno;
+    line.pid = context.pid;
+    line.tid = context.tid;
+    line.program = node.program;
+    line.obj_type = node.obj_type;
+    line.db_num = node.db_num;
+    return line;
+}
+
+void write_buckets(const agg_node& node, const trace_line& path, trace_buffer* out)
+{
+    trace_line line = path;
+    line.level = path.level + 1;
+    for (const total_record* bucket = node.main.next; bucket != nullptr; bucket = bucket->next) {
+        ++line.bucket;
+        line.totals = *bucket;
+        if (bucket->total_calls == 0) {
+            line.totals.min_tv = 0;
+        }
+        write_perf(out, trace_kind::start, &line);
+        write_perf(out, trace_kind::figures, &line);
+    }
+}
+
+int32_t count_and_print_top_record(void* node, void* context, int32_t depth)
+{
+    auto& print = *static_cast<print_context*>(context);
+    const int32_t result = print_aggregation_record(node, context, depth);
+    ++print.record_count;
+    print.out->cut_here();
+    return print.out->failed() ? BT_FAIL : result;
+}
+
+} // namespace
+
+int32_t print_aggregation_record(void* record, void* context, int32_t /*depth*/)
+{
+    const agg_node& node = *static_cast<const agg_node*>(record);
+    auto& print = *static_cast<print_context*>(context);
+    trace_line line = path_line(node, print);
+    write_perf(print.out, trace_kind::start, &line);
+    const bool callees_written = node.sub_opcode_tree == nullptr ||
+                                 __flush_aggregation_tree_to_file(&print, nullptr, node.sub_opcode_tree) >= 0;
+    write_buckets(node, line, print.out);
+    line.totals = node.main;
+    line.totals.bs_tv = 0;
+    line.totals.be_tv = 0;
+    write_perf(print.out, trace_kind::figures, &line);
+    return callees_written ? BT_CONTINUE : BT_FAIL;
+}
+
+int32_t __flush_aggregation_tree_to_file(print_context* context, bt_tree* top_tree, bt_tree* tree)
+{
+    const bool with_frame = top_tree == tree;
+    if (with_frame) {
+        write_frame_start(*context);
+    }
+    bool written = bt_walk(tree, context,
+                           with_frame ? count_and_print_top_record : print_aggregation_record) == BT_CONTINUE;
+    if (with_frame) {
+        write_frame_end(*context);
+        written = context->out->finish() && written;
+    }
+    if (!written) {
+        err_print("__flush_aggregation_tree_to_file : failed writing to file\n");
+        return -1;
+    }
+    return context->record_count;
+}
+
+namespace {
+
+print_context dump_context(trace_buffer& out, int32_t pid, uint64_t tid, int64_t start, int64_t end,
+                           const char* program)
+{
+    print_context context{};
+    context.out = &out;
+    copy_text(context.program, sizeof(context.program), program);
+    context.pid = static_cast<uint32_t>(pid != 0 ? pid : process_id());
+    context.tid = tid != 0 ? tid : thread_id();
+    context.start_tv = start;
+    context.end_tv = end;
+    return context;
+}
+
+} // namespace
+
+int32_t perf_flush_aggregation_tree(const char* path, bt_tree* tree, int32_t pid, uint64_t tid, int64_t start,
+                                    int64_t end, const char* program)
+{
+    if (path == nullptr || *path == '\0') {
+        err_print("perf_flush_aggregation_tree : no fpath provided\n");
+        return -1;
+    }
+    const bool to_stdout = strcmp(path, "-") == 0;
+    unique_fd file;
+    if (to_stdout) {
+        fflush(stdout); // what the host has printed stays in front
+    } else {
+        file = open_for_appending(path);
+        if (!file) {
+            err_print("perf_flush_aggregation_tree : failed opening[%s] error[%d](%s)\n", path, errno,
+                      strerror(errno));
+            return -1;
+        }
+    }
+    if (debug_on(debug_general)) {
+        if (to_stdout) {
+            debug_print("perf_flush_aggregation_tree : flushing to stdout\n");
+        } else {
+            debug_print("perf_flush_aggregation_tree : flushing to file[%s]\n", path);
+        }
+    }
+    trace_buffer out(to_stdout ? 1 : file.get());
+    print_context context = dump_context(out, pid, tid, start, end, program);
+    return __flush_aggregation_tree_to_file(&context, tree, tree);
+}
