@@ -1,0 +1,120 @@
+#include "perf_log/flush/idle_select.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include "config/settings.h"
+#include "os/os_calls.h"
+#include "perf_log/flush/timed_flush.h"
+#include "process_state/process_state.h"
+#include "util/resources.h"
+
+namespace ostrum {
+
+namespace {
+
+// When the timed flush runs next. Shared by all threads without a lock: a lost update costs a check too
+// many or too few.
+constinit std::atomic<int64_t> next_check_tv{0};
+
+void run_timed_flush_when_due()
+{
+    if (initialised_state() < 1 || decided_start_mode() == start_mode::quiet) {
+        return;
+    }
+    const library_scope scope;
+    const int64_t now_tv = os::realtime_ns();
+    if (!scope.entered() || next_check_tv.load(std::memory_order_relaxed) >= now_tv) {
+        return;
+    }
+    timeout_handler_func("select_timeout");
+    next_check_tv.store(now_tv + ns_per_second, std::memory_order_relaxed);
+}
+
+// A copy of one descriptor set, of as many words as n descriptors need: programs with more than
+// FD_SETSIZE descriptors bring larger sets.
+class saved_set {
+public:
+    saved_set(fd_set* set, int n) : set_(set), bytes_(bytes_for(n))
+    {
+        if (set_ == nullptr) {
+            return;
+        }
+        if (bytes_ > sizeof(small_)) {
+            large_ = heap_zeroed<char>(bytes_);
+        }
+        if (char* copy = bytes()) {
+            memcpy(copy, set_, bytes_);
+        }
+    }
+    [[nodiscard]] bool complete() const { return set_ == nullptr || bytes_ <= sizeof(small_) || large_; }
+    void restore()
+    {
+        if (set_ != nullptr) {
+            memcpy(set_, bytes(), bytes_);
+        }
+    }
+
+private:
+    static size_t bytes_for(int n)
+    {
+        constexpr size_t bits = 8 * sizeof(fd_mask);
+        return n <= 0 ? 0 : (static_cast<size_t>(n) + bits - 1) / bits * sizeof(fd_mask);
+    }
+    char* bytes() { return bytes_ > sizeof(small_) ? large_.get() : small_; }
+
+    fd_set* set_;
+    size_t bytes_;
+    char small_[sizeof(fd_set)];
+    heap_ptr<char> large_;
+};
+
+struct wait_request {
+    int n;
+    fd_set* read_set;
+    fd_set* write_set;
+    fd_set* except_set;
+    timeval* timeout; // the caller's: the kernel leaves the time left in it
+};
+
+int wait_once(const wait_request& request)
+{
+    timeval one_second{1, 0};
+    timeval* timeout = request.timeout;
+    if (timeout == nullptr && configured().auto_flush != 0) {
+        timeout = &one_second;
+    }
+    return os::wait_for_descriptors(request.n, request.read_set, request.write_set, request.except_set,
+                                    timeout);
+}
+
+int wait_until_ready(const wait_request& request)
+{
+    saved_set saved_read(request.read_set, request.n);
+    saved_set saved_write(request.write_set, request.n);
+    saved_set saved_except(request.except_set, request.n);
+    if (!saved_read.complete() || !saved_write.complete() || !saved_except.complete()) {
+        errno = ENOMEM;
+        return -1;
+    }
+    for (;;) {
+        run_timed_flush_when_due();
+        const int result = wait_once(request);
+        const bool interrupted = result < 0 && errno == EINTR;
+        if (!interrupted && (result != 0 || request.timeout != nullptr)) {
+            return result;
+        }
+        saved_read.restore();
+        saved_write.restore();
+        saved_except.restore();
+    }
+}
+
+} // namespace
+} // namespace ostrum
+
+int __ostrum_select(int n, fd_set* read_set, fd_set* write_set, fd_set* except_set, timeval* timeout)
+{
+    return ostrum::wait_until_ready({n, read_set, write_set, except_set, timeout});
+}

@@ -1,0 +1,205 @@
+#include "perf_log/flush/lifecycle.h"
+
+#include <algorithm>
+
+#include "os/os_calls.h"
+#include "perf_log/context/context_list.h"
+#include "perf_log/flush/flush.h"
+#include "perf_log/output/trace_file.h"
+#include "process_state/process_state.h"
+#include "process_state/signals.h"
+#include "util/diagnostics.h"
+#include "util/guarded_write.h"
+
+using namespace ostrum;
+
+namespace {
+
+// A hook in progress keeps its context for as long as one write may take; a thread that was cancelled or
+// stopped inside one keeps it for ever.
+constexpr int64_t release_wait_tv = 10'000'000'000;
+constexpr int64_t exit_wait_tv = 1'000'000'000; // for all contexts together
+
+void flush_last_time(log_context& context)
+{
+    const trace_source& source = context.trace;
+    if (!context.from_fork) {
+        flush_aggregation_tree(&context);
+    } else if (debug_on(debug_general)) {
+        debug_print("release_loginfo : pid[%d] tid[%lu] lip[%p] - no flush required (from fork)\n",
+                    source.pid, source.tid, static_cast<void*>(&context));
+    }
+}
+
+void destroy_trees(log_context& context)
+{
+    for (bt_tree** tree : {&context.trace.tree, &context.single_tree}) {
+        if (*tree != nullptr && bt_destroy(*tree) != BT_EMPTIED) {
+            err_print("release_loginfo : pid[%d] tid[%lu] - failed destroying tree - lip[%p]\n",
+                      context.trace.pid, context.trace.tid, static_cast<void*>(&context));
+        }
+        *tree = nullptr;
+    }
+}
+
+// The caller holds the lock. Hooks that still come upon the context find it marked and look again.
+void empty_context(log_context& context)
+{
+    if (context.trace.tree != nullptr) {
+        flush_last_time(context);
+    }
+    destroy_trees(context);
+    close_trace_file(context.trace);
+    context.trace_opcodes = {};
+    std::for_each(std::begin(context.frames), std::end(context.frames), clear_frame);
+    context.depth = no_depth;
+    context.released = true;
+}
+
+void release_within(log_context* context, int64_t limit_tv)
+{
+    if (context == nullptr) {
+        if (debug_on(debug_general)) {
+            debug_print("release_loginfo: NULL loginfo pointer\n");
+        }
+        return;
+    }
+    const int32_t pid = context->trace.pid;
+    const uint64_t tid = context->trace.tid;
+    if (debug_on(debug_general)) {
+        debug_print("release_loginfo : freeing lip[%p] pid[%d] tid[%lu]\n", static_cast<void*>(context), pid,
+                    tid);
+    }
+    if (!acquire_within(context->lock, limit_tv)) {
+        err_print("release_loginfo : pid[%d] tid[%lu] lip[%p] is in use - unflushed data will be lost\n", pid,
+                  tid, static_cast<void*>(context));
+        return; // its memory stays with the thread that holds it
+    }
+    empty_context(*context);
+    release(context->lock);
+    if (debug_on(debug_general)) {
+        debug_print("release_loginfo : cleared lip[%p] pid[%d] tid[%lu]\n", static_cast<void*>(context), pid,
+                    tid);
+    }
+    unpin(context);
+}
+
+// Heap, time zone and list may be in the middle of a step that this thread was interrupted in: nothing
+// that could wait for them is safe.
+void give_up_inside_hook()
+{
+    constexpr char text[] = "release_at_process_exit : exit inside a hook - unflushed data will be lost\n";
+    write_all_guarded(2, text, sizeof(text) - 1);
+}
+
+int32_t release_all_contexts()
+{
+    const int64_t deadline_tv = os::monotonic_ns() + exit_wait_tv;
+    int32_t count = 0;
+    while (log_context* context = unlink_first()) {
+        ++count;
+        release_within(context, std::max<int64_t>(deadline_tv - os::monotonic_ns(), 0));
+    }
+    return count;
+}
+
+} // namespace
+
+void release_loginfo(log_context* context)
+{
+    release_within(context, release_wait_tv);
+}
+
+void release_at_thread_exit(void* value)
+{
+    const library_scope scope;
+    auto* context = static_cast<log_context*>(value);
+    if (debug_on(debug_general)) {
+        debug_print("release_at_thread_exit : cleanup thread - lip[%p]\n", value);
+    }
+    log_context* listed = context != nullptr ? lip_list_del(context, 0, 0) : nullptr;
+    if (listed != nullptr) {
+        release_loginfo(listed);
+    } else {
+        err_print("release_at_thread_exit : lip[%p] already freed?!\n", value);
+    }
+    if (context != nullptr) {
+        unpin(context); // the thread's own reference
+    }
+}
+
+void release_at_process_exit(void)
+{
+    if (fatal_signal_received()) {
+        err_print("release_at_process_exit : fatal signal received - unflushed data will be lost\n");
+        return;
+    }
+    const library_scope scope;
+    if (!scope.entered() || !close_context_list()) {
+        give_up_inside_hook();
+        return;
+    }
+    const bool debug = debug_on(debug_general);
+    if (debug) {
+        debug_print("release_at_process_exit : cleanup main process\n");
+        lip_list_print();
+    }
+    const int32_t released = release_all_contexts();
+    if (debug && released > 0) {
+        debug_print("release_at_process_exit : %d loginfo structures freed\n", released);
+    } else if (debug) {
+        debug_print("release_at_process_exit : no loginfo structures found\n");
+    }
+}
+
+namespace {
+
+// The data belong to the parent. A context that was locked at the fork - by a thread that does not exist
+// here, or by the hook that this very thread is in - is left as it is, but never written.
+void discard_inherited(log_context* context)
+{
+    context->from_fork = true;
+    if (is_held(context->lock)) {
+        context->released = true;
+        return;
+    }
+    if (!context->released) {
+        release_loginfo(context);
+    }
+    unpin(context); // the slot's reference
+}
+
+} // namespace
+
+void clean_child_atfork(void)
+{
+    renew_identity_after_fork();
+    leave_library_after_fork();
+    const library_scope scope;
+    const bool debug = debug_on(debug_general);
+    if (debug) {
+        debug_print("clean_child_atfork : forked child starting - pid[%d] tid[%lu]\n", process_id(),
+                    thread_id());
+    }
+    log_context* inherited = thread_slot();
+    if (debug) {
+        debug_print("clean_child_atfork : g_log_info_key[%p] lip[%p]\n",
+                    reinterpret_cast<void*>(static_cast<uintptr_t>(context_key())),
+                    static_cast<void*>(inherited));
+    }
+    empty_list_after_fork();
+    forget_thread_slots_after_fork();
+    if (inherited == nullptr) {
+        if (debug) {
+            debug_print("clean_child_atfork : no loginfo structure to cleanup\n");
+        }
+        return;
+    }
+    if (debug) {
+        debug_print("clean_child_atfork : calling release_loginfo ...\n");
+    }
+    discard_inherited(inherited);
+    if (debug) {
+        debug_print("clean_child_atfork : cleaned-up old loginfo ...\n");
+    }
+}

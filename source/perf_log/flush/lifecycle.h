@@ -1,0 +1,16 @@
+#ifndef OSTRUM_PERF_LOG_FLUSH_LIFECYCLE_H
+#define OSTRUM_PERF_LOG_FLUSH_LIFECYCLE_H
+// What happens to contexts when a thread ends, the process exits, or a child is forked. Registered by
+// start-up.
+#include "perf_log/context/log_context.h"
+
+extern "C" {
+// Flushes (a context from the parent process is not flushed), closes and empties a context that was taken
+// off the list, and gives the list's reference back. Null: a debug line.
+void release_loginfo(ostrum::log_context* context);
+
+void release_at_thread_exit(void* context); // destructor of the thread-specific key
+void release_at_process_exit(void);         // exit handler
+void clean_child_atfork(void);              // fork handler, in the child
+}
+#endif

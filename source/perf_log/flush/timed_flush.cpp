@@ -1,0 +1,139 @@
+#include "perf_log/flush/timed_flush.h"
+
+#include "config/settings.h"
+#include "os/os_calls.h"
+#include "perf_log/context/context_list.h"
+#include "perf_log/flush/flush.h"
+#include "perf_log/flush/inside_opcode_flush.h"
+#include "perf_log/output/trace_file.h"
+#include "util/diagnostics.h"
+
+using namespace ostrum;
+
+namespace {
+
+constexpr int32_t contexts_per_batch = 64;
+
+bool flush_is_due(const log_context& context, int64_t now_tv)
+{
+    const int64_t next_flush_tv = due_time(context.trace.next_flush_tv);
+    return (next_flush_tv > 0 && next_flush_tv <= now_tv) || due_time(context.trace.period.end_tv) <= now_tv;
+}
+
+void flush_when_due(log_context& context, int64_t now_tv)
+{
+    if (!flush_is_due(context, now_tv)) {
+        return;
+    }
+    if (context.depth < 0) {
+        if (debug_on(debug_detail)) {
+            debug_print("timeout_handler_func : outside opcode - timeout\n");
+        }
+        flush_aggregation_tree(&context);
+    } else if ((configured().auto_flush & flush_inside_ops) != 0) {
+        if (debug_on(debug_detail)) {
+            debug_print("timeout_handler_func : inside opcode - timeout\n");
+        }
+        inside_opcode_flush(&context, now_tv);
+    } else {
+        context.flush_requested = true;
+    }
+}
+
+// The flush above has still gone into the old period's file.
+void enter_present_period(log_context& context, int64_t now_tv)
+{
+    aggregation_period period;
+    get_current_aggregation_period(&period, configured().aggregation_period, configured().aggregation_unit,
+                                   now_tv);
+    if (period.start_s == context.trace.period.start_s) {
+        return;
+    }
+    if (debug_on(debug_detail)) {
+        debug_print("timeout_handler_func : new aggr. period[%s - %s]\n", period.start_text, period.end_text);
+    }
+    close_trace_file(context.trace);
+    context.lines_since_flush = 0;
+    adopt_period(context.trace, period);
+    if (context.depth >= 0) {
+        open_log_file(&context.trace);
+    }
+}
+
+void visit(log_context& context, int64_t now_tv)
+{
+    if (!try_acquire(context.lock)) {
+        if (flush_is_due(context, now_tv)) {
+            context.flush_requested = true;
+        }
+        return;
+    }
+    if (!context.released) {
+        if (debug_on(debug_detail)) {
+            debug_print("timeout_handler_func : processing lip[%p]/pid[%d]/key[%d]\n",
+                        static_cast<void*>(&context), context.trace.pid, context.trace.key);
+        }
+        flush_when_due(context, now_tv);
+        enter_present_period(context, now_tv);
+    }
+    release(context.lock);
+}
+
+void visit_keyed_contexts(int64_t now_tv)
+{
+    const uint64_t this_visit = begin_visit();
+    log_context* batch[contexts_per_batch];
+    int32_t count = contexts_per_batch;
+    while (count == contexts_per_batch) {
+        count = pin_unvisited(batch, contexts_per_batch, this_visit);
+        for (int32_t i = 0; i < count; ++i) {
+            visit(*batch[i], now_tv);
+            unpin(batch[i]);
+        }
+    }
+}
+
+} // namespace
+
+void timeout_handler_func(const char* caller)
+{
+    const int64_t now_tv = os::realtime_ns();
+    if (debug_on(debug_detail)) {
+        debug_print("timeout_handler_func : caller[%s]\n", caller);
+    }
+    if (log_context* own = thread_slot()) {
+        visit(*own, now_tv);
+        return;
+    }
+    if (debug_on(debug_detail)) {
+        debug_print("timeout_handler_func : failed locating lip from key[%p] - assume key used\n",
+                    reinterpret_cast<void*>(static_cast<uintptr_t>(context_key())));
+    }
+    visit_keyed_contexts(now_tv);
+}
+
+void set_alarm_timer(void)
+{}
+
+void unset_alarm_timer(void)
+{}
+
+void timeout_handler(int /*signal_number*/)
+{}
+
+// Generous on purpose, and not normalised: callers expect a second more than the rest, and up to a whole
+// second in the microseconds.
+timeval* __ostrum_get_time_to_period_end(void* context, timeval* left)
+{
+    timeval now{};
+    if (context == nullptr || left == nullptr || !os::wall_clock(now)) {
+        return nullptr;
+    }
+    const int64_t end_s = due_time(static_cast<log_context*>(context)->trace.period.end_s);
+    *left = {};
+    if (now.tv_sec < end_s) {
+        left->tv_sec = end_s + 1 - now.tv_sec;
+        left->tv_usec = 1'000'000 - now.tv_usec;
+    }
+    return left;
+}
