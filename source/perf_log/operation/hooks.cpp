@@ -1,0 +1,206 @@
+#include "perf_log/operation/hooks.h"
+
+#include <cerrno>
+
+#include "config/program_name.h"
+#include "data_file/variables.h"
+#include "host_access/record_count.h"
+#include "os/os_calls.h"
+#include "perf_log/operation/op_event.h"
+#include "perf_log/operation/write_log.h"
+#include "process_state/process_state.h"
+#include "util/guarded_write.h"
+
+using namespace ostrum;
+
+namespace {
+
+constexpr int32_t error_log_level = 1;
+constexpr int32_t error_log_line = 4785; // kept: the host's log readers know the entry by it
+constexpr const char* error_log_file = "source/perf_log/operation/hooks.cpp";
+
+// What every hook does around its own work: the clock first, nothing when the thread is inside the
+// library already, the context held meanwhile, errno as it was.
+template <typename Work>
+int64_t run_hook(const context_name* name, Work work)
+{
+    const int saved_errno = errno;
+    const int64_t now_tv = os::realtime_ns();
+    const library_scope scope;
+    if (scope.entered()) {
+        const locked_context context(name);
+        if (context) {
+            work(*context, now_tv);
+        }
+    }
+    errno = saved_errno;
+    return now_tv;
+}
+
+qel_errbuf_t error_buffer(int32_t errnum, int32_t err_class, int32_t location)
+{
+    qel_errbuf_t ebuf{};
+    ebuf.location = static_cast<uint32_t>(location);
+    ebuf.err_class = static_cast<uint32_t>(err_class);
+    ebuf.errnum = static_cast<uint32_t>(errnum);
+    return ebuf;
+}
+
+void report_missing_error_buffer()
+{
+    constexpr char text[] = "\n*** Error buffer not initialized ***\n";
+    write_all_guarded(2, text, sizeof(text) - 1);
+}
+
+// An outermost end without an error buffer counts as a failure here (kept on purpose).
+void report_failed_operation(const qel_errbuf_t* ebuf, void* in_flist)
+{
+    if (ebuf == nullptr) {
+        report_missing_error_buffer();
+    } else if (ebuf->errnum == 0) {
+        return;
+    }
+    if (perf_data_file_var_get_int(__ostrum_get_data_file_handle(), nullptr, "log_error_flist") != 0 &&
+        qel_log_flist != nullptr) {
+        qel_log_flist(static_cast<qel_flist_t*>(in_flist), error_log_level,
+                      "opcode failure : ", error_log_file, error_log_line);
+    }
+}
+
+// The details that the start of the innermost open operation left in its node; operation 0 without them.
+op_event end_of_innermost(const log_context& context)
+{
+    op_event event{};
+    const agg_node* node =
+        context.depth >= 0 && context.depth < max_call_frames ? context.frames[context.depth].node : nullptr;
+    if (node != nullptr) {
+        event.opcode = node->opcode;
+        event.opname = node->opname;
+        event.opflags = static_cast<uint32_t>(node->flags);
+        event.program = node->program;
+        event.file = node->fname;
+        event.line = node->lineno;
+        event.obj_type = node->obj_type;
+        event.db = node->db_num;
+    }
+    return event;
+}
+
+// The common end of a function: its error buffer lives for this call only.
+void end_function(log_context& context, op_event& event, int32_t error, const qel_errbuf_t& ebuf)
+{
+    event.phase = op_phase::end;
+    event.end_flags = error != 0 ? end_flag_error : 0;
+    event.record_count = 1;
+    event.ebuf = &ebuf;
+    write_log(&context, &event);
+    --context.open_hook_calls;
+}
+
+} // namespace
+
+int64_t __ostrum_log_start_op(const context_name* name, uint32_t opcode, const char* opname, uint32_t opflags,
+                              void* in_flist, const char* file, int32_t line, const char* obj_type,
+                              int64_t obj_id, int64_t db, void* ebuf)
+{
+    return run_hook(name, [&](log_context& context, int64_t now_tv) {
+        ++context.open_hook_calls;
+        char* program = context.trace.program;
+        if (context.depth < 0) {
+            get_program(program, sizeof(context.trace.program));
+        }
+        const op_event event{op_phase::start,
+                             now_tv,
+                             static_cast<int32_t>(opcode),
+                             opname,
+                             opflags,
+                             program,
+                             file,
+                             line,
+                             obj_type,
+                             obj_id,
+                             db,
+                             in_flist,
+                             nullptr,
+                             0,
+                             0,
+                             static_cast<const qel_errbuf_t*>(ebuf)};
+        write_log(&context, &event);
+    });
+}
+
+int64_t __ostrum_log_end_op(const context_name* name, uint32_t opcode, const char* opname, uint32_t opflags,
+                            void* in_flist, void* out_flist, uint32_t end_flags, const char* file,
+                            int32_t line, const char* obj_type, int64_t obj_id, int64_t db, void* ebuf)
+{
+    return run_hook(name, [&](log_context& context, int64_t now_tv) {
+        const auto* error = static_cast<const qel_errbuf_t*>(ebuf);
+        const int32_t number = static_cast<int32_t>(opcode);
+        const int32_t records = count_flist(number, static_cast<qel_flist_t*>(out_flist), error);
+        const op_event event{op_phase::end, now_tv,    number,   opname, opflags, context.trace.program,
+                             file,          line,      obj_type, obj_id, db,      in_flist,
+                             out_flist,     end_flags, records,  error};
+        write_log(&context, &event);
+        --context.open_hook_calls;
+        if (context.depth < 0) {
+            report_failed_operation(error, in_flist);
+        }
+    });
+}
+
+int64_t __ostrum_log_start_fn(const context_name* name, uint32_t opcode, const char* fn_name,
+                              uint32_t opflags, const char* program, const char* file, int32_t line,
+                              const char* obj_type, int64_t obj_id, int64_t db)
+{
+    return run_hook(name, [&](log_context& context, int64_t now_tv) {
+        ++context.open_hook_calls;
+        const op_event event{op_phase::start,
+                             now_tv,
+                             static_cast<int32_t>(opcode),
+                             fn_name,
+                             opflags,
+                             program,
+                             file,
+                             line,
+                             obj_type,
+                             obj_id,
+                             db,
+                             nullptr,
+                             nullptr,
+                             0,
+                             0,
+                             nullptr};
+        write_log(&context, &event);
+    });
+}
+
+int64_t __ostrum_log_end_fn(const context_name* name, uint32_t opcode, const char* fn_name, uint32_t opflags,
+                            int32_t error, const char* program, const char* file, int32_t line,
+                            const char* obj_type, int64_t obj_id, int64_t db, int32_t errnum,
+                            int32_t err_class, int32_t location)
+{
+    return run_hook(name, [&](log_context& context, int64_t now_tv) {
+        op_event event{};
+        event.now_tv = now_tv;
+        event.opcode = static_cast<int32_t>(opcode);
+        event.opname = fn_name;
+        event.opflags = opflags;
+        event.program = program;
+        event.file = file;
+        event.line = line;
+        event.obj_type = obj_type;
+        event.obj_id = obj_id;
+        event.db = db;
+        end_function(context, event, error, error_buffer(errnum, err_class, location));
+    });
+}
+
+int64_t __ostrum_log_end_default(const context_name* name, int32_t error, int32_t errnum, int32_t err_class,
+                                 int32_t location)
+{
+    return run_hook(name, [&](log_context& context, int64_t now_tv) {
+        op_event event = end_of_innermost(context);
+        event.now_tv = now_tv;
+        end_function(context, event, error, error_buffer(errnum, err_class, location));
+    });
+}

@@ -1,0 +1,35 @@
+#ifndef OSTRUM_PERF_LOG_OPERATION_OP_EVENT_H
+#define OSTRUM_PERF_LOG_OPERATION_OP_EVENT_H
+#include <cstdint>
+
+#include "host_abi/host_services.h"
+
+namespace ostrum {
+
+enum class op_phase : int32_t { start = 1, end = 2 };
+
+inline constexpr uint32_t end_flag_error = 0x4; // function ends: the caller reports an error; operation
+                                                // ends: as the host gave it (served by the cache)
+
+// One hook call, as the per-operation logging sees it. Texts and references are the caller's.
+struct op_event {
+    op_phase phase;
+    int64_t now_tv;
+    int32_t opcode;
+    const char* opname;
+    uint32_t opflags;
+    const char* program;
+    const char* file;
+    int32_t line;
+    const char* obj_type;
+    int64_t obj_id;
+    int64_t db;
+    void* in_flist;
+    void* out_flist;
+    uint32_t end_flags;
+    int64_t record_count;     // elements that the ended operation returned
+    const qel_errbuf_t* ebuf; // null = none
+};
+
+} // namespace ostrum
+#endif

@@ -1,0 +1,112 @@
+#include "perf_log/operation/outermost_checks.h"
+
+#include <algorithm>
+#include <span>
+
+#include "config/settings.h"
+#include "data_file/variables.h"
+#include "perf_log/flush/flush.h"
+#include "perf_log/output/trace_file.h"
+#include "util/diagnostics.h"
+#include "util/resources.h"
+
+namespace ostrum {
+
+namespace {
+
+void refresh_modes(log_context& context)
+{
+    rt_info* data_file = __ostrum_get_data_file_handle();
+    const int64_t modified_tv = perf_data_file_var_last_mod_t(data_file);
+    if (modified_tv <= context.variables_stamp_tv) {
+        return;
+    }
+    variable_handles& handles = context.variables;
+    context.time_mode = perf_data_file_var_get_int(data_file, &handles.time_on, "time_on");
+    context.flist_mode = perf_data_file_var_get_int(data_file, &handles.flist_on, "flist_on");
+    context.alarm_mode = perf_data_file_var_get_int(data_file, &handles.alarm_on, "alarm_on");
+    const heap_ptr<char> opcodes{perf_data_file_var_get(data_file, &handles.trace_opcodes, "trace_opcodes")};
+    context.trace_opcodes = build_opcode_trace_list(opcodes.get());
+    context.variables_stamp_tv = modified_tv;
+}
+
+// True when the moment lies in another period than the context's; `period` is then that one.
+bool find_new_period(const log_context& context, int64_t now_tv, aggregation_period& period)
+{
+    get_current_aggregation_period(&period, configured().aggregation_period, configured().aggregation_unit,
+                                   now_tv);
+    if (period.start_s == context.trace.period.start_s) {
+        return false;
+    }
+    if (debug_on(debug_general)) {
+        debug_print("update_log_info : new aggregation period[%s - %s]\n", period.start_text,
+                    period.end_text);
+    }
+    return true;
+}
+
+// The modes and the period are looked at once per status check interval.
+bool status_check(log_context& context, int64_t now_tv, aggregation_period& period)
+{
+    if (now_tv <= context.next_status_check_tv) {
+        return false;
+    }
+    refresh_modes(context);
+    const bool new_period = find_new_period(context, now_tv, period);
+    context.next_status_check_tv = now_tv + configured().status_check_tv;
+    return new_period;
+}
+
+bool has_trace_output(const trace_source& source)
+{
+    return source.file != nullptr || source.single_file;
+}
+
+void flush_and_close(log_context& context, bool max_exceeded, bool new_period)
+{
+    if (debug_on(debug_general)) {
+        debug_print("update_log_info : need to flush - max_exceeded[%d] new_period[%d] time_fp[%#x] "
+                    "single_file[%d] LOG_TIME_FILE[%d]\n",
+                    max_exceeded ? 1 : 0, new_period ? 1 : 0,
+                    static_cast<unsigned>(reinterpret_cast<uintptr_t>(context.trace.file)),
+                    context.trace.single_file ? 1 : 0, logs_to_file(context.time_mode) ? 1 : 0);
+    }
+    flush_aggregation_tree(&context);
+    close_trace_file(context.trace);
+    context.lines_since_flush = 0;
+}
+
+bool is_traced_opcode(const trace_opcode_list& list, int32_t opcode)
+{
+    const std::span<const int32_t> opcodes(list.opcodes.get(), static_cast<size_t>(list.count));
+    return opcodes.empty() || std::find(opcodes.begin(), opcodes.end(), opcode) != opcodes.end();
+}
+
+} // namespace
+
+void check_at_outermost_start(log_context& context, const op_event& event)
+{
+    aggregation_period period;
+    const bool new_period = status_check(context, event.now_tv, period);
+    ++context.lines_since_flush;
+    const int32_t max_lines = configured().max_log_size;
+    const bool max_exceeded = max_lines != 0 && context.lines_since_flush >= max_lines;
+    const bool to_file = logs_to_file(context.time_mode);
+
+    const bool must_flush = !to_file || max_exceeded || new_period;
+    if (must_flush && has_trace_output(context.trace)) {
+        flush_and_close(context, max_exceeded, new_period);
+    }
+    if (new_period) {
+        adopt_period(context.trace, period);
+    }
+    if (to_file && !has_trace_output(context.trace)) {
+        open_log_file(&context.trace);
+    }
+    // Field-list traces: the file is to be closed and opened here when that output exists; which
+    // operations it covers is settled.
+    context.skip_flist_trace =
+        context.flist_mode <= 0 || !is_traced_opcode(context.trace_opcodes, event.opcode);
+}
+
+} // namespace ostrum

@@ -1,0 +1,27 @@
+#ifndef OSTRUM_PERF_LOG_OPERATION_TIMEOUT_NESTING_H
+#define OSTRUM_PERF_LOG_OPERATION_TIMEOUT_NESTING_H
+#include <cstdint>
+
+namespace ostrum {
+
+// The timeout nesting word: how deep the main thread is inside the logging, and whether a timed flush
+// was put off until it is out again. Touched on the main thread only.
+inline constexpr uint32_t nesting_count_mask = 0x0FFFFFFF;
+inline constexpr uint32_t timeout_deferred = 1U << 28;
+inline constexpr uint32_t timeout_running = 1U << 29;
+uint32_t& timeout_nesting_word();
+
+// Counts one stay inside the logging; on leaving, runs the flush that was put off.
+class timeout_nesting_scope {
+public:
+    timeout_nesting_scope();
+    ~timeout_nesting_scope();
+    timeout_nesting_scope(const timeout_nesting_scope&) = delete;
+    timeout_nesting_scope& operator=(const timeout_nesting_scope&) = delete;
+
+private:
+    bool on_main_thread_;
+};
+
+} // namespace ostrum
+#endif

@@ -1,0 +1,317 @@
+#include "perf_log/operation/write_log.h"
+
+#include <algorithm>
+
+#include "config/settings.h"
+#include "os/os_calls.h"
+#include "perf_log/flush/flush.h"
+#include "perf_log/operation/outermost_checks.h"
+#include "perf_log/operation/timeout_nesting.h"
+#include "process_metrics/cpu_usage.h"
+#include "util/diagnostics.h"
+
+namespace ostrum {
+
+namespace {
+
+constexpr int32_t grouped_transaction_flag = 0x10; // in a key's log_time
+
+struct cpu_times {
+    int64_t user_tv = 0;
+    int64_t sys_tv = 0;
+};
+
+// Elapsed and CPU time of the call that ends.
+struct call_cost {
+    int64_t elapsed_tv = 0;
+    cpu_times cpu;
+};
+
+const char* text_or_empty(const char* text)
+{
+    return text != nullptr ? text : "";
+}
+
+// Always at the outermost level while timing is on, deeper only when timing goes to a file.
+bool is_aggregated(const log_context& context)
+{
+    return context.depth == 0 ? context.time_mode > 0 : logs_to_file(context.time_mode);
+}
+
+bool is_outermost(const log_context& context)
+{
+    return context.depth == 0 || (context.depth == 1 && context.grouped_transaction);
+}
+
+cpu_times cpu_at_level(int32_t level)
+{
+    cpu_times cpu;
+    if (configured().collect_cpu_levels > level) {
+        get_cpu_usage(&cpu.user_tv, &cpu.sys_tv);
+    }
+    return cpu;
+}
+
+// An error of these two numbers is part of normal work below the outermost level.
+bool is_recorded_error(const op_event& event, int32_t depth)
+{
+    if (event.ebuf == nullptr || event.ebuf->errnum == 0) {
+        return false;
+    }
+    const uint32_t errnum = event.ebuf->errnum;
+    return depth == 0 || (errnum != 37 && errnum != 120);
+}
+
+// The text copies of a key are left unset: only its pointers are read.
+void fill_identity(agg_node& key, const log_context& context, const op_event& event)
+{
+    key.opcode = event.opcode;
+    key.flags = static_cast<int32_t>(event.opflags);
+    key.level = context.depth;
+    key.pid = static_cast<uint32_t>(context.trace.pid);
+    key.tid = context.trace.tid;
+    key.ptr_program = text_or_empty(event.program);
+    key.ptr_opname = text_or_empty(event.opname);
+    key.ptr_fname = text_or_empty(event.file);
+    key.ptr_obj_type = text_or_empty(event.obj_type);
+    key.lineno = event.line;
+    key.db_num = event.db;
+    key.hash_code = 0;
+    key.bucket_id = 0;
+    key.log_time = context.time_mode | (context.grouped_transaction ? grouped_transaction_flag : 0);
+    key.single_trace = 0;
+    key.bucket_source = nullptr;
+    key.bucket_def = nullptr;
+    key.caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
+    key.caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist);
+    key.live_counter = nullptr;
+    key.sub_opcode_tree = nullptr;
+    key.err_info = event.ebuf != nullptr ? &event.ebuf->location : nullptr;
+    key.main = total_record{};
+}
+
+void fill_start_key(agg_node& key, const log_context& context, const op_event& event)
+{
+    fill_identity(key, context, event);
+    key.count_in_buckets = 0;
+    key.main.total_calls = start_marker;
+    key.hash_code = ostrum_hash_aggr_node(&key);
+}
+
+void fill_end_key(agg_node& key, const log_context& context, const op_event& event, const call_frame& frame,
+                  const call_cost& cost)
+{
+    const bool cache_flag = (event.end_flags & end_flag_error) != 0;
+    fill_identity(key, context, event);
+    key.hash_code = frame.key_hash;
+    key.count_in_buckets = 1;
+    key.main.total_tv = cost.elapsed_tv;
+    key.main.min_tv = cost.elapsed_tv;
+    key.main.max_tv = cost.elapsed_tv;
+    key.main.cm_cache_tv = cache_flag ? cost.elapsed_tv : 0;
+    key.main.total_recs = event.record_count;
+    key.main.total_calls = 1;
+    key.main.total_errors = is_recorded_error(event, context.depth) ? 1 : 0;
+    key.main.cm_cache_calls = cache_flag ? 1 : 0;
+    key.main.user_cpu_tv = cost.cpu.user_tv;
+    key.main.sys_cpu_tv = cost.cpu.sys_tv;
+    key.bucket_source = own_totals_in_use(frame) ? &frame.own : nullptr;
+}
+
+// ---- start ----
+
+void begin_frame(log_context& context, const op_event& event, const cpu_times& cpu, uint64_t key_hash)
+{
+    call_frame& frame = context.frames[context.depth];
+    frame.start_tv = event.now_tv;
+    frame.user_cpu_tv = cpu.user_tv;
+    frame.sys_cpu_tv = cpu.sys_tv;
+    frame.in_flist = event.in_flist;
+    frame.opcode = static_cast<uint32_t>(event.opcode);
+    frame.opflags = event.opflags;
+    frame.sequence = context.current_sequence;
+    frame.key_hash = key_hash;
+    frame.own.total_calls = start_marker;
+}
+
+void insert_into_aggregation(log_context& context, const agg_node& key)
+{
+    const uint32_t result = insert_agg_node(context.trace.tree, context.frames, &key, context.depth, nullptr);
+    if (result == BT_FAIL) {
+        err_print("write_log : error inserting aggregate - level[%d] opcode[%d]\n", context.depth,
+                  key.opcode);
+    } else if (result == BT_INSERTED) {
+        ++context.trace.new_node_count;
+    }
+    if (debug_on(debug_fine)) {
+        __ostrum_dump_agg_node(&key, "ENTER");
+    }
+}
+
+void insert_into_single_tree(log_context& context, agg_node& key)
+{
+    key.single_trace = 1;
+    if (insert_agg_node(context.single_tree, context.frames, &key, context.depth, nullptr) == BT_FAIL) {
+        err_print("write_log : error inserting single tree - level[%d] opcode[%d]\n", context.depth,
+                  key.opcode);
+    }
+    if (debug_on(debug_fine)) {
+        __ostrum_dump_agg_node(&key, "ENTER-SINGLE");
+    }
+}
+
+void log_start(log_context& context, const op_event& event)
+{
+    if (++context.depth >= max_call_frames) {
+        return; // counted, without a frame
+    }
+    if (is_outermost(context)) {
+        check_at_outermost_start(context, event);
+    }
+    const bool aggregate = is_aggregated(context);
+    context.current_sequence = ++context.operation_sequence;
+    if (context.depth == 0) {
+        context.top_sequence = context.current_sequence;
+    }
+    const cpu_times cpu = cpu_at_level(context.depth);
+    if (aggregate || context.single_tree_active) {
+        agg_node key;
+        fill_start_key(key, context, event);
+        begin_frame(context, event, cpu, key.hash_code);
+        if (aggregate) {
+            insert_into_aggregation(context, key);
+        }
+        if (context.single_tree_active) {
+            insert_into_single_tree(context, key);
+        }
+    } else if (context.flist_mode > 0) {
+        begin_frame(context, event, cpu, 0);
+    }
+    // The start record of the field-list trace is written here when that output exists.
+}
+
+// ---- end ----
+
+call_cost measure_call(log_context& context, const call_frame& frame, const op_event& event)
+{
+    const cpu_times cpu = cpu_at_level(context.depth);
+    context.current_sequence = frame.sequence;
+    return {std::max<int64_t>(event.now_tv - frame.start_tv, 0),
+            {cpu.user_tv - frame.user_cpu_tv, cpu.sys_tv - frame.sys_cpu_tv}};
+}
+
+void update_node(agg_node* node, const agg_node& key, const char* label)
+{
+    if (debug_on(debug_fine)) {
+        __ostrum_dump_agg_node(&key, label);
+    }
+    if (agg_upd_fn(node, &key, BT_EXISTED, nullptr) != 1) {
+        err_print(
+            "perf_log : failed updating aggregation - level[%d] opcode[%d](%s) opflags[%#x] program[%s] "
+            "filename[%s] lineno[%d] obj_type[%s] db_num[%ld]\n",
+            key.level, key.opcode, key.ptr_opname, static_cast<unsigned>(key.flags), key.ptr_program,
+            key.ptr_fname, key.lineno, key.ptr_obj_type, key.db_num);
+    }
+}
+
+// The parts of the call that were flushed before it ended, made up to the whole call.
+void add_to_own_totals(total_record& own, const total_record& added)
+{
+    own.total_tv += added.total_tv;
+    own.max_tv = own.total_tv;
+    own.user_cpu_tv += added.user_cpu_tv;
+    own.sys_cpu_tv += added.sys_cpu_tv;
+    own.cm_cache_calls = added.cm_cache_calls;
+    own.cm_cache_tv = added.cm_cache_calls != 0 ? own.total_tv : 0;
+    own.total_errors = added.total_errors;
+    own.total_recs = added.total_recs;
+    own.total_calls = added.total_calls;
+}
+
+void merge_into_nodes(log_context& context, call_frame& frame, const op_event& event, const call_cost& cost)
+{
+    agg_node key;
+    fill_end_key(key, context, event, frame, cost);
+    if (is_aggregated(context)) {
+        update_node(frame.node, key, "EXIT");
+    }
+    if (context.single_tree_active) {
+        key.single_trace = 1;
+        update_node(frame.single_node, key, "EXIT-SINGLE");
+    }
+    if (own_totals_in_use(frame)) {
+        add_to_own_totals(frame.own, key.main);
+    }
+}
+
+// Alarms, the field-list trace's end record and the single-operation list belong at this place, in this
+// order, when they exist.
+void finish_outermost(log_context& context)
+{
+    if (!context.single_tree_active) {
+        return;
+    }
+    if (bt_empty(context.single_tree) != BT_EMPTIED) {
+        err_print("write_log : failed deleting single opcode tree\n");
+    }
+    context.single_tree_active = false;
+}
+
+void flush_between_operations(log_context& context, int64_t now_tv)
+{
+    if (!logs_to_file(context.time_mode) || context.depth >= 0) {
+        return;
+    }
+    if (context.flush_requested.load(std::memory_order_relaxed) ||
+        due_time(context.trace.next_flush_tv) <= now_tv) {
+        flush_aggregation_tree(&context);
+        context.flush_requested = false;
+    }
+}
+
+void end_open_frame(log_context& context, const op_event& event)
+{
+    call_frame& frame = context.frames[context.depth];
+    const call_cost cost = measure_call(context, frame, event);
+    if (is_aggregated(context) || context.single_tree_active) {
+        merge_into_nodes(context, frame, event, cost);
+    }
+    if (context.depth == 0) {
+        finish_outermost(context);
+    }
+    --context.depth;
+    flush_between_operations(context, event.now_tv);
+    clear_frame(frame);
+}
+
+void log_end(log_context& context, const op_event& event)
+{
+    if (context.depth >= max_call_frames) {
+        --context.depth; // it never had a frame
+    } else if (context.depth >= 0) {
+        end_open_frame(context, event);
+    } else {
+        // An end without a start: nothing to measure, but what is due is flushed all the same.
+        flush_between_operations(context, event.now_tv);
+    }
+}
+
+} // namespace
+} // namespace ostrum
+
+void write_log(ostrum::log_context* context, const ostrum::op_event* event)
+{
+    using namespace ostrum;
+    op_event timed;
+    if (event->now_tv < 1) {
+        timed = *event;
+        timed.now_tv = os::realtime_ns();
+        event = &timed;
+    }
+    const timeout_nesting_scope nesting;
+    if (event->phase == op_phase::start) {
+        log_start(*context, *event);
+    } else {
+        log_end(*context, *event);
+    }
+}
