@@ -1,0 +1,247 @@
+// Aggregation periods, the timed flush, the flush inside an operation, and the idle wait.
+#include "support/tracing_fixture.h"
+
+#include <ctime>
+#include <thread>
+
+#include "ostrum.h"
+#include "perf_log/flush/idle_select.h"
+#include "perf_log/flush/inside_opcode_flush.h"
+#include "perf_log/flush/timed_flush.h"
+
+using namespace ostrum;
+
+class Periods : public tracing_fixture {
+protected:
+    static int64_t at(const char* text) // UTC
+    {
+        tm fields{};
+        strptime(text, "%Y-%m-%d %H:%M:%S", &fields);
+        return timegm(&fields);
+    }
+};
+
+TEST_F(Periods, AreAlignedToTheClock)
+{
+    struct {
+        int32_t length;
+        period_unit unit;
+        const char* now;
+        const char* start;
+        const char* end;
+    } const cases[] = {
+        {15, period_unit::minutes, "2026-03-01 10:44:59", "20260301_103000", "20260301_104500"},
+        {15, period_unit::minutes, "2026-03-01 10:45:00", "20260301_104500", "20260301_110000"},
+        {1, period_unit::hours, "2026-12-31 23:30:10", "20261231_230000", "20270101_000000"},
+        {8, period_unit::hours, "2026-02-28 16:00:00", "20260228_160000", "20260301_000000"},
+        {25, period_unit::minutes, "2026-03-01 10:55:00", "20260301_105000", "20260301_111500"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.now);
+        const int64_t now_s = at(c.now);
+        fake_os::freeze_clock(now_s * second + 700 * ms);
+        aggregation_period period;
+        get_current_aggregation_period(&period, c.length, c.unit, now_s * second + 700 * ms);
+        EXPECT_STREQ(period.start_text, c.start);
+        EXPECT_STREQ(period.end_text, c.end);
+        EXPECT_EQ(period.end_tv, period.end_s * second);
+        EXPECT_EQ(period.end_s - period.start_s, c.length * (c.unit == period_unit::hours ? 3600 : 60));
+    }
+    aggregation_period period;
+    fake_os::fail(fake_os::call::local_time, 1, EOVERFLOW);
+    get_current_aggregation_period(&period, 1, period_unit::hours, 5);
+    EXPECT_STREQ(period.start_text, "19700101_000000");
+    EXPECT_STREQ(period.end_text, "19700101_000000");
+    EXPECT_EQ(period.start_s + period.end_s + period.end_tv, 0);
+}
+
+TEST_F(Periods, TimeToTheEndIsGenerous)
+{
+    timeval left{};
+    fake_os::freeze_clock(begin_s * second + 400 * ms);
+    ASSERT_EQ(__ostrum_get_time_to_period_end(&context(), &left), &left);
+    EXPECT_EQ(left.tv_sec, 15 * 60 + 1);
+    EXPECT_EQ(left.tv_usec, 600'000);
+    fake_os::freeze_clock((begin_s + 15 * 60) * second);
+    __ostrum_get_time_to_period_end(&context(), &left);
+    EXPECT_EQ(left.tv_sec + left.tv_usec, 0);
+    EXPECT_EQ(__ostrum_get_time_to_period_end(nullptr, &left), nullptr);
+    EXPECT_EQ(__ostrum_get_time_to_period_end(&context(), nullptr), nullptr);
+    fake_os::fail(fake_os::call::wall_clock, 1, EINVAL);
+    EXPECT_EQ(__ostrum_get_time_to_period_end(&context(), &left), nullptr);
+}
+
+// Contexts by key, visited from a thread that has none of its own.
+class TimedFlush : public Periods {
+protected:
+    void SetUp() override
+    {
+        set_variable("time_on", "2");
+        for (int32_t key = 0; key < 100; ++key) {
+            contexts_.push_back(lip_list_add(nullptr, process_id(), key));
+            run_in(*contexts_.back());
+        }
+    }
+    void TearDown() override
+    {
+        for (log_context* c : contexts_) {
+            release_loginfo(lip_list_del(c, 0, 0));
+            unpin(c);
+        }
+    }
+    static void run_in(log_context& c)
+    {
+        op_event event{};
+        event.opcode = 3;
+        event.phase = op_phase::start;
+        write_log(&c, &event);
+        event.phase = op_phase::end;
+        write_log(&c, &event);
+    }
+    std::vector<log_context*> contexts_;
+};
+
+TEST_F(TimedFlush, WritesWhatIsDueAndAsksWhereTheContextIsBusy)
+{
+    timeout_handler_func("test");
+    EXPECT_EQ(trace_text(), "") << "nothing is due yet";
+
+    fake_os::advance_clock(600 * second);
+    op_event event{};
+    event.opcode = 5;
+    event.phase = op_phase::start;
+    write_log(contexts_[1], &event); // inside an operation
+    acquire(contexts_[2]->lock);     // in the middle of a hook
+    timeout_handler_func("test");
+    release(contexts_[2]->lock);
+    EXPECT_EQ(count_of(trace_text(), "VRT_OP_ELAPSED"), 98);
+    EXPECT_TRUE(contexts_[1]->flush_requested);
+    EXPECT_TRUE(contexts_[2]->flush_requested);
+    EXPECT_FALSE(contexts_[3]->flush_requested);
+    event.phase = op_phase::end;
+    write_log(contexts_[1], &event);
+    EXPECT_EQ(count_of(trace_text(), "VRT_OP_ELAPSED"), 99);
+}
+
+TEST_F(TimedFlush, ClosesThePeriodOfIdleContexts)
+{
+    fake_os::advance_clock(15 * 60 * second);
+    op_event event{};
+    event.opcode = 5;
+    event.phase = op_phase::start;
+    contexts_[1]->next_status_check_tv = INT64_MAX; // its own look at the period is not due
+    write_log(contexts_[1], &event);
+    timeout_handler_func("test");
+    EXPECT_EQ(contexts_[0]->trace.file, nullptr);
+    EXPECT_STREQ(contexts_[0]->trace.period.start_text, "20251115_133000");
+    EXPECT_EQ(contexts_[0]->lines_since_flush, 0);
+    EXPECT_NE(contexts_[1]->trace.file, nullptr) << "inside an operation the new file is opened at once";
+    EXPECT_EQ(count_of(trace_text(), "VRT_OP_ELAPSED"), 99);
+}
+
+class InsideFlush : public tracing_fixture {};
+
+TEST_F(InsideFlush, SplitsRunningCallsAndCountsThemWhereTheyEnd)
+{
+    set_variable("time_on", "2");
+    start({.opcode = 3});
+    fake_os::advance_clock(10 * ms);
+    start({.opcode = 7});
+    fake_os::advance_clock(20 * ms);
+    inside_opcode_flush(&context(), ostrum_now_tv());
+    const std::string first = trace_text();
+    EXPECT_EQ(count_of(first, "F,0.030000000,0,0,0.030000000,0.030000000,"), 1) << first;
+    EXPECT_EQ(count_of(first, "F,0.020000000,0,0,0.020000000,0.020000000,"), 1) << first;
+    EXPECT_EQ(context().trace.new_node_count, 2);
+
+    fake_os::advance_clock(5 * ms);
+    end({.opcode = 7});
+    end({.opcode = 3});
+    EXPECT_EQ(node(3)->main.total_tv, 5 * ms);
+    EXPECT_EQ(node(3)->main.total_calls, 1);
+    EXPECT_EQ(find_node(node(3)->sub_opcode_tree, 7)->main.total_tv, 5 * ms);
+    run({.opcode = 3}, ms);
+    EXPECT_EQ(node(3)->main.total_calls, 2) << "the next call starts without flushed parts";
+}
+
+TEST_F(InsideFlush, RefusesWithoutMemoryAndKeepsTheTree)
+{
+    set_variable("time_on", "2");
+    start({.opcode = 3});
+    fake_os::fail(fake_os::call::allocate, 1, ENOMEM);
+    const std::string lines =
+        fake_os::captured_stderr([&] { inside_opcode_flush(&context(), ostrum_now_tv()); });
+    EXPECT_NE(lines.find("inside_opocode_flush : out of memory creating new tree\n"), std::string::npos);
+    fake_os::advance_clock(ms);
+    end({.opcode = 3});
+    EXPECT_EQ(node(3)->main.total_tv, ms);
+}
+
+class IdleSelect : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        fake_os::reset();
+        ASSERT_EQ(pipe(ends_), 0);
+        FD_ZERO(&set_);
+        FD_SET(ends_[0], &set_);
+    }
+    void TearDown() override
+    {
+        close(ends_[0]);
+        close(ends_[1]);
+        settings_for_startup() = settings{};
+    }
+    int ends_[2]{};
+    fd_set set_{};
+};
+
+TEST_F(IdleSelect, BehavesAsSelectDoes)
+{
+    timeval short_wait{0, 20'000};
+    EXPECT_EQ(__ostrum_select(ends_[0] + 1, &set_, nullptr, nullptr, &short_wait), 0);
+    FD_SET(ends_[0], &set_);
+    ASSERT_EQ(write(ends_[1], "x", 1), 1);
+    EXPECT_EQ(__ostrum_select(ends_[0] + 1, &set_, nullptr, nullptr, nullptr), 1);
+    EXPECT_TRUE(FD_ISSET(ends_[0], &set_));
+    close(ends_[1]);
+    fd_set bad = set_;
+    FD_SET(ends_[1], &bad);
+    EXPECT_EQ(__ostrum_select(ends_[1] + 1, &bad, nullptr, nullptr, nullptr), -1);
+    EXPECT_EQ(errno, EBADF);
+    ends_[1] = dup(ends_[0]);
+}
+
+TEST_F(IdleSelect, GoesOnAfterInterruptionsWithTheSetsRestored)
+{
+    fake_os::fail(fake_os::call::wait_for_descriptors, 1, EINTR);
+    ASSERT_EQ(write(ends_[1], "x", 1), 1);
+    timeval wait{5, 0};
+    EXPECT_EQ(__ostrum_select(ends_[0] + 1, &set_, nullptr, nullptr, &wait), 1);
+    // An endless wait with automatic flushing wakes up each second inside, and only there.
+    char byte;
+    ASSERT_EQ(read(ends_[0], &byte, 1), 1);
+    settings_for_startup().auto_flush = flush_between_ops;
+    const int64_t before = fake_os::calls_made(fake_os::call::wait_for_descriptors);
+    std::thread writer([&] {
+        usleep(1'200'000);
+        EXPECT_EQ(write(ends_[1], "x", 1), 1);
+    });
+    EXPECT_EQ(__ostrum_select(ends_[0] + 1, &set_, nullptr, nullptr, nullptr), 1);
+    writer.join();
+    EXPECT_EQ(fake_os::calls_made(fake_os::call::wait_for_descriptors) - before, 2);
+}
+
+TEST_F(IdleSelect, CopiesSetsOfMoreThanTheUsualDescriptors)
+{
+    constexpr int wide = 5000;
+    std::vector<fd_mask> large(wide / (8 * sizeof(fd_mask)) + 1, 0);
+    auto* set = reinterpret_cast<fd_set*>(large.data());
+    large[static_cast<size_t>(ends_[0]) / (8 * sizeof(fd_mask))] |=
+        fd_mask{1} << (static_cast<size_t>(ends_[0]) % (8 * sizeof(fd_mask)));
+    ASSERT_EQ(write(ends_[1], "x", 1), 1);
+    fake_os::fail(fake_os::call::wait_for_descriptors, 1, EINTR);
+    EXPECT_EQ(__ostrum_select(wide, set, nullptr, nullptr, nullptr), 1);
+    fake_os::fail(fake_os::call::allocate, 1, ENOMEM);
+    EXPECT_EQ(__ostrum_select(wide, set, nullptr, nullptr, nullptr), -1);
+    EXPECT_EQ(errno, ENOMEM);
+}
