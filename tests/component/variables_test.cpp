@@ -1,0 +1,171 @@
+#include "component/data_file_fixture.h"
+
+namespace {
+
+class variables_test : public data_file_fixture {
+protected:
+    variables_test() { open(); }
+
+    std::string text_of(const char* name)
+    {
+        const c_block<char> text(perf_data_file_var_get(handle_, nullptr, name));
+        return text ? text.get() : "(null)";
+    }
+};
+
+TEST_F(variables_test, LimitsOfNamesAndValues)
+{
+    const std::string name(127, 'n');
+    const std::string value(1023, 'v');
+    EXPECT_NE(rt_variable_add(handle_, name.c_str(), value.c_str(), 0), nullptr);
+    EXPECT_EQ(text_of(name.c_str()), value);
+
+    const std::string long_name = name + "n";
+    const std::string long_value = value + "v";
+    const struct {
+        rt_info* handle;
+        const char* name;
+        const char* value;
+        std::string message; // with the addresses as patterns
+    } refused[] = {
+        {nullptr, "a", "b",
+         "rtip\\[\\(nil\\)\\] name\\[0x[0-9a-f]+\\]\\(a\\)\\(1/128\\) "
+         "value\\[0x[0-9a-f]+\\]\\(b\\)\\(1/1024\\)\n"},
+        {handle_, nullptr, "b", "name\\[\\(nil\\)\\]\\(\\)\\(0/128\\) "},
+        {handle_, "a", nullptr, "value\\[\\(nil\\)\\]\\(\\)\\(0/1024\\)\n"},
+        {handle_, long_name.c_str(), "b", "\\(n+\\)\\(128/128\\) "},
+        {handle_, "a", long_value.c_str(), "\\(v+\\)\\(1024/1024\\)\n"},
+    };
+    for (const auto& r : refused) {
+        const std::string text = fake_os::captured_stderr(
+            [&] { EXPECT_EQ(rt_variable_add(r.handle, r.name, r.value, 1), nullptr); });
+        EXPECT_THAT(text, testing::ContainsRegex("rt_variable_add : bad input - .*" + r.message));
+    }
+    int32_t count = 5;
+    EXPECT_EQ(rt_variables_copy(handle_, long_name.c_str(), &count), nullptr);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(image().variable_count, 1U);
+}
+
+TEST_F(variables_test, AMissingVariableIsCreatedByItsFirstReader)
+{
+    EXPECT_EQ(perf_data_file_var_get_int(handle_, nullptr, "alarm_on"), 0);
+    EXPECT_EQ(text_of("alarm_on"), "0");
+    EXPECT_EQ(text_of("trace_opcodes"), "");
+    EXPECT_EQ(text_of("Alarm_on"), "") << "names are case-sensitive";
+    EXPECT_EQ(image().variable_count, 3U);
+}
+
+TEST_F(variables_test, NumbersAreReadFromTexts)
+{
+    const struct {
+        const char* text;
+        int32_t number;
+        double real;
+    } cases[] = {
+        {"12abc", 12, 12.0}, {"", 0, 0.0},
+        {"x", 0, 0.0},       {" -7", -7, -7.0},
+        {"0x10", 0, 16.0},   {"4294967298", 2, 4294967298.0},
+        {"010", 10, 10.0},   {"99999999999999999999", -1, 1e20},
+    };
+    ostrum::variable_entry* entry = rt_variable_add(handle_, "v", "", 0);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        errno = 0;
+        rt_variable_set_str(entry, c.text);
+        EXPECT_EQ(rt_variable_get_int(entry), c.number);
+        EXPECT_DOUBLE_EQ(rt_variable_get_double(entry), c.real);
+        EXPECT_EQ(errno, 0);
+    }
+    rt_variable_set_int(entry, INT32_MIN);
+    EXPECT_STREQ(entry->value, "-2147483648");
+    rt_variable_set_double(entry, 2.5);
+    EXPECT_STREQ(entry->value, "2.500000");
+    rt_variable_set_double(entry, 1e300);
+    EXPECT_EQ(strlen(entry->value), 127U);
+    rt_variable_set_str(entry, std::string(2000, 'v').c_str());
+    EXPECT_EQ(strlen(entry->value), 1023U);
+    rt_variable_set_str(entry, nullptr);
+    rt_variable_set_str(nullptr, "x");
+    EXPECT_EQ(rt_variable_get_int(nullptr), 0);
+    EXPECT_EQ(rt_variable_get_str(nullptr), nullptr);
+}
+
+TEST_F(variables_test, OnlyTheInsertPathAdvancesTheModifiedTime)
+{
+    int64_t clock = 1000;
+    // Runs a step at a new time; whether the file shows that time then.
+    const auto advances = [&](auto step) {
+        fake_os::freeze_clock(++clock);
+        step();
+        return perf_data_file_var_last_mod_t(handle_) == clock;
+    };
+    ostrum::variable_entry* cache = nullptr;
+    EXPECT_TRUE(advances([&] { perf_data_file_var_get_int(handle_, &cache, "time_on"); }));
+    ASSERT_EQ(cache, &image().variables[0]);
+    EXPECT_FALSE(advances([&] { perf_data_file_var_get_int(handle_, nullptr, "time_on"); }));
+    EXPECT_TRUE(advances([&] { EXPECT_EQ(perf_data_file_var_set(handle_, nullptr, "time_on", "1"), 0); }));
+    EXPECT_FALSE(advances([&] { EXPECT_EQ(perf_data_file_var_set_int(handle_, &cache, "time_on", 2), 0); }));
+    EXPECT_EQ(text_of("time_on"), "2");
+    EXPECT_EQ(perf_data_file_var_get_int(handle_, &cache, "another name, which a filled cache ignores"), 2);
+
+    ostrum::variable_entry* filled_by_set = nullptr;
+    EXPECT_EQ(perf_data_file_var_set(handle_, &filled_by_set, "new", "x"), 0);
+    EXPECT_STREQ(filled_by_set->name, "new");
+}
+
+TEST_F(variables_test, TheTableTakesFiveHundredAndTwelve)
+{
+    for (int i = 0; i < 512; ++i) {
+        ASSERT_NE(rt_variable_add(handle_, std::to_string(i).c_str(), "", 0), nullptr);
+    }
+    EXPECT_THAT(
+        fake_os::captured_stderr([this] { EXPECT_EQ(rt_variable_add(handle_, "512", "", 0), nullptr); }),
+        testing::EndsWith("rt_variable_add : variable table is full - 512 entries used\n"));
+    EXPECT_EQ(rt_variable_add(handle_, "511", "y", 1), &image().variables[511]);
+}
+
+TEST_F(variables_test, CopiesOneByNameOrAll)
+{
+    rt_variable_add(handle_, "a", "1", 0);
+    rt_variable_add(handle_, "b", "2", 0);
+    int32_t count = 0;
+    const c_block<ostrum::variable_entry> one(rt_variables_copy(handle_, "b", &count));
+    ASSERT_EQ(count, 1);
+    EXPECT_STREQ(one->value, "2");
+    const c_block<ostrum::variable_entry> all(rt_variables_copy(handle_, nullptr, &count));
+    ASSERT_EQ(count, 2);
+    EXPECT_STREQ(all.get()[1].name, "b");
+
+    memset(image().variables[0].name, 'x', ostrum::text_bytes + ostrum::variable_value_bytes);
+    image().variable_count = 1U << 20;
+    const c_block<ostrum::variable_entry> hostile(rt_variables_copy(handle_, nullptr, &count));
+    EXPECT_EQ(count, 512);
+    EXPECT_EQ(strlen(hostile->name) + strlen(hostile->value), 127U + 1023);
+    const c_block<char> value(rt_variable_get_str(&image().variables[0]));
+    EXPECT_EQ(strlen(value.get()), 1023U);
+
+    fake_os::fail(fake_os::call::allocate, 1, ENOMEM, true);
+    EXPECT_EQ(rt_variables_copy(handle_, nullptr, &count), nullptr);
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(text_of("b"), "(null)");
+}
+
+TEST_F(variables_test, DebugListing)
+{
+    rt_variable_add(handle_, "a", "1", 0);
+    const auto listed = [](rt_info* handle) {
+        return fake_os::captured_stderr([&] { rt_variables_debug(handle, "TITLE"); });
+    };
+    EXPECT_EQ(listed(handle_) + listed(nullptr), "");
+    ostrum::set_debug_bits(ostrum::debug_general);
+    EXPECT_THAT(
+        listed(handle_),
+        testing::ContainsRegex("rt_variables_debug : TITLE\n.*rt_variables_debug : found 1 "
+                               "variables\n.* : rt_variables_debug : #\\[0\\] name\\[a\\] value\\[1\\]\n$"));
+    EXPECT_THAT(listed(nullptr), testing::EndsWith("rt_variables_debug : NULL pointer\n"));
+    EXPECT_THAT(fake_os::captured_stderr([this] { rt_variable_add(handle_, "a", "2", 1); }),
+                testing::EndsWith("rt_variable_set_str : name[a] value[2]\n"));
+}
+
+} // namespace
