@@ -1,0 +1,154 @@
+// What happens to the figures when a thread ends, the process exits or forks, and after signals.
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "support/run_host.h"
+
+namespace {
+
+int64_t count_of(const std::string& text, const std::string& part)
+{
+    int64_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++n;
+    }
+    return n;
+}
+
+// Sum of the call figures of all paths of an operation at the outermost level.
+int64_t calls_of(const host_run& run, int opcode)
+{
+    std::istringstream lines(run.text_of_files(".plog.txt"));
+    int64_t calls = 0;
+    bool wanted = false;
+    for (std::string line; std::getline(lines, line);) {
+        if (line[0] == 'S') {
+            wanted = line.rfind("S,1,0," + std::to_string(opcode) + ",", 0) == 0;
+        } else if (wanted) {
+            const size_t recs_at = line.find(',', 2) + 1;
+            calls += std::stoll(line.substr(line.find(',', recs_at) + 1));
+            wanted = false;
+        }
+    }
+    return calls;
+}
+
+const std::vector<host_setting> timing = {{"ostrum_var_time", "3"}, {"ostrum_debug", "1"}};
+
+void expect_sound(const host_run& run, int exit_status)
+{
+    EXPECT_EQ(run.exit_status, exit_status) << run.errors;
+    EXPECT_EQ(run.output.find("BAD"), std::string::npos) << run.output;
+    EXPECT_EQ(run.lines_with("already freed?!"), 0) << run.errors;
+}
+
+} // namespace
+
+TEST(Lifecycle, ExitWritesEveryContextOnce)
+{
+    const host_run run =
+        run_host(timing, "repeat 5 {op 3}; thread {op_key 1 5; op_key 2 5}; start 7; exit 3");
+    expect_sound(run, 3);
+    EXPECT_EQ(calls_of(run, 3), 5);
+    EXPECT_EQ(calls_of(run, 5), 2);
+    EXPECT_EQ(count_of(run.text_of_files(".plog.txt"), "S,1,0,7,"), 1)
+        << "the open operation, without a call";
+    EXPECT_EQ(run.lines_with("release_at_process_exit : 3 loginfo structures freed"), 1);
+    EXPECT_EQ(run.files_ending(".plog.txt").size(), 2U) << "keyed contexts show thread id 0 and share a file";
+}
+
+TEST(Lifecycle, AThreadThatEndsWritesItsFiguresAndExitDoesNotRepeatThem)
+{
+    const host_run run = run_host(timing, "thread {repeat 4 {op 3}}; thread {repeat 2 {op 3}}; exit 0");
+    expect_sound(run, 0);
+    EXPECT_EQ(calls_of(run, 3), 6);
+    EXPECT_EQ(run.lines_with("release_at_thread_exit : cleanup thread"), 2);
+    EXPECT_EQ(run.lines_with("release_at_process_exit : no loginfo structures found"), 1);
+}
+
+TEST(Lifecycle, TheSecondThreadOfASharedContextFindsItReleased)
+{
+    const host_run run = run_host(timing, "op 3; thread {op 3}; op 3; exit 0");
+    EXPECT_EQ(run.exit_status, 0);
+    EXPECT_EQ(calls_of(run, 3), 3);
+    // The main thread goes on with a fresh context and ends through exit, not as a thread.
+    EXPECT_EQ(run.lines_with("already freed?!"), 0);
+    EXPECT_EQ(run.lines_with("lip_list_add : created new loginfo"), 2);
+}
+
+TEST(Lifecycle, AForkedChildStartsCleanAndLeavesTheParentsFiguresAlone)
+{
+    struct {
+        const char* child;
+        int64_t calls;
+    } const cases[] = {{"exit 0", 2},          {"quick_exit 0", 2}, {"op 3; exit 0", 3},
+                       {"repeat 3 {op 3}", 5}, {"fork {op 3}", 3},  {"thread {op 3}; op_key 4 3", 4}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.child);
+        const host_run run =
+            run_host(timing, "op 3; op_key 9 5; fork {" + std::string(c.child) + "}; op 3; exit 0");
+        expect_sound(run, 0);
+        EXPECT_EQ(calls_of(run, 3), c.calls);
+        EXPECT_EQ(calls_of(run, 5), 1);
+        EXPECT_GE(run.lines_with("clean_child_atfork : forked child starting"), 1);
+        EXPECT_GE(run.lines_with("no flush required (from fork)"), 1);
+    }
+}
+
+TEST(Lifecycle, AFatalSignalFlushesNothing)
+{
+    const host_options with_handlers{.signal_handlers = true};
+    struct {
+        const char* signal;
+        int exit_status; // one host handler exits, the other returns and the host goes on
+    } const signals[] = {{"SEGV", 11}, {"BUS", 0}};
+    for (const auto& c : signals) {
+        SCOPED_TRACE(c.signal);
+        const host_run run =
+            run_host({{"ostrum_var_time", "3"}}, std::string("op 3; raise ") + c.signal, with_handlers);
+        EXPECT_EQ(run.exit_status, c.exit_status) << run.errors;
+        EXPECT_EQ(run.lines_with("ostrum_fatal_sig_handler : signo["), 1);
+        EXPECT_EQ(
+            run.lines_with("release_at_process_exit : fatal signal received - unflushed data will be lost"),
+            1);
+        EXPECT_EQ(calls_of(run, 3), 0);
+    }
+    // Without a host handler the library's own, installed by the host, ends the process with status 1.
+    const host_run run = run_host({{"ostrum_var_time", "3"}}, "op 3; fatal_handler USR1; raise USR1; exit 5");
+    EXPECT_EQ(run.exit_status, 1);
+    EXPECT_EQ(run.lines_with("release_at_process_exit : fatal signal received"), 1);
+    EXPECT_EQ(calls_of(run, 3), 0);
+    // A host without handlers of that name keeps the system's.
+    EXPECT_EQ(run_host({{"ostrum_var_time", "3"}}, "op 3; raise SEGV; exit 5").exit_status, 128 + 11);
+}
+
+TEST(Lifecycle, ExitWhileOthersAreAtWorkEndsSoonAndLosesNothingFinished)
+{
+    const auto begun = std::chrono::steady_clock::now();
+    const host_run run =
+        run_host({{"ostrum_var_time", "3"}}, "op 3; spawn {repeat 100000000 {op_key 1 5}}; spawn {repeat "
+                                             "100000000 {op_key 2 5}}; sleep 100; exit 0");
+    EXPECT_EQ(run.exit_status, 0) << run.errors;
+    EXPECT_EQ(calls_of(run, 3), 1);
+    EXPECT_GT(calls_of(run, 5), 0) << run.errors;
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
+}
+
+TEST(Lifecycle, ExitFromASignalHandlerInTheMiddleOfHooksDoesNotHang)
+{
+    for (int delay_ms = 20; delay_ms < 60; delay_ms += 7) {
+        const host_run run = run_host({{"ostrum_var_time", "3"}, {"ostrum_status_check_frequency", "0"}},
+                                      "on_signal ALRM {exit 4}; alarm " + std::to_string(delay_ms) +
+                                          "; repeat 100000000 {op 3}");
+        EXPECT_EQ(run.exit_status, 4) << run.errors;
+    }
+}
+
+TEST(Lifecycle, NeitherAFileSizeLimitNorAClosedStandardErrorReachesTheHost)
+{
+    const host_run limited = run_host({{"ostrum_var_time", "2"}}, "op 3; file_limit 100; exit 6");
+    EXPECT_EQ(limited.exit_status, 6) << limited.errors;
+    EXPECT_EQ(limited.text_of_files(".plog.txt").size(), 100U);
+    EXPECT_EQ(run_host({{"ostrum_var_time", "3"}}, "close 2; close 1; close 0; op 3; exit 6").exit_status, 6);
+}

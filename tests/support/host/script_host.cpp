@@ -1,0 +1,389 @@
+// A host process in miniature, driven by a script: what happens once per process (start-up, exit, forks,
+// signals) is tested by running it. usage: script_host SCRIPT
+//
+// A script is commands separated by ';' or line ends; a block of them stands in braces.
+//   init | init_quiet                  calls it and prints "init=RESULT"
+//   start OPCODE [NAME]                end [OPCODE [ERRNUM]]   without an opcode: that of the last start
+//   start_fn NAME                      end_fn NAME [ERROR]     end_default [ERRNUM]
+//   op OPCODE [ERRNUM]                 start and end
+//   HOOK_key KEY ...                   the same in the context of (own process id, KEY)
+//   release_key KEY | context_key KEY  the latter prints "context=yes" or "context=no"
+//   opname OPCODE | print TEXT...
+//   repeat N {..}                      thread {..}, threads N {..}: run at the same time and joined
+//   spawn {..}                         a thread that nobody waits for
+//   fork {..}                          the child runs the block and exits 0; prints "child=STATUS"
+//   sleep MS | select MS               the latter in ostrum_select without descriptors
+//   raise SIG | on_signal SIG {..}     SIG as in HUP
+//   fatal_handler SIG                  installs ostrum_fatal_sig_handler
+//   alarm MS                           SIGALRM to the process, once
+//   exit N | quick_exit N              the latter without exit handlers
+//   reenter                            the platform's clock service calls hooks and ostrum_init, once
+//   close FD | file_limit BYTES
+//
+// Each hook is checked: a changed errno or a timestamp that is none prints a line that begins with "BAD".
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "ostrum.h"
+#include "qel_platform.h"
+
+namespace {
+
+struct command {
+    std::string name;
+    std::vector<std::string> args;
+    std::vector<command> block;
+};
+using script = std::vector<command>;
+
+// Tables and scripts are never destroyed: threads that nobody waits for use them while the process exits.
+
+// ---- Reading ----
+
+void end_command(script& commands, command& open)
+{
+    if (!open.name.empty()) {
+        commands.push_back(std::move(open));
+    }
+    open = {};
+}
+
+void add_word(command& open, std::string& word)
+{
+    if (!word.empty()) {
+        (open.name.empty() ? open.name : open.args.emplace_back()) = word;
+    }
+    word.clear();
+}
+
+script parse(const char*& at)
+{
+    script commands;
+    command open;
+    std::string word;
+    for (;; ++at) {
+        if (*at != '\0' && strchr(" \t;\n{}", *at) == nullptr) {
+            word.push_back(*at);
+            continue;
+        }
+        add_word(open, word);
+        const bool ends_block = *at == '}';
+        if (*at == '{') {
+            open.block = parse(++at); // up to its closing brace
+        }
+        if (*at != ' ' && *at != '\t') {
+            end_command(commands, open);
+        }
+        if (ends_block || *at == '\0') {
+            return commands;
+        }
+    }
+}
+
+void run(const script& commands);
+
+int number(const command& c, size_t index, int otherwise = 0)
+{
+    return index < c.args.size() ? static_cast<int>(strtol(c.args[index].c_str(), nullptr, 0)) : otherwise;
+}
+
+std::string text(const command& c, size_t index, const std::string& otherwise = "")
+{
+    return index < c.args.size() ? c.args[index] : otherwise;
+}
+
+int signal_number(const command& c)
+{
+    for (int n = 1; n < NSIG; ++n) {
+        const char* name = sigabbrev_np(n);
+        if (name != nullptr && text(c, 0) == name) {
+            return n;
+        }
+    }
+    return number(c, 0);
+}
+
+// ---- Hooks ----
+
+struct open_operation {
+    uint32_t opcode;
+    std::string name;
+};
+using operation_stack = std::vector<open_operation>;
+
+constexpr int no_key = -1;
+std::mutex keyed_mutex;
+std::map<int, operation_stack>& keyed_stacks = *new std::map<int, operation_stack>;
+thread_local operation_stack own_stack;
+
+operation_stack& stack_of(int key)
+{
+    if (key == no_key) {
+        return own_stack;
+    }
+    const std::lock_guard<std::mutex> guard(keyed_mutex);
+    return keyed_stacks[key];
+}
+
+constexpr const char* source_file = "script_host.cpp";
+constexpr int line = 1;
+
+// Calls the plain form of a hook or, with the key, the other.
+template <typename Plain, typename Keyed, typename... Args>
+void call_hook(int key, Plain plain, Keyed keyed, Args... args)
+{
+    constexpr int marker = 4242;
+    errno = marker;
+    const int64_t now = key == no_key ? plain(args...) : keyed(getpid(), key, args...);
+    if (errno != marker) {
+        dprintf(STDOUT_FILENO, "BAD errno %d\n", errno);
+    }
+    if (now <= 0) {
+        dprintf(STDOUT_FILENO, "BAD timestamp\n");
+    }
+}
+
+void start(int key, const command& c)
+{
+    const auto opcode = static_cast<uint32_t>(number(c, 0));
+    const open_operation& op =
+        stack_of(key).emplace_back(open_operation{opcode, text(c, 1, "op_" + text(c, 0))});
+    call_hook(key, ostrum_log_start_op, ostrum_log_start_op_key, op.opcode, op.name.c_str(), 0U, nullptr,
+              source_file, line, "", int64_t{0}, int64_t{0}, nullptr);
+}
+
+qel_errbuf_t error_buffer(int errnum)
+{
+    qel_errbuf_t ebuf{};
+    ebuf.errnum = static_cast<uint32_t>(errnum);
+    ebuf.err_class = errnum != 0 ? QEL_CLASS_APPL : QEL_CLASS_NONE;
+    ebuf.location = errnum != 0 ? QEL_LOC_APPL : QEL_LOC_NONE;
+    return ebuf;
+}
+
+void end(int key, const command& c)
+{
+    operation_stack& stack = stack_of(key);
+    open_operation op = stack.empty() ? open_operation{0, "op_" + text(c, 0)} : stack.back();
+    op.opcode = static_cast<uint32_t>(number(c, 0, static_cast<int>(op.opcode)));
+    if (!stack.empty()) {
+        stack.pop_back();
+    }
+    qel_errbuf_t ebuf = error_buffer(number(c, 1));
+    call_hook(key, ostrum_log_end_op, ostrum_log_end_op_key, op.opcode, op.name.c_str(), 0U, nullptr, nullptr,
+              0U, source_file, line, "", int64_t{0}, int64_t{0}, static_cast<void*>(&ebuf));
+}
+
+void start_function(int key, const command& c)
+{
+    call_hook(key, ostrum_log_start_fn, ostrum_log_start_fn_key, 0U, text(c, 0).c_str(), 0U, "script_host",
+              source_file, line, "", int64_t{0});
+}
+
+void end_function(int key, const command& c)
+{
+    const int error = number(c, 1);
+    call_hook(key, ostrum_log_end_fn, ostrum_log_end_fn_key, 0U, text(c, 0).c_str(), 0U, error != 0 ? 1 : 0,
+              "script_host", source_file, line, "", int64_t{0}, error, 0, 0);
+}
+
+void end_default(int key, const command& c)
+{
+    const int errnum = number(c, 0);
+    if (!stack_of(key).empty()) {
+        stack_of(key).pop_back();
+    }
+    call_hook(key, ostrum_log_end_default, ostrum_log_end_default_key, errnum != 0 ? 1 : 0, errnum, 0, 0);
+}
+
+void whole_operation(int key, const command& c)
+{
+    start(key, {c.name, {text(c, 0)}, {}});
+    end(key, c);
+}
+
+using hook = void (*)(int key, const command& c);
+const auto& hooks = *new std::map<std::string, hook>{
+    {"start", start},         {"end", end},
+    {"op", whole_operation},  {"start_fn", start_function},
+    {"end_fn", end_function}, {"end_default", end_default},
+};
+
+bool run_hook(const command& c)
+{
+    const auto plain = hooks.find(c.name);
+    if (plain != hooks.end()) {
+        plain->second(no_key, c);
+        return true;
+    }
+    const auto keyed = hooks.find(c.name.substr(0, c.name.find("_key")));
+    if (keyed != hooks.end()) {
+        const std::vector<std::string> rest(c.args.empty() ? c.args.end() : c.args.begin() + 1, c.args.end());
+        keyed->second(number(c, 0), {c.name, rest, {}});
+    }
+    return keyed != hooks.end();
+}
+
+// ---- Everything else ----
+
+void print(const command& c)
+{
+    std::string all;
+    for (const std::string& word : c.args) {
+        all += (all.empty() ? "" : " ") + word;
+    }
+    dprintf(STDOUT_FILENO, "%s\n", all.c_str());
+}
+
+void repeat(const command& c)
+{
+    for (int n = number(c, 0); n > 0; --n) {
+        run(c.block);
+    }
+}
+
+void run_threads(const command& c)
+{
+    std::vector<std::thread> running;
+    for (int n = number(c, 0, 1); n > 0; --n) {
+        running.emplace_back([&c] { run(c.block); });
+    }
+    for (std::thread& thread : running) {
+        thread.join();
+    }
+}
+
+void run_child(const command& c)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        run(c.block);
+        exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    dprintf(STDOUT_FILENO, "child=%d\n", WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
+}
+
+void wait_idle(const command& c)
+{
+    const suseconds_t milliseconds = number(c, 0);
+    timeval timeout{milliseconds / 1000, milliseconds % 1000 * 1000};
+    const int result = ostrum_select(0, nullptr, nullptr, nullptr, &timeout);
+    if (result != 0) {
+        dprintf(STDOUT_FILENO, "BAD select %d\n", result);
+    }
+}
+
+std::map<int, const script*>& signal_scripts = *new std::map<int, const script*>;
+
+void run_at_signal(const command& c)
+{
+    signal_scripts[signal_number(c)] = &c.block; // the whole script lives to the end
+    signal(signal_number(c), [](int n) { run(*signal_scripts.at(n)); });
+}
+
+void set_alarm(const command& c)
+{
+    const suseconds_t milliseconds = number(c, 0);
+    const itimerval once{{0, 0}, {milliseconds / 1000, milliseconds % 1000 * 1000}};
+    setitimer(ITIMER_REAL, &once, nullptr);
+}
+
+void limit_file_size(const command& c)
+{
+    const auto bytes = static_cast<rlim_t>(number(c, 0));
+    const rlimit limit{bytes, bytes};
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+volatile sig_atomic_t reentering = 0;
+
+const auto& others = *new std::map<std::string, std::function<void(const command&)>>{
+    {"init", [](const command&) { dprintf(STDOUT_FILENO, "init=%d\n", ostrum_init()); }},
+    {"init_quiet", [](const command&) { dprintf(STDOUT_FILENO, "init=%d\n", ostrum_init_quiet()); }},
+    {"release_key", [](const command& c) { ostrum_release_liptr_by_key(getpid(), number(c, 0)); }},
+    {"context_key",
+     [](const command& c) {
+         void* context = ostrum_get_liptr_by_key(getpid(), number(c, 0));
+         dprintf(STDOUT_FILENO, "context=%s\n", context != nullptr ? "yes" : "no");
+     }},
+    {"opname",
+     [](const command& c) { dprintf(STDOUT_FILENO, "%s\n", ostrum_get_opname(number(c, 0), nullptr)); }},
+    {"print", print},
+    {"repeat", repeat},
+    {"thread",
+     [](const command& c) {
+         run_threads({c.name, {}, c.block});
+     }},
+    {"threads", run_threads},
+    {"spawn", [](const command& c) { std::thread([&c] { run(c.block); }).detach(); }},
+    {"fork", run_child},
+    {"sleep", [](const command& c) { std::this_thread::sleep_for(std::chrono::milliseconds(number(c, 0))); }},
+    {"select", wait_idle},
+    {"raise", [](const command& c) { raise(signal_number(c)); }},
+    {"on_signal", run_at_signal},
+    {"alarm", set_alarm},
+    {"fatal_handler", [](const command& c) { signal(signal_number(c), ostrum_fatal_sig_handler); }},
+    {"exit", [](const command& c) { exit(number(c, 0)); }},
+    {"quick_exit", [](const command& c) { _exit(number(c, 0)); }},
+    {"reenter", [](const command&) { reentering = 1; }},
+    {"close", [](const command& c) { close(number(c, 0)); }},
+    {"file_limit", limit_file_size},
+};
+
+void run(const script& commands)
+{
+    for (const command& c : commands) {
+        if (run_hook(c)) {
+            continue;
+        }
+        const auto other = others.find(c.name);
+        if (other == others.end()) {
+            dprintf(STDOUT_FILENO, "BAD command %s\n", c.name.c_str());
+            _exit(99);
+        }
+        other->second(c);
+    }
+}
+
+} // namespace
+
+// In place of the platform's own: the service that start-up always calls.
+extern "C" __attribute__((visibility("default"))) time_t qel_virtual_time(time_t* out)
+{
+    if (reentering != 0) {
+        reentering = 0;
+        run({{"init", {}, {}}, {"init_quiet", {}, {}}, {"op", {"3"}, {}}, {"op_key", {"1", "3"}, {}}});
+    }
+    return time(out);
+}
+
+int main(int argc, char** argv)
+{
+    if (argc != 2) {
+        fprintf(stderr, "usage: script_host SCRIPT\n");
+        return 98;
+    }
+    qel_platform_init();
+    const char* at = argv[1];
+    static const script& commands = *new script(parse(at));
+    run(commands);
+    return 0;
+}

@@ -1,0 +1,137 @@
+#include "support/run_host.h"
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <csignal>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::chrono::seconds patience{60};
+
+std::string variable_of(const host_setting& setting)
+{
+    std::string variable = setting.key;
+    for (char& c : variable) {
+        c = static_cast<char>(toupper(c));
+    }
+    return variable + "=" + setting.value;
+}
+
+// Nothing of this process's own settings, and one time zone for all.
+std::vector<std::string> host_environment(const std::vector<host_setting>& settings)
+{
+    std::vector<std::string> variables{"TZ=UTC"};
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        const std::string text = *variable;
+        if (text.rfind("OSTRUM_", 0) != 0 && text.rfind("QEL_", 0) != 0 && text.rfind("TZ=", 0) != 0) {
+            variables.push_back(text);
+        }
+    }
+    for (const host_setting& setting : settings) {
+        if (setting.value != nullptr) {
+            variables.push_back(variable_of(setting));
+        }
+    }
+    return variables;
+}
+
+std::vector<char*> pointers_to(std::vector<std::string>& texts)
+{
+    std::vector<char*> pointers(texts.size() + 1, nullptr);
+    std::transform(texts.begin(), texts.end(), pointers.begin(),
+                   [](std::string& text) { return text.data(); });
+    return pointers;
+}
+
+void redirect(int fd, const std::string& path)
+{
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    dup2(file, fd);
+    close(file);
+}
+
+int exit_status_of(pid_t child)
+{
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    int status = 0;
+    while (waitpid(child, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            kill(child, SIGKILL);
+            waitpid(child, &status, 0);
+            return -1;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::string without_prefixes(const std::string& text)
+{
+    static const std::regex prefix(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{6} \(\d+/\d+\) : )");
+    return std::regex_replace(text, prefix, "");
+}
+
+} // namespace
+
+host_run run_host(const std::vector<host_setting>& settings, const std::string& script,
+                  const host_options& options)
+{
+    const temp_dir streams; // apart from the files under test
+    host_run run;
+    run.directory = options.directory ? options.directory : std::make_shared<temp_dir>();
+    const char* program = options.signal_handlers ? OSTRUM_SCRIPT_HOST "_with_handlers" : OSTRUM_SCRIPT_HOST;
+    std::vector<std::string> arguments{program, script};
+    std::vector<std::string> variables = host_environment(settings);
+    const std::vector<char*> argument_pointers = pointers_to(arguments);
+    const std::vector<char*> variable_pointers = pointers_to(variables);
+    const pid_t child = fork();
+    if (child == 0) {
+        redirect(STDOUT_FILENO, streams.file("output"));
+        redirect(STDERR_FILENO, streams.file("errors"));
+        if (chdir(run.directory->path().c_str()) == 0) {
+            execve(program, argument_pointers.data(), variable_pointers.data());
+        }
+        _exit(97);
+    }
+    run.exit_status = exit_status_of(child);
+    run.errors = without_prefixes(temp_dir::read(streams.file("errors")));
+    run.output = temp_dir::read(streams.file("output"));
+    return run;
+}
+
+int host_run::lines_with(const std::string& part) const
+{
+    std::istringstream lines(errors);
+    int count = 0;
+    for (std::string line; std::getline(lines, line);) {
+        count += line.find(part) != std::string::npos ? 1 : 0;
+    }
+    return count;
+}
+
+bool host_run::logging_enabled() const
+{
+    return lines_with("initialise_ostrum : ostrum initialisation OK - logging enabled") == 1;
+}
+
+std::vector<std::string> host_run::files_ending(const std::string& end) const
+{
+    return directory->files_ending(end);
+}
+
+std::string host_run::text_of_files(const std::string& end) const
+{
+    std::string text;
+    for (const std::string& file : files_ending(end)) {
+        text += temp_dir::read(file);
+    }
+    return text;
+}
