@@ -22,7 +22,8 @@ enum data_file_open_flags : uint32_t {
 };
 
 extern "C" {
-// A new handle, or null after one diagnostic line (silently when memory for the handle is short).
+// A new handle, which the caller closes, or null after one diagnostic line (silently when memory for the
+// handle is short).
 rt_info* __perf_data_file_open(const char* path, uint32_t flags);
 // Unmaps, closes, unlinks when asked, frees; each failing step is reported and the next still runs.
 void __perf_data_file_close(rt_info* handle, int32_t unlink);

@@ -1,6 +1,8 @@
 #ifndef OSTRUM_DATA_FILE_VARIABLES_H
 #define OSTRUM_DATA_FILE_VARIABLES_H
 // Named text values in the data file, through which operators steer the tracing of running processes.
+// Null entries give null or 0; errno is preserved by the getters. A value that cannot be locked is not
+// written, but is still read: a switch must not die with the process that held its lock. Any thread.
 #include "data_file/data_file.h"
 
 extern "C" {
@@ -24,6 +26,7 @@ int32_t perf_data_file_var_set_int(rt_info* handle, ostrum::variable_entry** cac
                                    int32_t n);
 int64_t perf_data_file_var_last_mod_t(rt_info* handle); // nanoseconds of the high-resolution clock
 
+// Copies of the entry of that name or, for a null name, of all, as rt_counters_copy gives them.
 ostrum::variable_entry* rt_variables_copy(rt_info* handle, const char* name, int32_t* count);
 void rt_variables_debug(rt_info* handle, const char* title);
 }

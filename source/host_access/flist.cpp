@@ -3,6 +3,9 @@
 #include "host_access/bindings.h"
 #include "host_access/host_memory.h"
 #include "util/diagnostics.h"
+#include "util/guarded_write.h"
+
+#include <cstring>
 
 using ostrum::call_host;
 using ostrum::host_bindings;
@@ -97,7 +100,10 @@ void print_flist(FILE* stream, qel_flist_t* list)
     char* text = nullptr;
     int32_t len = 0;
     const bool converted = list != nullptr && flist_to_str(list, &text, &len) == 0 && text != nullptr;
-    fputs(converted ? text : "NULL flist ptr\n", stream);
+    const char* shown = converted ? text : "NULL flist ptr\n";
+    // Past the stream's buffer: a full disk or a closed pipe must not raise a signal in the host, and a
+    // child forked later must find nothing to write a second time.
     fflush(stream);
+    ostrum::write_all_guarded(fileno(stream), shown, strlen(shown));
     ostrum::release_host_text(text);
 }

@@ -7,8 +7,6 @@
 
 #include "host_access/bindings.h"
 
-using ostrum::host_bindings;
-
 namespace {
 
 // Operations of the library itself rather than of the host. -3 has no name.
@@ -59,9 +57,9 @@ int32_t get_opnum(const char* text)
     if (is_empty(text)) {
         return 0;
     }
-    const auto number = static_cast<int32_t>(strtol(text, nullptr, 10));
-    if (number != 0) {
-        return number;
+    const long number = strtol(text, nullptr, 10);
+    if (number != 0 && number >= INT32_MIN && number <= INT32_MAX) {
+        return static_cast<int32_t>(number);
     }
     const auto service = ostrum::host_service(&ostrum::host_bindings::opname_to_opcode);
     return service != nullptr ? service(text) : 0;

@@ -24,6 +24,9 @@ bool config_lines::open(const char* path)
 
 bool config_lines::fill()
 {
+    if (unread_bytes_ == 0 || error_ != 0) {
+        return false;
+    }
     const size_t wanted = static_cast<size_t>(std::min<int64_t>(unread_bytes_, sizeof(block_)));
     ssize_t count = -1;
     do {
@@ -53,8 +56,11 @@ bool config_lines::next(char* out, size_t out_bytes)
         used_ += count + (ended ? 1 : 0);
     }
     out[length] = '\0';
-    line_number_ += any ? 1 : 0;
-    return any;
+    if (!any || error_ != 0) { // half a line is none
+        return false;
+    }
+    ++line_number_;
+    return true;
 }
 
 } // namespace ostrum

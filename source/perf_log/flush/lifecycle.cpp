@@ -84,12 +84,11 @@ void release_within(log_context* context, int64_t limit_tv)
     unpin(context);
 }
 
-// Heap, time zone and list may be in the middle of a step that this thread was interrupted in: nothing
-// that could wait for them is safe.
-void give_up_inside_hook()
+// Without the time prefix: time zone, heap and list may be in the middle of a step that this thread was
+// interrupted in, and nothing that could wait for them is safe.
+template <size_t N> void report_loss(const char (&text)[N])
 {
-    constexpr char text[] = "release_at_process_exit : exit inside a hook - unflushed data will be lost\n";
-    write_all_guarded(2, text, sizeof(text) - 1);
+    write_all_guarded(2, text, N - 1);
 }
 
 int32_t release_all_contexts()
@@ -131,12 +130,17 @@ void release_at_thread_exit(void* value)
 void release_at_process_exit(void)
 {
     if (fatal_signal_received()) {
-        err_print("release_at_process_exit : fatal signal received - unflushed data will be lost\n");
+        constexpr char text[] = "release_at_process_exit : fatal signal received - unflushed data will be lost\n";
+        if (inside_library()) {
+            report_loss(text);
+        } else {
+            err_print(text);
+        }
         return;
     }
     const library_scope scope;
     if (!scope.entered() || !close_context_list()) {
-        give_up_inside_hook();
+        report_loss("release_at_process_exit : exit inside a hook - unflushed data will be lost\n");
         return;
     }
     const bool debug = debug_on(debug_general);
