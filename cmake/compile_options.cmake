@@ -31,5 +31,10 @@ add_library(ostrum_library_options INTERFACE)
 target_link_libraries(ostrum_library_options INTERFACE ostrum_options Threads::Threads)
 target_compile_options(ostrum_library_options INTERFACE
     -fvisibility=hidden $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fvisibility-inlines-hidden>)
+# The released library is optimised as a whole: a hook goes through a dozen small functions of several
+# units. The objects keep ordinary code beside it, for the tests that link them.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(ostrum_library_options INTERFACE $<$<CONFIG:Release>:-flto=auto;-ffat-lto-objects>)
+endif()
 target_include_directories(ostrum_library_options INTERFACE
     ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/source ${PROJECT_SOURCE_DIR}/platform/include)

@@ -62,9 +62,6 @@ int at_exit(void (*handler)());
 [[noreturn]] void end_process(int status); // exit()
 int at_fork_in_child(void (*handler)());
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*));
-void wait_on_word(uint32_t* word, uint32_t expected,
-                  int64_t timeout_tv); // futex, this process; < 0 = no limit
-void wake_one(uint32_t* word);
 
 } // namespace ostrum::os
 #endif

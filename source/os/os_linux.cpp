@@ -5,9 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
-#include <linux/futex.h>
 #include <sys/mman.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace ostrum::os {
@@ -233,17 +231,6 @@ int at_fork_in_child(void (*handler)())
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*))
 {
     return pthread_key_create(&key, destructor);
-}
-
-void wait_on_word(uint32_t* word, uint32_t expected, int64_t timeout_tv)
-{
-    const timespec limit = as_timespec(timeout_tv);
-    syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, timeout_tv < 0 ? nullptr : &limit, nullptr, 0);
-}
-
-void wake_one(uint32_t* word)
-{
-    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
 }
 
 } // namespace ostrum::os

@@ -357,14 +357,4 @@ int create_thread_key(pthread_key_t& key, void (*destructor)(void*))
     return fault_due(call::create_thread_key) ? EAGAIN : real_os::create_thread_key(key, destructor);
 }
 
-void wait_on_word(uint32_t* word, uint32_t expected, int64_t timeout_tv)
-{
-    real_os::wait_on_word(word, expected, timeout_tv);
-}
-
-void wake_one(uint32_t* word)
-{
-    real_os::wake_one(word);
-}
-
 } // namespace ostrum::os

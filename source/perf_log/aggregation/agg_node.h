@@ -79,6 +79,9 @@ static_assert(offsetof(agg_node, main) == 608);
 // A new tree of nodes, or null when memory is short.
 bt_tree* create_agg_tree();
 
+// Whether a key's path is that of a stored node: what the ordering would find equal, without the hash.
+bool is_same_path(const agg_node& key, const agg_node& node);
+
 } // namespace ostrum
 
 extern "C" {

@@ -16,6 +16,7 @@
 #include "perf_log/aggregation/aggregation_period.h"
 #include "perf_log/aggregation/call_frame.h"
 #include "perf_log/context/context_lock.h"
+#include "perf_log/context/path_hints.h"
 
 namespace ostrum {
 
@@ -46,6 +47,7 @@ struct trace_source {
     uint64_t tid;              // 0 for a keyed context
     char program[text_bytes];  // calling program, at most 126 characters
     bt_tree* tree;             // owned; null after a failed hand-over
+    uint64_t tree_generation;  // counts emptied and exchanged trees: nodes of an older one are gone
     int32_t new_node_count;    // nodes made since the last flush; 0 = nothing to write
     shared_trace_file* file;   // held; null in single-file mode and while closed
     bool single_file;          // the trace goes to the shared single file
@@ -92,6 +94,7 @@ struct log_context {
     uint32_t top_sequence;       // of the outermost operation in progress
     uint32_t current_sequence;   // of the operation last started or ended at this level
     call_frame frames[max_call_frames];
+    path_hints hints;
 
     // steering, refreshed from the data file between operations
     int32_t time_mode;

@@ -154,5 +154,6 @@ void inside_opcode_flush(log_context* context, int64_t now_tv)
     flush_aggregation_tree(context);
     bt_destroy(context->trace.tree);
     context->trace.tree = tree.release();
+    ++context->trace.tree_generation;
     context->trace.new_node_count = inserted;
 }

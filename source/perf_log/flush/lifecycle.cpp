@@ -49,6 +49,7 @@ void empty_context(log_context& context)
         flush_last_time(context);
     }
     destroy_trees(context);
+    ++context.trace.tree_generation;
     close_trace_file(context.trace);
     context.trace_opcodes = {};
     std::for_each(std::begin(context.frames), std::end(context.frames), clear_frame);

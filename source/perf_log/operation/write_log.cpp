@@ -14,8 +14,6 @@ namespace ostrum {
 
 namespace {
 
-constexpr int32_t grouped_transaction_flag = 0x10; // in a key's log_time
-
 struct cpu_times {
     int64_t user_tv = 0;
     int64_t sys_tv = 0;
@@ -62,7 +60,12 @@ bool is_recorded_error(const op_event& event, int32_t depth)
     return depth == 0 || (errnum != 37 && errnum != 120);
 }
 
-// The text copies of a key are left unset: only its pointers are read.
+int32_t live_counter_options(const log_context& context)
+{
+    return context.time_mode | (context.grouped_transaction ? live_counter_two_levels : 0);
+}
+
+// Which path. The text copies of a key are left unset: only its pointers are read.
 void fill_identity(agg_node& key, const log_context& context, const op_event& event)
 {
     key.opcode = event.opcode;
@@ -76,35 +79,34 @@ void fill_identity(agg_node& key, const log_context& context, const op_event& ev
     key.ptr_obj_type = text_or_empty(event.obj_type);
     key.lineno = event.line;
     key.db_num = event.db;
-    key.hash_code = 0;
     key.bucket_id = 0;
-    key.log_time = context.time_mode | (context.grouped_transaction ? grouped_transaction_flag : 0);
-    key.single_trace = 0;
-    key.bucket_source = nullptr;
     key.bucket_def = nullptr;
-    key.caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
-    key.caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist);
     key.live_counter = nullptr;
     key.sub_opcode_tree = nullptr;
-    key.err_info = event.ebuf != nullptr ? &event.ebuf->location : nullptr;
-    key.main = total_record{};
 }
 
 void fill_start_key(agg_node& key, const log_context& context, const op_event& event)
 {
     fill_identity(key, context, event);
     key.count_in_buckets = 0;
+    key.log_time = live_counter_options(context);
+    key.single_trace = 0;
+    key.bucket_source = nullptr;
+    key.caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
+    key.err_info = nullptr;
     key.main.total_calls = start_marker;
-    key.hash_code = ostrum_hash_aggr_node(&key);
 }
 
+// What the call adds to the node that its frame holds. The node knows the path, so the key does not
+// repeat it.
 void fill_end_key(agg_node& key, const log_context& context, const op_event& event, const call_frame& frame,
                   const call_cost& cost)
 {
     const bool cache_flag = (event.end_flags & end_flag_error) != 0;
-    fill_identity(key, context, event);
-    key.hash_code = frame.key_hash;
+    key.level = context.depth;
     key.count_in_buckets = 1;
+    key.log_time = live_counter_options(context);
+    key.single_trace = 0;
     key.main.total_tv = cost.elapsed_tv;
     key.main.min_tv = cost.elapsed_tv;
     key.main.max_tv = cost.elapsed_tv;
@@ -115,12 +117,28 @@ void fill_end_key(agg_node& key, const log_context& context, const op_event& eve
     key.main.cm_cache_calls = cache_flag ? 1 : 0;
     key.main.user_cpu_tv = cost.cpu.user_tv;
     key.main.sys_cpu_tv = cost.cpu.sys_tv;
+    key.main.bs_tv = 0;
+    key.main.be_tv = 0;
+    key.main.next = nullptr;
     key.bucket_source = own_totals_in_use(frame) ? &frame.own : nullptr;
+    key.caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
+    key.caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist);
+    key.err_info = event.ebuf != nullptr ? &event.ebuf->location : nullptr;
+}
+
+// Debug listing of a key, which needs the identity that an end key leaves out.
+void dump_key(agg_node& key, const log_context& context, const op_event& event, const char* label)
+{
+    if (debug_on(debug_fine)) {
+        fill_identity(key, context, event);
+        key.hash_code = ostrum_hash_aggr_node(&key);
+        __ostrum_dump_agg_node(&key, label);
+    }
 }
 
 // ---- start ----
 
-void begin_frame(log_context& context, const op_event& event, const cpu_times& cpu, uint64_t key_hash)
+void begin_frame(log_context& context, const op_event& event, const cpu_times& cpu)
 {
     call_frame& frame = context.frames[context.depth];
     frame.start_tv = event.now_tv;
@@ -130,33 +148,59 @@ void begin_frame(log_context& context, const op_event& event, const cpu_times& c
     frame.opcode = static_cast<uint32_t>(event.opcode);
     frame.opflags = event.opflags;
     frame.sequence = context.current_sequence;
-    frame.key_hash = key_hash;
     frame.own.total_calls = start_marker;
 }
 
-void insert_into_aggregation(log_context& context, const agg_node& key)
+// The node of the key's path in the aggregation tree, new or known; null when memory is short.
+agg_node* find_or_insert_path(log_context& context, agg_node& key)
 {
-    const uint32_t result = insert_agg_node(context.trace.tree, context.frames, &key, context.depth, nullptr);
+    trace_source& trace = context.trace;
+    const int32_t level = context.depth;
+    const agg_node* caller = level > 0 ? context.frames[level - 1].node : nullptr;
+    const bt_tree* tree = level == 0 ? trace.tree : caller != nullptr ? caller->sub_opcode_tree : nullptr;
+    agg_node* node = find_hinted(context.hints, trace.tree_generation, tree, key);
+    if (node != nullptr) {
+        node->caller_ref_1 = key.caller_ref_1;
+        context.frames[level].node = node;
+        return node;
+    }
+    key.hash_code = ostrum_hash_aggr_node(&key);
+    const uint32_t result = insert_agg_node(trace.tree, context.frames, &key, level, &node);
     if (result == BT_FAIL) {
-        err_print("write_log : error inserting aggregate - level[%d] opcode[%d]\n", context.depth,
-                  key.opcode);
-    } else if (result == BT_INSERTED) {
-        ++context.trace.new_node_count;
+        err_print("write_log : error inserting aggregate - level[%d] opcode[%d]\n", level, key.opcode);
+        return nullptr;
     }
-    if (debug_on(debug_fine)) {
-        __ostrum_dump_agg_node(&key, "ENTER");
+    if (result == BT_INSERTED) {
+        ++trace.new_node_count;
     }
+    // The first call from a caller has made the tree of its callees.
+    remember_path(context.hints, level == 0 ? trace.tree : caller->sub_opcode_tree, key, node);
+    return node;
 }
 
-void insert_into_single_tree(log_context& context, agg_node& key)
+void insert_into_single_tree(log_context& context, const op_event& event, agg_node& key)
 {
     key.single_trace = 1;
+    key.hash_code = ostrum_hash_aggr_node(&key);
     if (insert_agg_node(context.single_tree, context.frames, &key, context.depth, nullptr) == BT_FAIL) {
         err_print("write_log : error inserting single tree - level[%d] opcode[%d]\n", context.depth,
                   key.opcode);
     }
-    if (debug_on(debug_fine)) {
-        __ostrum_dump_agg_node(&key, "ENTER-SINGLE");
+    dump_key(key, context, event, "ENTER-SINGLE");
+}
+
+void enter_nodes(log_context& context, const op_event& event, const cpu_times& cpu, bool aggregate)
+{
+    agg_node key;
+    fill_start_key(key, context, event);
+    begin_frame(context, event, cpu);
+    if (aggregate) {
+        const agg_node* node = find_or_insert_path(context, key);
+        context.frames[context.depth].key_hash = node != nullptr ? node->hash_code : 0;
+        dump_key(key, context, event, "ENTER");
+    }
+    if (context.single_tree_active) {
+        insert_into_single_tree(context, event, key);
     }
 }
 
@@ -175,17 +219,9 @@ void log_start(log_context& context, const op_event& event)
     }
     const cpu_times cpu = cpu_at_level(context.depth);
     if (aggregate || context.single_tree_active) {
-        agg_node key;
-        fill_start_key(key, context, event);
-        begin_frame(context, event, cpu, key.hash_code);
-        if (aggregate) {
-            insert_into_aggregation(context, key);
-        }
-        if (context.single_tree_active) {
-            insert_into_single_tree(context, key);
-        }
+        enter_nodes(context, event, cpu, aggregate);
     } else if (context.flist_mode > 0) {
-        begin_frame(context, event, cpu, 0);
+        begin_frame(context, event, cpu);
     }
     // The start record of the field-list trace is written here when that output exists.
 }
@@ -200,17 +236,16 @@ call_cost measure_call(log_context& context, const call_frame& frame, const op_e
             {cpu.user_tv - frame.user_cpu_tv, cpu.sys_tv - frame.sys_cpu_tv}};
 }
 
-void update_node(agg_node* node, const agg_node& key, const char* label)
+void update_node(log_context& context, const op_event& event, agg_node* node, agg_node& key,
+                 const char* label)
 {
-    if (debug_on(debug_fine)) {
-        __ostrum_dump_agg_node(&key, label);
-    }
+    dump_key(key, context, event, label);
     if (agg_upd_fn(node, &key, BT_EXISTED, nullptr) != 1) {
         err_print(
             "perf_log : failed updating aggregation - level[%d] opcode[%d](%s) opflags[%#x] program[%s] "
             "filename[%s] lineno[%d] obj_type[%s] db_num[%ld]\n",
-            key.level, key.opcode, key.ptr_opname, static_cast<unsigned>(key.flags), key.ptr_program,
-            key.ptr_fname, key.lineno, key.ptr_obj_type, key.db_num);
+            key.level, event.opcode, text_or_empty(event.opname), event.opflags, text_or_empty(event.program),
+            text_or_empty(event.file), event.line, text_or_empty(event.obj_type), event.db);
     }
 }
 
@@ -233,11 +268,11 @@ void merge_into_nodes(log_context& context, call_frame& frame, const op_event& e
     agg_node key;
     fill_end_key(key, context, event, frame, cost);
     if (is_aggregated(context)) {
-        update_node(frame.node, key, "EXIT");
+        update_node(context, event, frame.node, key, "EXIT");
     }
     if (context.single_tree_active) {
         key.single_trace = 1;
-        update_node(frame.single_node, key, "EXIT-SINGLE");
+        update_node(context, event, frame.single_node, key, "EXIT-SINGLE");
     }
     if (own_totals_in_use(frame)) {
         add_to_own_totals(frame.own, key.main);

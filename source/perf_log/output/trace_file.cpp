@@ -103,6 +103,7 @@ void move_flush_times_on(trace_source& source)
 
 bool empty_tree(trace_source& source, bt_tree* tree)
 {
+    ++source.tree_generation;
     if (bt_empty(tree) != BT_EMPTIED) {
         err_print("flush_aggregation_tree_to_file : failed deleting tree\n");
         return false;
