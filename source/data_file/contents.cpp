@@ -1,6 +1,6 @@
 #include "data_file/contents.h"
 
-#include "config/lookup.h"
+#include "config/setting_text.h"
 #include "data_file/metric_words.h"
 #include "data_file/table_access.h"
 #include "data_file/variables.h"
@@ -10,11 +10,6 @@
 namespace ostrum {
 
 namespace {
-
-struct free_setting {
-    void operator()(char* text) const { __perfconf_free(&text); }
-};
-using setting_text = std::unique_ptr<char, free_setting>;
 
 struct initial_variable {
     const char* key;
@@ -38,7 +33,7 @@ void empty_tables(data_file_image& image)
 
 void set_traced_opcodes(rt_info& handle)
 {
-    const setting_text list{__perfconf_str("ostrum_var_trace_opcodes")};
+    const setting_text list = configured_text("ostrum_var_trace_opcodes");
     if (!list) {
         return;
     }
@@ -53,7 +48,7 @@ void set_traced_opcodes(rt_info& handle)
 void set_initial_variables(rt_info& handle)
 {
     for (const initial_variable& variable : plain_variables) {
-        const setting_text value{__perfconf_str(variable.key)};
+        const setting_text value = configured_text(variable.key);
         if (value) {
             perf_data_file_var_set(&handle, nullptr, variable.name, value.get());
         }

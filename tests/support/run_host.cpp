@@ -4,7 +4,7 @@
 #include <cctype>
 #include <chrono>
 #include <csignal>
-#include <regex>
+#include <cstdio>
 #include <sstream>
 #include <thread>
 
@@ -73,10 +73,32 @@ int exit_status_of(pid_t child)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+// Length of the time and ids in front of a message; 0 where none begins.
+size_t prefix_length(const char* text)
+{
+    for (const char* expected = "0000/00/00 00:00:00.000000 ("; *expected != '\0'; ++expected, ++text) {
+        if (*expected == '0' ? isdigit(static_cast<unsigned char>(*text)) == 0 : *text != *expected) {
+            return 0;
+        }
+    }
+    constexpr size_t time_characters = 28;
+    int ids_characters = 0;
+    unsigned ids[2];
+    const int ids_read = sscanf(text, "%u/%u) : %n", &ids[0], &ids[1], &ids_characters);
+    return ids_read == 2 && ids_characters > 0 ? time_characters + static_cast<size_t>(ids_characters) : 0;
+}
+
 std::string without_prefixes(const std::string& text)
 {
-    static const std::regex prefix(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{6} \(\d+/\d+\) : )");
-    return std::regex_replace(text, prefix, "");
+    std::string messages;
+    for (size_t at = 0; at < text.size();) {
+        const size_t skipped = prefix_length(text.c_str() + at);
+        if (skipped == 0) {
+            messages.push_back(text[at]);
+        }
+        at += skipped == 0 ? 1 : skipped;
+    }
+    return messages;
 }
 
 } // namespace

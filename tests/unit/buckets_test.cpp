@@ -100,7 +100,7 @@ TEST_F(BucketFile, LinesAreReadAsTheFormatSays)
         {"none x\n3 1\n", 1, 3, "1000000000", "bad opcode[none] at line[1]\n"}, // its threshold is not read
         {"3 1\n4 1 x 2\n5 1\n", -1, 3, "-", "bad threshold 'x' (1) for opcode '4' in file 'buckets'.\n"},
         {"* -1\n", -1, 3, "-", "bad threshold '-1' (0) for opcode '0' in file 'buckets'.\n"},
-        {"3 -0.5\n", 1, 3, "500000000", ""}, // a time text's sign goes with its seconds
+        {"3 -0.5\n", -1, 3, "-", "bad threshold '-0.5' (0) for opcode '3' in file 'buckets'.\n"},
     };
     ASSERT_EQ(chdir(dir_.path().c_str()), 0);
     for (const auto& c : cases) {
@@ -191,6 +191,9 @@ TEST_F(BucketFile, OnlyRegularFilesAreReadAndFailuresLeaveNoBuckets)
                     EndsWith("read_opcode_buckets : ERROR - Failed opening opcode bucket file '" + c.path +
                              "' - " + std::to_string(c.error) + " (" + strerror(c.error) + ")\n"));
     }
+    fake_os::fail(fake_os::call::status_of_file, 1, EIO);
+    EXPECT_EQ(load("* 1\n"), 0);
+    EXPECT_THAT(errors_, HasSubstr("' - " + std::to_string(EIO) + " ("));
     // The second read fails: once by a signal, then for good.
     const std::string text = numbered_lines(1, 900);
     fake_os::fail(fake_os::call::read_file, 2, EINTR);

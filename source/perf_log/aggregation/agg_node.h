@@ -5,6 +5,7 @@
 // sizeof(agg_node), __ostrum_agg_cmp_fn and __ostrum_agg_free_fn.
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "data_file/layout.h"
 #include "ostrum_util.h"
@@ -78,6 +79,11 @@ static_assert(offsetof(agg_node, main) == 608);
 
 // A new tree of nodes, or null when memory is short.
 bt_tree* create_agg_tree();
+
+struct destroy_agg_tree {
+    void operator()(bt_tree* tree) const { bt_destroy(tree); }
+};
+using agg_tree_ptr = std::unique_ptr<bt_tree, destroy_agg_tree>;
 
 // Whether a key's path is that of a stored node: what the ordering would find equal, without the hash.
 bool is_same_path(const agg_node& key, const agg_node& node);

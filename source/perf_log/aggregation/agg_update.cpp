@@ -136,8 +136,8 @@ bool update_buckets(agg_node& node, const agg_node& key)
 
 bool merge_into_node(agg_node& node, const agg_node& key)
 {
+    node.caller_ref_1 = key.caller_ref_1;
     if (key.main.total_calls == start_marker) {
-        node.caller_ref_1 = key.caller_ref_1;
         return true;
     }
     node.caller_ref_2 = key.caller_ref_2;

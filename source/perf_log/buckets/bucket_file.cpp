@@ -53,8 +53,9 @@ bool read_thresholds(const loading& load, line_fields& fields, opcode_buckets& e
                       max_thresholds + 1, static_cast<int32_t>(entry.opcode), max_thresholds);
             return true;
         }
+        // The sign by itself: the text of a value between -1 and 0 would lose it.
         const int64_t threshold_tv = ostrum_string_to_tv(field);
-        if (threshold_tv < 0) {
+        if (threshold_tv < 0 || field[0] == '-') {
             err_print("read_opcode_buckets : bad threshold '%s' (%d) for opcode '%d' in file '%s'.\n", field,
                       entry.threshold_count, static_cast<int32_t>(entry.opcode), load.path);
             return false;

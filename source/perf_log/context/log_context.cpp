@@ -17,11 +17,6 @@ namespace ostrum {
 
 namespace {
 
-struct destroy_tree {
-    void operator()(bt_tree* tree) const { bt_destroy(tree); }
-};
-using tree_ptr = std::unique_ptr<bt_tree, destroy_tree>;
-
 struct destroy_context {
     void operator()(log_context* context) const
     {
@@ -50,13 +45,13 @@ void begin_times(trace_source& source)
 bool create_trees(log_context& context)
 {
     const trace_source& source = context.trace;
-    tree_ptr tree{create_agg_tree()};
+    agg_tree_ptr tree{create_agg_tree()};
     if (!tree) {
         err_print("init_log_info : pid[%d]/tid[%lu]/key[%d] - failed creating aggregation tree\n", source.pid,
                   source.tid, source.key);
         return false;
     }
-    tree_ptr single_tree{create_agg_tree()};
+    agg_tree_ptr single_tree{create_agg_tree()};
     if (!single_tree) {
         err_print("init_log_info : pid[%d]/tid[%lu]/key[%d] - failed creating single aggregation tree\n",
                   source.pid, source.tid, source.key);

@@ -13,16 +13,6 @@ using namespace ostrum;
 
 namespace {
 
-struct destroy_tree {
-    void operator()(bt_tree* tree) const { bt_destroy(tree); }
-};
-using tree_ptr = std::unique_ptr<bt_tree, destroy_tree>;
-
-struct cpu_times {
-    int64_t user_tv = 0;
-    int64_t sys_tv = 0;
-};
-
 int32_t innermost_frame(const log_context& context)
 {
     return std::min(context.depth, max_call_frames - 1);
@@ -83,6 +73,7 @@ agg_node part_done_so_far(const log_context& context, int32_t level, int64_t now
     agg_node key{};
     key.level = level;
     key.log_time = context.time_mode;
+    key.caller_ref_1 = frame.node->caller_ref_1;
     key.caller_ref_2 = frame.node->caller_ref_2;
     const int64_t elapsed_tv = std::max<int64_t>(now_tv - frame.start_tv, 0);
     key.main.total_tv = elapsed_tv;
@@ -143,7 +134,7 @@ void inside_opcode_flush(log_context* context, int64_t now_tv)
     if (configured().collect_cpu_levels > 0) {
         get_cpu_usage(&cpu.user_tv, &cpu.sys_tv);
     }
-    tree_ptr tree{create_agg_tree()};
+    agg_tree_ptr tree{create_agg_tree()};
     const heap_ptr<call_frame> stack = heap_zeroed<call_frame>(max_call_frames);
     if (!tree || !stack) {
         err_print("inside_opocode_flush : out of memory creating new tree\n");

@@ -87,7 +87,8 @@ void release_within(log_context* context, int64_t limit_tv)
 
 // Without the time prefix: time zone, heap and list may be in the middle of a step that this thread was
 // interrupted in, and nothing that could wait for them is safe.
-template <size_t N> void report_loss(const char (&text)[N])
+template <size_t N>
+void report_loss(const char (&text)[N])
 {
     write_all_guarded(2, text, N - 1);
 }
@@ -131,7 +132,8 @@ void release_at_thread_exit(void* value)
 void release_at_process_exit(void)
 {
     if (fatal_signal_received()) {
-        constexpr char text[] = "release_at_process_exit : fatal signal received - unflushed data will be lost\n";
+        constexpr char text[] =
+            "release_at_process_exit : fatal signal received - unflushed data will be lost\n";
         if (inside_library()) {
             report_loss(text);
         } else {

@@ -14,11 +14,6 @@ namespace ostrum {
 
 namespace {
 
-struct cpu_times {
-    int64_t user_tv = 0;
-    int64_t sys_tv = 0;
-};
-
 // Elapsed and CPU time of the call that ends.
 struct call_cost {
     int64_t elapsed_tv = 0;
