@@ -86,15 +86,56 @@ op_event end_of_innermost(const log_context& context)
     return event;
 }
 
+// What every hook says of the call.
+struct call_details {
+    uint32_t opcode;
+    const char* name;
+    uint32_t opflags;
+    const char* program;
+    const char* file;
+    int32_t line;
+    const char* obj_type;
+    int64_t obj_id;
+    int64_t db;
+};
+
+op_event call_of(const call_details& call, int64_t now_tv)
+{
+    op_event event{};
+    event.now_tv = now_tv;
+    event.opcode = static_cast<int32_t>(call.opcode);
+    event.opname = call.name;
+    event.opflags = call.opflags;
+    event.program = call.program;
+    event.file = call.file;
+    event.line = call.line;
+    event.obj_type = call.obj_type;
+    event.obj_id = call.obj_id;
+    event.db = call.db;
+    return event;
+}
+
+void start_call(log_context& context, op_event& event)
+{
+    ++context.open_hook_calls;
+    event.phase = op_phase::start;
+    write_log(&context, &event);
+}
+
+void end_call(log_context& context, op_event& event)
+{
+    event.phase = op_phase::end;
+    write_log(&context, &event);
+    --context.open_hook_calls;
+}
+
 // The common end of a function: its error buffer lives for this call only.
 void end_function(log_context& context, op_event& event, int32_t error, const qel_errbuf_t& ebuf)
 {
-    event.phase = op_phase::end;
     event.end_flags = error != 0 ? end_flag_error : 0;
     event.record_count = 1;
     event.ebuf = &ebuf;
-    write_log(&context, &event);
-    --context.open_hook_calls;
+    end_call(context, event);
 }
 
 } // namespace
@@ -104,28 +145,15 @@ int64_t __ostrum_log_start_op(const context_name* name, uint32_t opcode, const c
                               int64_t obj_id, int64_t db, void* ebuf)
 {
     return run_hook(name, [&](log_context& context, int64_t now_tv) {
-        ++context.open_hook_calls;
         char* program = context.trace.program;
         if (context.depth < 0) {
             get_program(program, sizeof(context.trace.program));
         }
-        const op_event event{op_phase::start,
-                             now_tv,
-                             static_cast<int32_t>(opcode),
-                             opname,
-                             opflags,
-                             program,
-                             file,
-                             line,
-                             obj_type,
-                             obj_id,
-                             db,
-                             in_flist,
-                             nullptr,
-                             0,
-                             0,
-                             static_cast<const qel_errbuf_t*>(ebuf)};
-        write_log(&context, &event);
+        op_event event =
+            call_of({opcode, opname, opflags, program, file, line, obj_type, obj_id, db}, now_tv);
+        event.in_flist = in_flist;
+        event.ebuf = static_cast<const qel_errbuf_t*>(ebuf);
+        start_call(context, event);
     });
 }
 
@@ -135,13 +163,14 @@ int64_t __ostrum_log_end_op(const context_name* name, uint32_t opcode, const cha
 {
     return run_hook(name, [&](log_context& context, int64_t now_tv) {
         const auto* error = static_cast<const qel_errbuf_t*>(ebuf);
-        const int32_t number = static_cast<int32_t>(opcode);
-        const int32_t records = count_flist(number, static_cast<qel_flist_t*>(out_flist), error);
-        const op_event event{op_phase::end, now_tv,    number,   opname, opflags, context.trace.program,
-                             file,          line,      obj_type, obj_id, db,      in_flist,
-                             out_flist,     end_flags, records,  error};
-        write_log(&context, &event);
-        --context.open_hook_calls;
+        op_event event = call_of(
+            {opcode, opname, opflags, context.trace.program, file, line, obj_type, obj_id, db}, now_tv);
+        event.in_flist = in_flist;
+        event.out_flist = out_flist;
+        event.end_flags = end_flags;
+        event.record_count = count_flist(event.opcode, static_cast<qel_flist_t*>(out_flist), error);
+        event.ebuf = error;
+        end_call(context, event);
         if (context.depth < 0) {
             report_failed_operation(error, in_flist);
         }
@@ -153,24 +182,9 @@ int64_t __ostrum_log_start_fn(const context_name* name, uint32_t opcode, const c
                               const char* obj_type, int64_t obj_id, int64_t db)
 {
     return run_hook(name, [&](log_context& context, int64_t now_tv) {
-        ++context.open_hook_calls;
-        const op_event event{op_phase::start,
-                             now_tv,
-                             static_cast<int32_t>(opcode),
-                             fn_name,
-                             opflags,
-                             program,
-                             file,
-                             line,
-                             obj_type,
-                             obj_id,
-                             db,
-                             nullptr,
-                             nullptr,
-                             0,
-                             0,
-                             nullptr};
-        write_log(&context, &event);
+        op_event event =
+            call_of({opcode, fn_name, opflags, program, file, line, obj_type, obj_id, db}, now_tv);
+        start_call(context, event);
     });
 }
 
@@ -180,17 +194,8 @@ int64_t __ostrum_log_end_fn(const context_name* name, uint32_t opcode, const cha
                             int32_t err_class, int32_t location)
 {
     return run_hook(name, [&](log_context& context, int64_t now_tv) {
-        op_event event{};
-        event.now_tv = now_tv;
-        event.opcode = static_cast<int32_t>(opcode);
-        event.opname = fn_name;
-        event.opflags = opflags;
-        event.program = program;
-        event.file = file;
-        event.line = line;
-        event.obj_type = obj_type;
-        event.obj_id = obj_id;
-        event.db = db;
+        op_event event =
+            call_of({opcode, fn_name, opflags, program, file, line, obj_type, obj_id, db}, now_tv);
         end_function(context, event, error, error_buffer(errnum, err_class, location));
     });
 }
