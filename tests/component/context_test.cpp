@@ -21,7 +21,10 @@ protected:
     }
     void TearDown() override
     {
-        set_thread_slot(nullptr);
+        if (log_context* own = thread_slot()) {
+            set_thread_slot(nullptr);
+            unpin(own);
+        }
         while (log_context* c = unlink_first()) {
             release_loginfo(c);
         }
