@@ -39,6 +39,7 @@ uint64_t begin_visit();
 // makes the thread-specific keys; the destructor runs with the slot's context when its thread ends.
 int32_t create_context_key(void (*destructor)(void* context)); // 0, or an error number
 pthread_key_t context_key();
+void* shown_context_key(); // the key as debug lines show it
 log_context* thread_slot();
 void set_thread_slot(log_context* context); // does not touch references
 

@@ -7,9 +7,9 @@ namespace {
 // Cheap, and different for the calls of one operation: a poor spread only costs a search.
 path_hint& hint_of(path_hints& hints, const bt_tree* tree, const agg_node& key)
 {
-    auto mixed = reinterpret_cast<uintptr_t>(tree) >> 4;
-    mixed += static_cast<uint32_t>(key.opcode) * 0x9E3779B1U;
-    mixed += static_cast<uint32_t>(key.lineno) * 0x85EBCA6BU;
+    uint64_t mixed = reinterpret_cast<uintptr_t>(tree) >> 4;
+    mixed += uint64_t{static_cast<uint32_t>(key.opcode)} * 0x9E3779B1U;
+    mixed += uint64_t{static_cast<uint32_t>(key.lineno)} * 0x85EBCA6BU;
     if (key.opcode < 1) {
         mixed += reinterpret_cast<uintptr_t>(key.ptr_opname);
     }

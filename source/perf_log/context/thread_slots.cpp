@@ -76,6 +76,11 @@ pthread_key_t context_key()
     return keys.context;
 }
 
+void* shown_context_key()
+{
+    return reinterpret_cast<void*>(uintptr_t{keys.context}); // NOLINT(performance-no-int-to-ptr): only shown
+}
+
 log_context* thread_slot()
 {
     return keys.context_made ? static_cast<log_context*>(pthread_getspecific(keys.context)) : nullptr;

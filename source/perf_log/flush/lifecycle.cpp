@@ -190,8 +190,7 @@ void clean_child_atfork(void)
     }
     log_context* inherited = thread_slot();
     if (debug) {
-        debug_print("clean_child_atfork : g_log_info_key[%p] lip[%p]\n",
-                    reinterpret_cast<void*>(static_cast<uintptr_t>(context_key())),
+        debug_print("clean_child_atfork : g_log_info_key[%p] lip[%p]\n", shown_context_key(),
                     static_cast<void*>(inherited));
     }
     empty_list_after_fork();

@@ -107,7 +107,7 @@ void timeout_handler_func(const char* caller)
     }
     if (debug_on(debug_detail)) {
         debug_print("timeout_handler_func : failed locating lip from key[%p] - assume key used\n",
-                    reinterpret_cast<void*>(static_cast<uintptr_t>(context_key())));
+                    shown_context_key());
     }
     visit_keyed_contexts(now_tv);
 }

@@ -10,8 +10,8 @@ namespace ostrum {
 
 namespace {
 
-constexpr size_t cut_at_bytes = 1024 * 1024;
-constexpr size_t first_heap_bytes = 64 * 1024;
+constexpr size_t cut_at_bytes = size_t{1024} * 1024;
+constexpr size_t first_heap_bytes = size_t{64} * 1024;
 constexpr uint32_t nine_decimals = 9;
 
 } // namespace
