@@ -126,9 +126,9 @@ TEST(Lifecycle, AFatalSignalFlushesNothing)
 TEST(Lifecycle, ExitWhileOthersAreAtWorkEndsSoonAndLosesNothingFinished)
 {
     const auto begun = std::chrono::steady_clock::now();
-    const host_run run =
-        run_host({{"ostrum_var_time", "3"}}, "op 3; op_key 1 5; spawn {repeat 100000000 {op_key 1 5}}; spawn {repeat "
-                                             "100000000 {op_key 2 5}}; sleep 100; exit 0");
+    const host_run run = run_host({{"ostrum_var_time", "3"}},
+                                  "op 3; op_key 1 5; spawn {repeat 100000000 {op_key 1 5}}; spawn {repeat "
+                                  "100000000 {op_key 2 5}}; sleep 100; exit 0");
     EXPECT_EQ(run.exit_status, 0) << run.errors;
     EXPECT_EQ(calls_of(run, 3), 1);
     EXPECT_GT(calls_of(run, 5), 0) << run.errors;
