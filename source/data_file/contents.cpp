@@ -24,10 +24,10 @@ constexpr initial_variable plain_variables[] = {
 // Bodies of entries stay as they are: they are free space from here on.
 void empty_tables(data_file_image& image)
 {
-    publish_count(image.counter_count, 0);
-    publish_count(image.variable_count, 0);
+    store_total(image.counter_count, 0);
+    store_total(image.variable_count, 0);
     std::atomic_ref(image.variables_modified_tv).store(0, std::memory_order_relaxed);
-    publish_count(image.error_count, 0);
+    store_total(image.error_count, 0);
     image.reserved = 0;
 }
 

@@ -10,6 +10,8 @@ namespace ostrum {
 
 namespace {
 
+constexpr const char* counter_lock_name = "counter_mutex";
+
 struct counter_key {
     uint64_t opcode;
     uint64_t opflags;
@@ -81,7 +83,7 @@ counter_entry* insert(rt_info& handle, size_t index, const counter_key& key, con
     entry.db_number = key.db_number;
     clear_totals(entry);
     add_totals(entry, totals);
-    initialise_entry_lock(handle, entry.lock, "counter_mutex");
+    initialise_entry_lock(handle, entry.lock, counter_lock_name);
     publish_count(handle.image->counter_count, index + 1);
     return &entry;
 }
@@ -97,6 +99,7 @@ counter_entry* find_or_insert(rt_info& handle, const counter_key& key, const cha
     const auto found = std::find_if(used.begin(), used.end(),
                                     [&key](const counter_entry& entry) { return matches(entry, key); });
     if (found != used.end()) {
+        initialise_entry_lock_if_unset(handle, found->lock, counter_lock_name);
         update(*found, totals, nested_lock_limit_tv);
         return &*found;
     }

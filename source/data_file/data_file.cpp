@@ -33,7 +33,7 @@ void initialise_as_asked(rt_info& handle, bool fresh, uint32_t flags)
         write_signature(*handle.image);
     }
     if (asked(DATA_FILE_INIT_LOCKS)) {
-        initialise_header_locks(handle);
+        initialise_header_locks(handle, !fresh);
     }
     if (asked(DATA_FILE_RESET)) {
         reset_contents(handle);

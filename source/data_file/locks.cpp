@@ -106,6 +106,17 @@ bool lock_within(pthread_mutex_t& mutex, int64_t duration_tv)
 #endif
 }
 
+// Looked at again: another process may be initialising it, which passes through other kinds.
+bool becomes_usable(const pthread_mutex_t& mutex)
+{
+    constexpr int64_t pause_tv = 1'000'000;
+    constexpr int looks = 3;
+    for (int look = 1; look < looks && !usable(mutex); ++look) {
+        os::sleep_ns(pause_tv);
+    }
+    return usable(mutex);
+}
+
 // Slices: the holder's wake-up is lost when the mutex is re-initialised meanwhile.
 bool wait_for_mutex(lock_slot& slot, int64_t limit_tv)
 {
@@ -113,7 +124,7 @@ bool wait_for_mutex(lock_slot& slot, int64_t limit_tv)
         return false;
     }
     const int64_t deadline_tv = os::monotonic_ns() + limit_tv;
-    for (int64_t left_tv = limit_tv; left_tv > 0 && usable(slot.mutex);
+    for (int64_t left_tv = limit_tv; left_tv > 0 && becomes_usable(slot.mutex);
          left_tv = deadline_tv - os::monotonic_ns()) {
         if (lock_within(slot.mutex, std::min(slice_tv, left_tv))) {
             return true;
@@ -125,10 +136,7 @@ bool wait_for_mutex(lock_slot& slot, int64_t limit_tv)
 
 bool acquire_mutex(lock_slot& slot, int64_t limit_tv)
 {
-    if (!usable(slot.mutex)) {
-        return false;
-    }
-    if (pthread_mutex_trylock(&slot.mutex) == 0) {
+    if (usable(slot.mutex) && pthread_mutex_trylock(&slot.mutex) == 0) {
         forget_stuck(slot);
         return true;
     }
@@ -145,6 +153,35 @@ void initialise_slot(const rt_info& handle, lock_slot& slot, const char* name,
         pthread_mutex_init(&slot.mutex, attributes.get());
     }
     slot.name = name;
+}
+
+// Long enough for whoever inserts into a table; the trace file's locks may be held for seconds.
+int64_t initialisation_wait(size_t header_lock)
+{
+    return header_lock == DATA_FILE_LOCK_TABLES ? 100'000'000 : 0;
+}
+
+void initialise_used_header_lock(rt_info& handle, size_t index, const shared_mutex_attributes& attributes)
+{
+    lock_slot& slot = handle.image->locks[index];
+    const bool works = !advisory_method() && acquire_mutex(slot, initialisation_wait(index));
+    if (works) {
+        slot.name = header_lock_names[index];
+        pthread_mutex_unlock(&slot.mutex);
+        return;
+    }
+    initialise_slot(handle, slot, header_lock_names[index], attributes);
+    forget_stuck(slot);
+}
+
+// Whether the method in use has never initialised the slot.
+bool unset(const lock_slot& slot)
+{
+    if (advisory_method()) {
+        return slot.offset == 0;
+    }
+    const auto* bytes = reinterpret_cast<const char*>(&slot.mutex);
+    return std::all_of(bytes, bytes + sizeof slot.mutex, [](char byte) { return byte == 0; });
 }
 
 int64_t header_lock_limit(int32_t type)
@@ -189,11 +226,15 @@ void lock_slot_release(lock_slot& slot)
     (void)__ostrum_file_unlock(static_cast<int32_t>(slot.fd), slot.offset, slot.name);
 }
 
-void initialise_header_locks(rt_info& handle)
+void initialise_header_locks(rt_info& handle, bool in_use)
 {
     const shared_mutex_attributes attributes;
     for (size_t i = 0; i < header_lock_names.size(); ++i) {
-        initialise_slot(handle, handle.image->locks[i], header_lock_names[i], attributes);
+        if (in_use) {
+            initialise_used_header_lock(handle, i, attributes);
+        } else {
+            initialise_slot(handle, handle.image->locks[i], header_lock_names[i], attributes);
+        }
     }
 }
 
@@ -201,6 +242,24 @@ void initialise_entry_lock(rt_info& handle, lock_slot& slot, const char* name)
 {
     const shared_mutex_attributes attributes;
     initialise_slot(handle, slot, name, attributes);
+}
+
+void initialise_entry_lock_if_unset(rt_info& handle, lock_slot& slot, const char* name)
+{
+    if (unset(slot)) {
+        initialise_entry_lock(handle, slot, name);
+    }
+}
+
+bool entry_lock_pass::acquire(lock_slot& slot)
+{
+    if (lock_slot_acquire(slot, 0)) {
+        return true;
+    }
+    const int64_t start_tv = os::monotonic_ns();
+    const bool held = lock_slot_acquire(slot, left_tv_);
+    left_tv_ = std::max<int64_t>(left_tv_ - (os::monotonic_ns() - start_tv), 0);
+    return held;
 }
 
 data_file_guard::data_file_guard(rt_info* handle, data_file_lock_type type)

@@ -49,9 +49,13 @@ inline constexpr int64_t nested_lock_limit_tv = 500'000'000;
 [[nodiscard]] bool lock_slot_acquire(lock_slot& slot, int64_t limit_tv);
 void lock_slot_release(lock_slot& slot);
 
-// Prepare locks for use, whatever state they are in. The handle's mapping and descriptor must be set.
-void initialise_header_locks(rt_info& handle);
-void initialise_entry_lock(rt_info& handle, lock_slot& slot, const char* name); // name: a constant
+// Prepare locks for use, whatever state they are in. The handle's mapping and descriptor must be set, a
+// name is a constant. The header locks of a file that others may be using are tried for first: one that
+// can be had works, and nobody who holds or waits for it is disturbed.
+void initialise_header_locks(rt_info& handle, bool in_use);
+void initialise_entry_lock(rt_info& handle, lock_slot& slot, const char* name);
+// Under the table lock: initialises the lock of an entry that was made while the other method was in use.
+void initialise_entry_lock_if_unset(rt_info& handle, lock_slot& slot, const char* name);
 
 // The lock for one scope. Test it: nothing may be written when it was not obtained.
 class slot_guard {
@@ -88,21 +92,25 @@ private:
     bool held_;
 };
 
-// The locks of many entries, one after the other, inside the table lock: the first that cannot be had uses
-// up the waiting time of all, so that the table lock is never held for long.
+// The locks of many entries, one after the other, inside the table lock. They share one waiting time, so
+// that the table lock is never held for long; a lock that is known to be stuck takes nothing of it.
 class entry_lock_pass {
 public:
     // Runs the body with true when the entry's lock is held, else with false.
     template <typename Body>
     void with(lock_slot& slot, Body body)
     {
-        const slot_guard guard(slot, wait_tv_);
-        wait_tv_ = guard ? wait_tv_ : 0;
-        body(static_cast<bool>(guard));
+        const bool held = acquire(slot);
+        body(held);
+        if (held) {
+            lock_slot_release(slot);
+        }
     }
 
 private:
-    int64_t wait_tv_ = nested_lock_limit_tv;
+    bool acquire(lock_slot& slot);
+
+    int64_t left_tv_ = nested_lock_limit_tv;
 };
 
 } // namespace ostrum

@@ -47,19 +47,22 @@ int64_t size_of_file(const unique_fd& fd)
     return os::status_of_file(fd.get(), status) == 0 ? static_cast<int64_t>(status.st_size) : -1;
 }
 
+using reserve_call = int(int fd, off_t offset, off_t length);
+
 // Backs the whole file with disk blocks: a write into the mapping that finds no space would end the host
 // with SIGBUS. File systems that cannot reserve are let pass. False, with errno set, when space is short.
-bool reserve_space(const unique_fd& fd)
+bool reserve_space(const unique_fd& fd, reserve_call* reserve)
 {
     int error = EINTR;
     while (error == EINTR) {
-        error = os::reserve_blocks(fd.get(), 0, file_bytes);
+        error = reserve(fd.get(), 0, file_bytes);
     }
     errno = error;
     return error != ENOSPC && error != EDQUOT;
 }
 
-// A copy of a file may have lost its blocks, and a process may be in the midst of creating it.
+// A copy of a file may have lost its blocks. Others may be writing into it, so it is left as it is where
+// the file system itself cannot reserve.
 bool reserve_space_if_sparse(const unique_fd& fd)
 {
     constexpr int64_t status_block_bytes = 512;
@@ -67,7 +70,8 @@ bool reserve_space_if_sparse(const unique_fd& fd)
     if (os::status_of_file(fd.get(), status) != 0) {
         return true;
     }
-    return status.st_blocks * status_block_bytes >= file_bytes || reserve_space(fd);
+    return status.st_blocks * status_block_bytes >= file_bytes ||
+           reserve_space(fd, os::reserve_blocks_in_use);
 }
 
 bool extend(const unique_fd& fd)
@@ -111,7 +115,7 @@ mapped_file create_file(const char* path)
         report_failed_extension(path);
         return {}; // kept: the file stays on disk
     }
-    if (!reserve_space(file.fd)) {
+    if (!reserve_space(file.fd, os::reserve_blocks)) {
         report_failed_extension(path);
         if (file.fresh) {
             os::unlink_path(path); // it has the right size: the next start would take it for a good one
@@ -155,11 +159,15 @@ mapped_file open_existing(const char* path)
     }
     mapped_file file;
     file.fd.reset(os::open_file(path, O_RDWR, 0));
-    if (!file.fd || !reserve_space_if_sparse(file.fd)) {
+    if (!file.fd) {
         err_print("__data_file_open : failed opening [%s] (%d)[%s]\n", path, errno, strerror(errno));
         return {};
     }
     file.turn = opening_turn(file.fd);
+    if (!reserve_space_if_sparse(file.fd)) {
+        report_failed_extension(path);
+        return {};
+    }
     if (!map_into(file, path)) {
         return {};
     }

@@ -20,10 +20,15 @@ std::span<Entry> used_entries(Entry (&table)[N], uint64_t& count_word)
     return {table, static_cast<size_t>(std::min<uint64_t>(count, N))};
 }
 
-// Comes last in an insert: a reader that takes no lock sees whole entries only.
+// Comes last in an insert: a reader that takes no lock sees whole entries only. The count never falls,
+// even if a process whose table lock was taken for stuck inserts at the same time.
 inline void publish_count(uint64_t& count_word, size_t count)
 {
-    std::atomic_ref(count_word).store(count, std::memory_order_release);
+    const std::atomic_ref word(count_word);
+    uint64_t current = word.load(std::memory_order_relaxed);
+    while (current < count && !word.compare_exchange_weak(current, count, std::memory_order_release,
+                                                          std::memory_order_relaxed)) {
+    }
 }
 
 // Totals change under a lock. The atomic store keeps a reader without one from seeing half a word; it

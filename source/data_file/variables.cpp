@@ -14,6 +14,8 @@ namespace ostrum {
 
 namespace {
 
+constexpr const char* variable_lock_name = "variable_mutex";
+
 // A text taken out of the mapping, with its terminator.
 template <size_t N>
 struct text_copy {
@@ -89,7 +91,7 @@ variable_entry* insert(rt_info& handle, size_t index, const char* name, const ch
     variable_entry& entry = handle.image->variables[index];
     store_text(entry.name, name);
     store_text(entry.value, value);
-    initialise_entry_lock(handle, entry.lock, "variable_mutex");
+    initialise_entry_lock(handle, entry.lock, variable_lock_name);
     publish_count(handle.image->variable_count, index + 1);
     set_modified_now(*handle.image);
     return &entry;
@@ -115,6 +117,7 @@ add_result find_or_insert(rt_info& handle, const char* name, const char* value, 
                    ? add_result{add_outcome::table_full, nullptr}
                    : add_result{add_outcome::inserted, insert(handle, used.size(), name, value)};
     }
+    initialise_entry_lock_if_unset(handle, entry->lock, variable_lock_name);
     if (!overwrite) {
         return {add_outcome::found, entry};
     }

@@ -40,6 +40,8 @@ ssize_t read_file(int fd, void* bytes, size_t count);
 ssize_t write_file(int fd, const void* bytes, size_t count);
 off_t seek_file(int fd, off_t offset, int whence);
 int reserve_blocks(int fd, off_t offset, off_t length); // posix_fallocate: an error number, or 0
+// fallocate, which never writes over what is there: an error number, or 0
+int reserve_blocks_in_use(int fd, off_t offset, off_t length);
 int lock_range(int fd, int command, struct flock& range);
 int status_of_path(const char* path, struct stat& status);
 int status_of_file(int fd, struct stat& status);

@@ -127,6 +127,11 @@ int reserve_blocks(int fd, off_t offset, off_t length)
     return posix_fallocate(fd, offset, length);
 }
 
+int reserve_blocks_in_use(int fd, off_t offset, off_t length)
+{
+    return fallocate(fd, 0, offset, length) == 0 ? 0 : errno;
+}
+
 int lock_range(int fd, int command, struct flock& range)
 {
     return fcntl(fd, command, &range);

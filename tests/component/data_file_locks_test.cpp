@@ -207,6 +207,40 @@ TEST_F(data_file_locks_test, ManyLockedEntriesDelayAPassOnlyOnce)
     EXPECT_LT(took, 1500);
     EXPECT_EQ(count, 100);
     EXPECT_EQ(image().counters[99].calls, 5U);
+
+    set_lock_word(image().counters[99].lock.mutex, 0);
+    rt_counters_reset(handle_);
+    EXPECT_EQ(image().counters[99].calls, 0U) << "one that can be had is cleared behind those that cannot";
+    EXPECT_EQ(image().counters[0].calls, 5U);
+}
+
+TEST_F(data_file_locks_test, AnotherLockMethodTakesOverTheEntriesOfTheOneBefore)
+{
+    const lock_method both[] = {lock_method::advisory_file_lock, lock_method::mapped_mutex};
+    for (const size_t first : {0U, 1U}) {
+        SCOPED_TRACE(first);
+        ostrum::settings_for_startup().locks = both[first];
+        open(host_flags | DATA_FILE_RESET);
+        memset(image().counters, 0, sizeof image().counters);
+        ostrum::counter_entry* entry = add_counter(1);
+        ostrum::settings_for_startup().locks = both[1 - first];
+        ostrum::initialise_header_locks(*handle_, true);
+        ASSERT_EQ(add_counter(1), entry);
+        EXPECT_EQ(entry->calls, 2U);
+        EXPECT_EQ(entry->lock.offset, 368);
+    }
+}
+
+TEST_F(data_file_locks_test, AHostThatStartsDisturbsNoLockThatCanBeHad)
+{
+    open();
+    pthread_mutex_t& mutex = image().locks[DATA_FILE_LOCK_TABLES].mutex;
+    const unsigned marked = mutex.__data.__nusers = 77; // lost when it is initialised
+    ASSERT_NE(open(), nullptr);
+    EXPECT_EQ(image().locks[DATA_FILE_LOCK_TABLES].mutex.__data.__nusers, marked);
+    set_lock_word(image().locks[DATA_FILE_LOCK_TABLES].mutex, 1); // its holder is dead
+    ASSERT_NE(open(), nullptr);
+    EXPECT_NE(add_counter(1), nullptr);
 }
 
 TEST_F(data_file_locks_test, BytesThatAreNoMutexOfOursAreNeverLocked)

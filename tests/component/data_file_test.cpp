@@ -175,11 +175,11 @@ TEST_F(data_file_test, UnfitFilesAreRefused)
     }
     write_file_of(correct_size);
     const std::string failure = " [" + path() + "] (28)[" + strerror(ENOSPC) + "]\n";
-    for (const call which : {call::open_file, call::reserve_blocks, call::map_shared}) {
+    const std::pair<call, std::string> steps[] = {
+        {call::open_file, "opening"}, {call::reserve_blocks, "extending"}, {call::map_shared, "mmap on"}};
+    for (const auto& [which, what] : steps) {
         fake_os::fail(which, 1, ENOSPC);
-        EXPECT_EQ(refusal(path(), host_flags),
-                  "__data_file_open : failed " +
-                      std::string(which == call::map_shared ? "mmap on" : "opening") + failure);
+        EXPECT_EQ(refusal(path(), host_flags), "__data_file_open : failed " + what + failure);
         EXPECT_TRUE(std::filesystem::exists(path()));
     }
     EXPECT_THAT(fake_os::captured_stderr([&] { EXPECT_EQ(perf_file_size((path() + "x").c_str()), -1); }),

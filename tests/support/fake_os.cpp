@@ -247,6 +247,11 @@ int reserve_blocks(int fd, off_t offset, off_t length)
     return fault_due(call::reserve_blocks) ? errno : real_os::reserve_blocks(fd, offset, length);
 }
 
+int reserve_blocks_in_use(int fd, off_t offset, off_t length)
+{
+    return fault_due(call::reserve_blocks) ? errno : real_os::reserve_blocks_in_use(fd, offset, length);
+}
+
 int lock_range(int fd, int command, struct flock& range)
 {
     return real_os::lock_range(fd, command, range);
