@@ -43,11 +43,6 @@ inline void add_to_total(uint64_t& word, int64_t amount)
     store_total(word, std::atomic_ref(word).load(std::memory_order_relaxed) + static_cast<uint64_t>(amount));
 }
 
-inline const char* text_or_empty(const char* text)
-{
-    return text != nullptr ? text : "";
-}
-
 // Whether storing `text` into the field would give what it holds: longer texts compare by their stored part.
 template <size_t N>
 bool holds_text(const char (&field)[N], const char* text)

@@ -63,6 +63,8 @@ void* global_symbol(const char* name); // dlsym over the whole process
 int at_exit(void (*handler)());
 [[noreturn]] void end_process(int status); // exit()
 int at_fork_in_child(void (*handler)());
+int create_thread(pthread_t& thread, void* (*body)(void*), void* argument); // joinable; an error number, or 0
+int join_thread(pthread_t thread);
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*));
 
 } // namespace ostrum::os

@@ -233,6 +233,16 @@ int at_fork_in_child(void (*handler)())
     return pthread_atfork(nullptr, nullptr, handler);
 }
 
+int create_thread(pthread_t& thread, void* (*body)(void*), void* argument)
+{
+    return pthread_create(&thread, nullptr, body, argument);
+}
+
+int join_thread(pthread_t thread)
+{
+    return pthread_join(thread, nullptr);
+}
+
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*))
 {
     return pthread_key_create(&key, destructor);

@@ -7,6 +7,7 @@
 
 #include "config/lookup.h"
 #include "config/setting_text.h"
+#include "perf_log/flush/async_flusher.h"
 #include "util/diagnostics.h"
 #include "util/time_value.h"
 
@@ -154,11 +155,13 @@ bool store_auto_flush(const startup_step& step, settings& out)
     return true;
 }
 
-// The flusher thread that this asks for comes with a later version. Until then every tree is written by
-// the thread that flushes it.
+// A flusher thread that cannot be created has been reported; what is handed over then stays in memory.
 bool store_async_flushing(const startup_step& step, settings& out)
 {
     out.async_flushing = __perfconf_int(step.key) != 0;
+    if (out.async_flushing) {
+        perf_initialise_flushing_thread(&process_flush_record());
+    }
     return true;
 }
 

@@ -10,6 +10,11 @@ char* str_tolower(char* text);
 
 namespace ostrum {
 
+inline const char* text_or_empty(const char* text)
+{
+    return text != nullptr ? text : "";
+}
+
 // Copies a text into a fixed field: cut to out_bytes - 1 characters, always terminated; null is the empty
 // text. Bytes behind the terminator are left as they are; a field of no bytes is left alone.
 void copy_text(char* out, size_t out_bytes, const char* text);

@@ -19,5 +19,16 @@ inline constexpr uint32_t format_seconds_ns = 9;
 inline constexpr uint32_t format_day_first_us = 22;
 inline constexpr uint32_t format_year_first_us = 38;
 
+// A time value as text, for one message.
+struct time_text {
+    char text[64];
+};
+inline time_text formatted_time(int64_t time_tv, uint32_t code)
+{
+    time_text time;
+    ostrum_fmt_tv(time_tv, time.text, sizeof(time.text), code);
+    return time;
+}
+
 } // namespace ostrum
 #endif

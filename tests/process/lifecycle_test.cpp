@@ -152,3 +152,27 @@ TEST(Lifecycle, NeitherAFileSizeLimitNorAClosedStandardErrorReachesTheHost)
     EXPECT_EQ(limited.text_of_files(".plog.txt").size(), 100U);
     EXPECT_EQ(run_host({{"ostrum_var_time", "3"}}, "close 2; close 1; close 0; op 3; exit 6").exit_status, 6);
 }
+
+TEST(Lifecycle, WithTheFlusherEveryTreeIsInTheFilesWhenTheProcessHasEnded)
+{
+    std::vector<host_setting> settings = timing;
+    settings.push_back({"ostrum_async_flushing", "1"});
+    settings.push_back({"ostrum_max_log_size", "10"});
+    const host_run run =
+        run_host(settings, "repeat 200 {op 3}; thread {repeat 200 {op 5}}; thread {repeat 200 {op 5}};"
+                           "fork {repeat 30 {op 7}; fork {op 9}}; fork {exit 0}; op 3; exit 4");
+    expect_sound(run, 4);
+    EXPECT_EQ(calls_of(run, 3), 201);
+    EXPECT_EQ(calls_of(run, 5), 400);
+    EXPECT_EQ(calls_of(run, 7), 30);
+    EXPECT_EQ(calls_of(run, 9), 1);
+    EXPECT_EQ(run.lines_with("perf_async_flusher : started flushing thread"), 4);
+    EXPECT_EQ(run.lines_with("clean_child_atfork : initialised async flushing for pid["), 3);
+    EXPECT_EQ(run.lines_with("release_at_process_exit : joined async flush thread"), 4);
+
+    // Start-up that fails behind the flusher's step: its thread is ended all the same.
+    settings.push_back({"ostrum_get_process_data", "4"});
+    const host_run failed = run_host(settings, "op 3; exit 5");
+    expect_sound(failed, 5);
+    EXPECT_EQ(failed.lines_with("release_at_process_exit : joined async flush thread"), 1);
+}

@@ -357,6 +357,16 @@ int at_fork_in_child(void (*handler)())
     return fault_due(call::at_fork_in_child) ? -1 : real_os::at_fork_in_child(handler);
 }
 
+int create_thread(pthread_t& thread, void* (*body)(void*), void* argument)
+{
+    return fault_due(call::create_thread) ? EAGAIN : real_os::create_thread(thread, body, argument);
+}
+
+int join_thread(pthread_t thread)
+{
+    return real_os::join_thread(thread);
+}
+
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*))
 {
     return fault_due(call::create_thread_key) ? EAGAIN : real_os::create_thread_key(key, destructor);

@@ -28,6 +28,7 @@ enum class call {
     install_signal_action,
     at_exit,
     at_fork_in_child,
+    create_thread,
     create_thread_key,
     count_of_calls
 };

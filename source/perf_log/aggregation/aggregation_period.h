@@ -1,17 +1,20 @@
 #ifndef OSTRUM_PERF_LOG_AGGREGATION_AGGREGATION_PERIOD_H
 #define OSTRUM_PERF_LOG_AGGREGATION_AGGREGATION_PERIOD_H
+#include <cstddef>
 #include <cstdint>
 
 #include "config/settings.h"
 
 namespace ostrum {
 
+inline constexpr size_t period_text_bytes = 16; // "20261115_131500" with its terminator
+
 // A wall-clock interval, aligned to the clock, in which timings are aggregated.
 struct aggregation_period {
-    int64_t start_s;     // seconds since the epoch
-    char start_text[16]; // "20261115_131500"
+    int64_t start_s; // seconds since the epoch
+    char start_text[period_text_bytes];
     int64_t end_s;
-    char end_text[16];
+    char end_text[period_text_bytes];
     int64_t end_tv; // the end on the high-resolution clock: ns, whole seconds
 };
 

@@ -110,6 +110,14 @@ void clear_frame(call_frame& frame)
     frame.own.total_calls = start_marker;
 }
 
+shared_trace_file* share_trace_file(shared_trace_file* file)
+{
+    if (file != nullptr) {
+        file->holders.fetch_add(1, std::memory_order_relaxed);
+    }
+    return file;
+}
+
 void release_trace_file(shared_trace_file*& file)
 {
     shared_trace_file* mine = std::exchange(file, nullptr);

@@ -15,8 +15,10 @@
 #include "ostrum_util.h"
 #include "perf_log/aggregation/aggregation_period.h"
 #include "perf_log/aggregation/call_frame.h"
+#include "perf_log/buckets/alarm_config.h"
 #include "perf_log/context/context_lock.h"
 #include "perf_log/context/path_hints.h"
+#include "util/resources.h"
 
 namespace ostrum {
 
@@ -24,6 +26,9 @@ inline constexpr int32_t own_thread_key = -1; // key of the contexts that belong
 
 // Bit of the variable "time_on": nested levels too, and the trace file is kept open.
 inline constexpr int32_t log_time_file = 0x2;
+
+// Bit of the variable "alarm_on": the alarm file is kept open from one record to the next.
+inline constexpr int32_t keep_alarm_file_open = 0x1;
 
 // Whether a value of "time_on" sends timings to a file. A value below 0 is no timing at all, whatever
 // its bits.
@@ -38,7 +43,8 @@ struct shared_trace_file {
     std::atomic<int32_t> holders;
     int32_t fd;
 };
-void release_trace_file(shared_trace_file*& file); // null allowed; leaves null
+shared_trace_file* share_trace_file(shared_trace_file* file); // one more holder; null allowed
+void release_trace_file(shared_trace_file*& file);            // null allowed; leaves null
 
 // What writing a context's tree needs and changes. A plain record, so that it can be handed over whole.
 struct trace_source {
@@ -104,6 +110,12 @@ struct log_context {
     int64_t variables_stamp_tv; // the variables' last-modified time when they were last read
     variable_handles variables;
     trace_opcode_list trace_opcodes;
+    // alarms; start-up refuses the settings that would arm them
+    const alarm_limit* alarm_at; // the current limit; null = none
+    const alarm_entry* alarms;   // the limits of the outermost operation; null = none
+    int64_t next_alarm_tv;       // ns, when the timed flush looks at it; 0 = not
+    unique_fd alarm_file;        // kept open from one record to the next
+
     bool skip_flist_trace; // the outermost operation in progress is not in that list
 
     int32_t lines_since_flush;         // outermost starts

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
+#include "config/settings.h"
 #include "os/os_calls.h"
 #include "perf_log/context/context_list.h"
+#include "perf_log/flush/async_flusher.h"
 #include "perf_log/flush/flush.h"
 #include "perf_log/output/trace_file.h"
 #include "process_state/process_state.h"
@@ -51,6 +53,7 @@ void empty_context(log_context& context)
     destroy_trees(context);
     ++context.trace.tree_generation;
     close_trace_file(context.trace);
+    context.alarm_file.reset();
     context.trace_opcodes = {};
     std::for_each(std::begin(context.frames), std::end(context.frames), clear_frame);
     context.depth = no_depth;
@@ -157,6 +160,7 @@ void release_at_process_exit(void)
     } else if (debug) {
         debug_print("release_at_process_exit : no loginfo structures found\n");
     }
+    finish_flushing_thread(process_flush_record());
 }
 
 namespace {
@@ -176,18 +180,8 @@ void discard_inherited(log_context* context)
     unpin(context); // the slot's reference
 }
 
-} // namespace
-
-void clean_child_atfork(void)
+void forget_inherited_contexts(bool debug)
 {
-    renew_identity_after_fork();
-    leave_library_after_fork();
-    const library_scope scope;
-    const bool debug = debug_on(debug_general);
-    if (debug) {
-        debug_print("clean_child_atfork : forked child starting - pid[%d] tid[%lu]\n", process_id(),
-                    thread_id());
-    }
     log_context* inherited = thread_slot();
     if (debug) {
         debug_print("clean_child_atfork : g_log_info_key[%p] lip[%p]\n", shown_context_key(),
@@ -207,5 +201,24 @@ void clean_child_atfork(void)
     discard_inherited(inherited);
     if (debug) {
         debug_print("clean_child_atfork : cleaned-up old loginfo ...\n");
+    }
+}
+
+} // namespace
+
+void clean_child_atfork(void)
+{
+    renew_identity_after_fork();
+    leave_library_after_fork();
+    note_flusher_after_fork();
+    const library_scope scope;
+    const bool debug = debug_on(debug_general);
+    if (debug) {
+        debug_print("clean_child_atfork : forked child starting - pid[%d] tid[%lu]\n", process_id(),
+                    thread_id());
+    }
+    forget_inherited_contexts(debug);
+    if (configured().async_flushing) {
+        restart_flushing_thread_after_fork(process_flush_record());
     }
 }

@@ -3,6 +3,7 @@
 #include "config/settings.h"
 #include "os/os_calls.h"
 #include "perf_log/context/context_list.h"
+#include "perf_log/flush/alarm_detection.h"
 #include "perf_log/flush/flush.h"
 #include "perf_log/flush/inside_opcode_flush.h"
 #include "perf_log/output/trace_file.h"
@@ -73,6 +74,7 @@ void visit(log_context& context, int64_t now_tv)
             debug_print("timeout_handler_func : processing lip[%p]/pid[%d]/key[%d]\n",
                         static_cast<void*>(&context), context.trace.pid, context.trace.key);
         }
+        raise_interim_alarm_when_due(context, now_tv);
         flush_when_due(context, now_tv);
         enter_present_period(context, now_tv);
     }

@@ -103,6 +103,10 @@ void check_at_outermost_start(log_context& context, const op_event& event)
     if (to_file && !has_trace_output(context.trace)) {
         open_log_file(&context.trace);
     }
+    const bool keeps_alarm_file = (context.alarm_mode & keep_alarm_file_open) != 0 && context.time_mode > 0;
+    if (!keeps_alarm_file || new_period) {
+        context.alarm_file.reset();
+    }
     // Field-list traces: the file is to be closed and opened here when that output exists; which
     // operations it covers is settled.
     context.skip_flist_trace =

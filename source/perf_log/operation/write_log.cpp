@@ -4,11 +4,13 @@
 
 #include "config/settings.h"
 #include "os/os_calls.h"
+#include "perf_log/flush/alarm_detection.h"
 #include "perf_log/flush/flush.h"
 #include "perf_log/operation/outermost_checks.h"
 #include "perf_log/operation/timeout_nesting.h"
 #include "process_metrics/cpu_usage.h"
 #include "util/diagnostics.h"
+#include "util/text.h"
 
 namespace ostrum {
 
@@ -19,11 +21,6 @@ struct call_cost {
     int64_t elapsed_tv = 0;
     cpu_times cpu;
 };
-
-const char* text_or_empty(const char* text)
-{
-    return text != nullptr ? text : "";
-}
 
 // Always at the outermost level while timing is on, deeper only when timing goes to a file.
 bool is_aggregated(const log_context& context)
@@ -274,10 +271,18 @@ void merge_into_nodes(log_context& context, call_frame& frame, const op_event& e
     }
 }
 
-// Alarms, the field-list trace's end record and the single-operation list belong at this place, in this
-// order, when they exist.
-void finish_outermost(log_context& context)
+// The time since the operation began, whatever part of it was flushed meanwhile.
+int64_t whole_elapsed_tv(const call_frame& frame, const call_cost& cost)
 {
+    return own_totals_in_use(frame) ? frame.own.total_tv : cost.elapsed_tv;
+}
+
+// The field-list trace's end record and the single-operation list belong at this place, in this order,
+// when they exist.
+void finish_outermost(log_context& context, const op_event& event, const call_frame& frame,
+                      const call_cost& cost)
+{
+    raise_final_alarm(context, whole_elapsed_tv(frame, cost), event.now_tv);
     if (!context.single_tree_active) {
         return;
     }
@@ -307,7 +312,7 @@ void end_open_frame(log_context& context, const op_event& event)
         merge_into_nodes(context, frame, event, cost);
     }
     if (context.depth == 0) {
-        finish_outermost(context);
+        finish_outermost(context, event, frame, cost);
     }
     --context.depth;
     flush_between_operations(context, event.now_tv);

@@ -1,6 +1,8 @@
 #include "perf_log/output/trace_buffer.h"
 
 #include <charconv>
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 
 #include "ostrum_util.h"
@@ -12,6 +14,7 @@ namespace {
 
 constexpr size_t cut_at_bytes = size_t{1024} * 1024;
 constexpr size_t first_heap_bytes = size_t{64} * 1024;
+constexpr size_t longest_formatted_bytes = 2048;
 constexpr uint32_t nine_decimals = 9;
 
 } // namespace
@@ -29,6 +32,16 @@ void trace_buffer::add_text(const char* text)
     if (text != nullptr) {
         add(text, strlen(text));
     }
+}
+
+void trace_buffer::add_formatted(const char* format, ...)
+{
+    char text[longest_formatted_bytes] = "";
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(text, sizeof(text), format, arguments);
+    va_end(arguments);
+    add_text(text);
 }
 
 void trace_buffer::add_number(int64_t value)

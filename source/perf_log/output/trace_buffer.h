@@ -16,7 +16,8 @@ public:
     explicit trace_buffer(int fd);
 
     void add_character(char c);
-    void add_text(const char* text); // null: nothing
+    void add_text(const char* text);                                                   // null: nothing
+    void add_formatted(const char* format, ...) __attribute__((format(printf, 2, 3))); // cut at 2,047
     void add_number(int64_t value);
     void add_unsigned(uint64_t value);
     void add_time(int64_t value_tv); // 9 decimals; "0" for zero

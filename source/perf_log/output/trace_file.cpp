@@ -93,14 +93,6 @@ write_result write_to_single_file(const trace_source& source, bt_tree* tree, int
     return written && rotated ? write_result::written : write_result::failed;
 }
 
-void move_flush_times_on(trace_source& source)
-{
-    const int64_t now_tv = os::realtime_ns();
-    source.last_flush_s = os::wall_seconds();
-    source.last_flush_tv = now_tv - now_tv % ns_per_second;
-    set_due_time(source.next_flush_tv, source.last_flush_tv + configured().flush_frequency_tv);
-}
-
 bool empty_tree(trace_source& source, bt_tree* tree)
 {
     ++source.tree_generation;
@@ -145,6 +137,14 @@ void ostrum::close_trace_file(trace_source& source)
 {
     release_trace_file(source.file);
     source.single_file = false;
+}
+
+void ostrum::move_flush_times_on(trace_source& source)
+{
+    const int64_t now_tv = os::realtime_ns();
+    source.last_flush_s = os::wall_seconds();
+    source.last_flush_tv = now_tv - now_tv % ns_per_second;
+    set_due_time(source.next_flush_tv, source.last_flush_tv + configured().flush_frequency_tv);
 }
 
 void open_log_file(trace_source* source)

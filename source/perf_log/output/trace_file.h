@@ -15,6 +15,9 @@ unique_fd open_for_appending(const char* path);
 // Closes the context's file (copies that wait to be written keep it open) and leaves single-file mode.
 void close_trace_file(trace_source& source);
 
+// After a flush: the last one was now, the next is due one flush frequency later.
+void move_flush_times_on(trace_source& source);
+
 } // namespace ostrum
 
 extern "C" {

@@ -1,0 +1,194 @@
+#include "perf_log/flush/async_flusher.h"
+
+#include <atomic>
+#include <cstring>
+
+#include "os/os_calls.h"
+#include "perf_log/output/alarm_file.h"
+#include "perf_log/output/trace_file.h"
+#include "process_state/process_state.h"
+#include "util/diagnostics.h"
+
+namespace ostrum {
+
+namespace {
+
+// Which process the flusher belongs to, and which thread it is.
+constinit std::atomic<int32_t> g_flush_pid{0};
+constinit std::atomic<uint64_t> g_flush_tid{0};
+
+void note_flusher(uint64_t tid)
+{
+    g_flush_pid = os::process_id();
+    g_flush_tid = tid;
+}
+
+// False in a child that was made behind the fork handler's back: it has no such thread to wait for.
+bool is_other_thread_of_this_process()
+{
+    return g_flush_pid == os::process_id() && g_flush_tid != thread_id();
+}
+
+// The host's handlers of these run in its own threads.
+void block_host_signals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal_number : {SIGALRM, SIGTERM, SIGINT, SIGUSR1, SIGUSR2, SIGCHLD}) {
+        sigaddset(&set, signal_number);
+    }
+    os::signal_mask(SIG_BLOCK, &set, nullptr);
+}
+
+// What one pass has taken out of the queue.
+struct flush_work {
+    queued_tree* trees;
+    int32_t tree_count;
+    alarm_record* alarms;
+    int32_t alarm_count;
+    bool last; // nothing was queued and the thread is to end
+};
+
+void wait_for_work(flush_record& record)
+{
+    while (record.trees == nullptr && record.alarms == nullptr && record.terminate == 0) {
+        if (debug_on(debug_general)) {
+            debug_print("perf_async_flusher : no work and no request to terminate - wait for status "
+                        "change\n");
+        }
+        pthread_cond_wait(&record.condition, &record.mutex);
+    }
+}
+
+flush_work take_work(flush_record& record)
+{
+    const flush_record_guard guard(record);
+    wait_for_work(record);
+    if (debug_on(debug_general)) {
+        debug_print("perf_async_flusher : num_agg_trees[%d](%p) num_alarms[%d](%p) terminating[%d]\n",
+                    record.tree_count, static_cast<void*>(record.trees), record.alarm_count,
+                    static_cast<void*>(record.alarms), static_cast<int>(record.terminate));
+    }
+    const flush_work work{record.trees, record.tree_count, record.alarms, record.alarm_count,
+                          record.trees == nullptr && record.alarms == nullptr};
+    record.trees = nullptr;
+    record.tree_count = 0;
+    record.alarms = nullptr;
+    record.alarm_count = 0;
+    return work;
+}
+
+void write_alarms(const flush_work& work)
+{
+    if (debug_on(debug_general)) {
+        debug_print("perf_async_flusher : alarm list[%p](%d alarms to flush)\n",
+                    static_cast<void*>(work.alarms), work.alarm_count);
+    }
+    alarm_record* alarm = work.alarms;
+    while (alarm != nullptr) {
+        alarm_record* next = alarm->next;
+        perf_async_debug_alarm(alarm);
+        perf_alarm_persist(nullptr, alarm, 1);
+        release_alarm(alarm);
+        alarm = next;
+    }
+}
+
+void write_trees(const flush_work& work)
+{
+    if (debug_on(debug_general)) {
+        debug_print("perf_async_flusher : tree list[%p](%d trees to flush)\n", static_cast<void*>(work.trees),
+                    work.tree_count);
+    }
+    queued_tree* queued = work.trees;
+    while (queued != nullptr) {
+        queued_tree* next = queued->next;
+        flush_aggregation_tree_to_file(&queued->source, queued->source.tree);
+        release_queued_tree(queued);
+        queued = next;
+    }
+}
+
+} // namespace
+
+void finish_flushing_thread(flush_record& record)
+{
+    if (record.thread == 0 || !is_other_thread_of_this_process()) {
+        return;
+    }
+    const bool debug = debug_on(debug_general);
+    if (debug) {
+        debug_print("release_at_process_exit : signal async flush thread to terminate\n");
+    }
+    {
+        const flush_record_guard guard(record);
+        record.terminate = 1;
+        pthread_cond_signal(&record.condition);
+    }
+    if (debug) {
+        debug_print("release_at_process_exit : wait for async flush to terminate\n");
+    }
+    os::join_thread(record.thread);
+    record.thread = 0;
+    if (debug) {
+        debug_print("release_at_process_exit : joined async flush thread\n");
+    }
+}
+
+void restart_flushing_thread_after_fork(flush_record& record)
+{
+    // Another thread of the parent's may have been in the midst of a change: its lists are left alone then.
+    if (pthread_mutex_trylock(&record.mutex) == 0) {
+        drop_queue(record);
+    }
+    if (perf_initialise_flushing_thread(&record) == 0 && debug_on(debug_general)) {
+        debug_print("clean_child_atfork : initialised async flushing for pid[%d] tid[%lu]\n", process_id(),
+                    thread_id());
+    }
+}
+
+void note_flusher_after_fork()
+{
+    note_flusher(thread_id());
+}
+
+} // namespace ostrum
+
+using namespace ostrum;
+
+int32_t perf_initialise_flushing_thread(flush_record* record)
+{
+    *record = {};
+    pthread_mutex_init(&record->mutex, nullptr);
+    pthread_cond_init(&record->condition, nullptr);
+    pthread_t thread = 0;
+    const int error = os::create_thread(thread, perf_async_flusher, record);
+    if (error != 0) {
+        err_print("perf_initialise_flushing_thread : pthread_create failed - errno[%d](%s)\n", error,
+                  strerror(error));
+        return error;
+    }
+    record->thread = thread;
+    note_flusher(thread);
+    return 0;
+}
+
+void* perf_async_flusher(void* record)
+{
+    const library_scope scope; // a host service that calls a hook here gets its timestamp only
+    note_flusher(thread_id());
+    if (debug_on(debug_general)) {
+        debug_print("perf_async_flusher : started flushing thread\n");
+    }
+    block_host_signals();
+    flush_work work{};
+    do {
+        work = take_work(*static_cast<flush_record*>(record));
+        write_alarms(work);
+        write_trees(work);
+    } while (!work.last);
+    if (debug_on(debug_general)) {
+        debug_print("perf_async_flusher : flushing thread terminating\n");
+    }
+    return nullptr;
+}

@@ -1,0 +1,157 @@
+// The hand-over to the flusher thread, and what that thread makes of it.
+#include "support/tracing_fixture.h"
+
+#include <csignal>
+
+#include "perf_log/flush/async_flusher.h"
+#include "perf_log/flush/flush.h"
+#include "perf_log/flush/timed_flush.h"
+#include "util/diagnostics.h"
+
+using namespace ostrum;
+
+class Flusher : public tracing_fixture {
+protected:
+    Flusher()
+    {
+        set_variable("time_on", "3");
+        settings_for_startup().async_flushing = true;
+    }
+    ~Flusher() override
+    {
+        settings_for_startup().async_flushing = false;
+        drop_context();
+        drop_queue(record());
+        set_debug_bits(0);
+    }
+    static flush_record& record() { return process_flush_record(); }
+
+    // One operation in a period of its own, handed over.
+    void hand_over(int32_t opcode)
+    {
+        run({.opcode = opcode}, 5 * ms);
+        EXPECT_EQ(flush_aggregation_tree(&context()), 1);
+    }
+    // On this thread, and only until the queue is empty.
+    static void drain()
+    {
+        record().terminate = 1;
+        EXPECT_EQ(perf_async_flusher(&record()), nullptr);
+        record().terminate = 0;
+    }
+};
+
+TEST_F(Flusher, AHandOverMovesTheTreeAndLeavesTheContextAsAfterAFlush)
+{
+    run({.opcode = 3}, 5 * ms);
+    bt_tree* const tree = context().trace.tree;
+    const uint64_t generation = context().trace.tree_generation;
+    fake_os::advance_clock(10 * second);
+    const std::string debug = fake_os::captured_stderr([&] {
+        set_debug_bits(debug_general);
+        EXPECT_EQ(flush_aggregation_tree(&context()), 1);
+        set_debug_bits(0);
+    });
+    EXPECT_NE(debug.find("perf_async_flush_add_lip : pid[" + std::to_string(getpid()) + "] tid["),
+              std::string::npos);
+    EXPECT_NE(debug.find("] move time[0.000000] node_list_length[1]\n"), std::string::npos);
+
+    EXPECT_EQ(record().trees->source.tree, tree);
+    EXPECT_NE(context().trace.tree, tree);
+    EXPECT_NE(context().trace.tree_generation, generation) << "remembered paths are void";
+    EXPECT_EQ(context().trace.new_node_count, 0);
+    EXPECT_EQ(context().trace.last_flush_s, begin_s + 10);
+    EXPECT_EQ(context().trace.next_flush_tv, (begin_s + 610) * second);
+    EXPECT_EQ(node(3), nullptr);
+    EXPECT_EQ(trace_text(), "");
+
+    EXPECT_EQ(flush_aggregation_tree(&context()), 0) << "a context without nodes is handed over too";
+    EXPECT_EQ(record().tree_count, 2);
+}
+
+TEST_F(Flusher, WritesTheNewestFirstAndThenEnds)
+{
+    for (const int32_t opcode : {3, 5, 7}) {
+        hand_over(opcode);
+    }
+    const int64_t blocks_before = fake_os::blocks_in_use();
+    drain();
+    const std::string text = trace_text();
+    EXPECT_EQ(count_of(text, "S,1,0,"), 3);
+    EXPECT_LT(text.find("S,1,0,7,"), text.find("S,1,0,5,"));
+    EXPECT_LT(text.find("S,1,0,5,"), text.find("S,1,0,3,"));
+    EXPECT_EQ(record().tree_count, 0);
+    EXPECT_LT(fake_os::blocks_in_use(), blocks_before);
+    drop_context();
+    drain();
+    EXPECT_EQ(count_of(trace_text(), "S,1,0,"), 3) << "nothing is written twice";
+}
+
+TEST_F(Flusher, TheFileOfAPeriodStaysOpenUntilItsTreesAreWritten)
+{
+    run({.opcode = 3}, 5 * ms);
+    fake_os::advance_clock(15 * 60 * second);
+    run({.opcode = 5}, 5 * ms); // another period: handed over, closed, opened anew
+    EXPECT_EQ(record().tree_count, 1);
+    drop_context();
+    drain();
+    const std::vector<std::string> files = trace_files();
+    ASSERT_EQ(files.size(), 2U);
+    EXPECT_EQ(count_of(temp_dir::read(files[0]), "S,1,0,3,"), 1);
+    EXPECT_EQ(count_of(temp_dir::read(files[1]), "S,1,0,5,"), 1);
+    EXPECT_EQ(count_of(trace_text(), "S,1,0,"), 2);
+}
+
+TEST_F(Flusher, WhatCannotBeHandedOverIsReported)
+{
+    run({.opcode = 3}, 5 * ms);
+    fake_os::fail(fake_os::call::allocate, 1, ENOMEM);
+    EXPECT_NE(fake_os::captured_stderr([&] {
+                  EXPECT_EQ(flush_aggregation_tree(&context()), -1);
+              }).find("perf_async_flush_add_lip : out of memory\n"),
+              std::string::npos);
+    EXPECT_NE(node(3), nullptr) << "nothing has changed";
+
+    fake_os::fail(fake_os::call::allocate, 2, ENOMEM);
+    EXPECT_NE(fake_os::captured_stderr([&] {
+                  EXPECT_EQ(flush_aggregation_tree(&context()), -1);
+              }).find("perf_async_flush_add_lip : out of memory creating new tree\n"),
+              std::string::npos);
+    EXPECT_EQ(context().trace.tree, nullptr);
+    EXPECT_EQ(record().tree_count, 0);
+    fake_os::captured_stderr([&] { run({.opcode = 3}, ms); }); // goes on, unrecorded
+    EXPECT_EQ(flush_aggregation_tree(&context()), 0) << "and the next hand-over gives it a tree again";
+    hand_over(5);
+
+    fake_os::fail(fake_os::call::create_thread, 1, EAGAIN);
+    flush_record none{};
+    EXPECT_NE(fake_os::captured_stderr([&] {
+                  EXPECT_EQ(perf_initialise_flushing_thread(&none), EAGAIN);
+              }).find("perf_initialise_flushing_thread : pthread_create failed - errno[11]("),
+              std::string::npos);
+    EXPECT_EQ(none.thread, 0U);
+    finish_flushing_thread(none); // nobody to wait for
+}
+
+TEST_F(Flusher, AThreadOfItsOwnDrainsTheQueueAndTakesNoneOfTheHostsSignals)
+{
+    ASSERT_EQ(perf_initialise_flushing_thread(&record()), 0);
+    for (int i = 0; i < 50; ++i) {
+        hand_over(3);
+    }
+    context();
+    drop_context(); // hands the last one over
+    finish_flushing_thread(record());
+    EXPECT_EQ(count_of(trace_text(), "S,1,0,3,"), 50);
+    EXPECT_EQ(record().thread, 0U);
+
+    sigset_t before;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    drain();
+    sigset_t after;
+    pthread_sigmask(SIG_SETMASK, &before, &after);
+    for (const int signal : {SIGALRM, SIGTERM, SIGINT, SIGUSR1, SIGUSR2, SIGCHLD}) {
+        EXPECT_EQ(sigismember(&after, signal), 1) << signal;
+    }
+    EXPECT_EQ(sigismember(&after, SIGSEGV) + sigismember(&after, SIGHUP), 0);
+}
