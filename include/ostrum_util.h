@@ -91,8 +91,9 @@ typedef struct string_builder string_builder;
 OSTRUM_API string_builder *string_builder_create(int32_t step);
 
 /* Append a text; a formatted text, cut at 2,047 characters; raw bytes. The content stays NUL-terminated.
- * Return 0; -1 for a null builder, or when memory is short: the content is lost then and the builder is
- * empty, but may be used again. */
+ * Return 0; -1 for a null builder and for what would make the content larger than INT32_MAX, which leaves
+ * the builder as it was; -1 also when memory is short: the content is lost then and the builder is empty,
+ * but may be used again. What is added must not be the builder's own content. */
 OSTRUM_API int32_t string_builder_add_str(string_builder *builder, const char *text);
 OSTRUM_API int32_t string_builder_add_strfmt(string_builder *builder, const char *format, ...)
     __attribute__((format(printf, 2, 3)));

@@ -4,8 +4,12 @@
 
 namespace ostrum {
 
-// Sets every word of the process metrics to 0 but is_dm, which says for good whose file it is. Takes no
-// lock: the caller holds the metrics lock, or resets the whole file.
+// How the words of the process metrics change. No function here takes a lock: the caller holds the
+// metrics lock, or resets the whole file.
+
+void merge_metric_words(process_metrics_area& area, const process_metrics_area& record);
+void copy_metric_words(process_metrics_area& out, process_metrics_area& area);
+// Sets every word to 0 but is_dm, which says for good whose file it is.
 void clear_metric_words(process_metrics_area& area);
 
 } // namespace ostrum

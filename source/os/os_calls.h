@@ -54,6 +54,7 @@ int unmap(void* address, size_t bytes);
 int32_t process_id(); // getpid(): a system call, so not for the hooks
 const char* environment(const char* name);
 int resource_usage(rusage& usage); // of the process
+long system_value(int name);       // sysconf
 int install_signal_action(int signal_number, const struct sigaction& action);
 int signal_mask(int how, const sigset_t* set, sigset_t* old);
 bool signal_pending(int signal_number);

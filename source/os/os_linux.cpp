@@ -183,6 +183,11 @@ int resource_usage(rusage& usage)
     return getrusage(RUSAGE_SELF, &usage);
 }
 
+long system_value(int name)
+{
+    return sysconf(name);
+}
+
 int install_signal_action(int signal_number, const struct sigaction& action)
 {
     return sigaction(signal_number, &action, nullptr);

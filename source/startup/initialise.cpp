@@ -12,6 +12,7 @@
 #include "startup/build_info.h"
 #include "startup/startup_steps.h"
 #include "util/diagnostics.h"
+#include "util/local_time.h"
 
 using namespace ostrum;
 
@@ -123,6 +124,7 @@ int32_t perf_common_init(const void* ignored, int32_t quiet)
     remember_main_thread();
     const int32_t debug = __perfconf_int("ostrum_debug");
     set_debug_bits(debug);
+    remember_time_zone();
     if (quiet == 0 || debug >= 1) {
         print_banner(debug);
     }

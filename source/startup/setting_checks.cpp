@@ -3,6 +3,7 @@
 
 #include "config/lookup.h"
 #include "config/setting_text.h"
+#include "process_metrics/sampler.h"
 #include "util/diagnostics.h"
 
 namespace ostrum {
@@ -153,8 +154,7 @@ bool store_process_data(const startup_step& step, settings& out)
         return false;
     }
     out.process_data = value > 0 ? value : 0;
-    // With both bits the process-data sampler becomes the handler of SIGHUP here. The sampler comes with
-    // the process metrics; until then the signal stays the host's.
+    install_sampler_when_asked();
     if (debug_on(debug_general)) {
         debug_print("perf_log_init : ostrum_get_process_data[%#x] => ON[%s] REGISTER[%s]\n",
                     static_cast<uint32_t>(out.process_data), yes_or_no(out.process_data, process_data_on),

@@ -1,6 +1,7 @@
 #include "util/diagnostics.h"
 
 #include "util/guarded_write.h"
+#include "util/local_time.h"
 #include "util/resources.h"
 #include "util/time_value.h"
 
@@ -64,7 +65,7 @@ __attribute__((format(printf, 4, 0))) void write_long_line(char* cut_line, size_
                                                            va_list arguments)
 {
     const size_t length = prefix_bytes + message_bytes;
-    const heap_ptr<char> line = heap_zeroed<char>(length + 1);
+    const heap_ptr<char> line = must_be_signal_safe() ? nullptr : heap_zeroed<char>(length + 1);
     if (!line) {
         cut_line[stack_line_bytes - 1] = '\n';
         write_line(cut_line, stack_line_bytes);

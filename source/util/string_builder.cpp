@@ -38,7 +38,7 @@ int32_t grow(string_builder& builder, int64_t count)
     const int64_t wanted = (builder.used + count + 1) / builder.step + 1;
     int32_t capacity = 0;
     if (__builtin_mul_overflow(wanted, builder.step, &capacity)) {
-        return lose_content(builder);
+        return -1;
     }
     char* grown = static_cast<char*>(os::reallocate(builder.data, static_cast<size_t>(capacity)));
     if (grown == nullptr) {
@@ -55,7 +55,7 @@ int32_t append(string_builder* builder, const void* bytes, size_t count)
         return -1;
     }
     if (count > INT32_MAX) {
-        return lose_content(*builder);
+        return -1;
     }
     if (grow(*builder, static_cast<int64_t>(count)) != 0) {
         return -1;

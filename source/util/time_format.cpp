@@ -1,5 +1,6 @@
 #include "os/os_calls.h"
 #include "util/host_text.h"
+#include "util/local_time.h"
 #include "util/time_value.h"
 
 #include <cstring>
@@ -125,7 +126,7 @@ int32_t print_calendar_seconds(const text_target& target, const calendar_form& f
 char* print_calendar(const text_target& target, const calendar_form& form, const decimal_parts& parts)
 {
     tm at{};
-    if (!os::local_time(static_cast<time_t>(parts.integer), at)) {
+    if (!local_fields(static_cast<time_t>(parts.integer), at)) {
         return bad_format(target);
     }
     append_fraction(target, print_calendar_seconds(target, form, at), parts);

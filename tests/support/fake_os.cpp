@@ -308,6 +308,11 @@ int resource_usage(rusage& usage)
     return fault_due(call::resource_usage) ? -1 : real_os::resource_usage(usage);
 }
 
+long system_value(int name)
+{
+    return real_os::system_value(name);
+}
+
 int install_signal_action(int signal_number, const struct sigaction& action)
 {
     return fault_due(call::install_signal_action) ? -1

@@ -145,6 +145,8 @@ TEST(StringBuilder, NoMemoryLosesTheContentOnly)
     EXPECT_STREQ(string_builder_data(builder), "later");
     EXPECT_EQ(string_builder_add_data(builder, "x", -1), -1);
     EXPECT_EQ(string_builder_add_data(builder, "x", INT32_MAX), -1); // no capacity holds it
+    EXPECT_STREQ(string_builder_data(builder), "later");
+    EXPECT_EQ(string_builder_used(builder), 5);
     string_builder_destroy(builder);
     EXPECT_EQ(fake_os::blocks_in_use(), 0);
     EXPECT_EQ(string_builder_add_str(nullptr, "x"), -1);

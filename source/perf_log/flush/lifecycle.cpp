@@ -8,6 +8,7 @@
 #include "perf_log/flush/async_flusher.h"
 #include "perf_log/flush/flush.h"
 #include "perf_log/output/trace_file.h"
+#include "process_metrics/sampler.h"
 #include "process_state/process_state.h"
 #include "process_state/signals.h"
 #include "util/diagnostics.h"
@@ -217,6 +218,8 @@ void clean_child_atfork(void)
         debug_print("clean_child_atfork : forked child starting - pid[%d] tid[%lu]\n", process_id(),
                     thread_id());
     }
+    renew_sampler_after_fork();
+    install_sampler_when_asked();
     forget_inherited_contexts(debug);
     if (configured().async_flushing) {
         restart_flushing_thread_after_fork(process_flush_record());

@@ -1,0 +1,152 @@
+#include "data_file/aggregate.h"
+
+#include <cstring>
+
+#include "config/settings.h"
+#include "data_file/layout.h"
+
+namespace ostrum {
+
+namespace {
+
+constexpr key_field counter_keys[] = {
+    {keep_opcode, offsetof(counter_entry, opcode), field_kind::number},
+    {keep_opcode, offsetof(counter_entry, opname), field_kind::text},
+    {keep_obj_type, offsetof(counter_entry, obj_type), field_kind::text},
+    {keep_program, offsetof(counter_entry, program), field_kind::text},
+    {keep_opflags, offsetof(counter_entry, opflags), field_kind::number},
+    {keep_fname, offsetof(counter_entry, fname), field_kind::text},
+    {keep_lineno, offsetof(counter_entry, lineno), field_kind::number},
+    {keep_db_number, offsetof(counter_entry, db_number), field_kind::number}};
+constexpr size_t counter_totals[] = {offsetof(counter_entry, recs),    offsetof(counter_entry, calls),
+                                     offsetof(counter_entry, errors),  offsetof(counter_entry, total_t),
+                                     offsetof(counter_entry, u_cpu_t), offsetof(counter_entry, s_cpu_t)};
+
+constexpr key_field error_keys[] = {{error_by_dbno, offsetof(error_entry, dbno), field_kind::number},
+                                    {error_by_program, offsetof(error_entry, program), field_kind::text},
+                                    {error_by_opcode, offsetof(error_entry, opcode), field_kind::number},
+                                    {error_by_opcode, offsetof(error_entry, opname), field_kind::text},
+                                    {error_by_class, offsetof(error_entry, err_class), field_kind::number},
+                                    {error_by_location, offsetof(error_entry, location), field_kind::number},
+                                    {error_by_errnum, offsetof(error_entry, errnum), field_kind::number}};
+constexpr size_t error_totals[] = {offsetof(error_entry, errcnt)};
+
+uint64_t word_at(const char* record, size_t offset)
+{
+    uint64_t word = 0;
+    memcpy(&word, record + offset, sizeof(word));
+    return word;
+}
+
+void add_word(char* record, size_t offset, uint64_t amount)
+{
+    const uint64_t sum = word_at(record, offset) + amount;
+    memcpy(record + offset, &sum, sizeof(sum));
+}
+
+size_t length_of(const char* record, const key_field& field)
+{
+    return field.kind == field_kind::text ? strnlen(record + field.offset, text_bytes) : sizeof(uint64_t);
+}
+
+class aggregation {
+public:
+    aggregation(const record_shape& shape, uint32_t kept, size_t most) : shape_(shape), kept_(kept)
+    {
+        while (slots_count_ < most * 2) {
+            slots_count_ *= 2;
+        }
+        records_ = heap_zeroed<char>(shape.bytes * most);
+        slots_ = heap_zeroed<uint32_t>(slots_count_);
+    }
+    [[nodiscard]] bool ready() const { return records_ && slots_; }
+
+    void add(const char* record)
+    {
+        size_t slot = hash_of(record) & (slots_count_ - 1);
+        while (slots_.get()[slot] != 0) {
+            char* known = record_at(slots_.get()[slot] - 1);
+            if (is_equal(known, record)) {
+                add_totals(known, record);
+                return;
+            }
+            slot = (slot + 1) & (slots_count_ - 1);
+        }
+        append(record);
+        slots_.get()[slot] = static_cast<uint32_t>(count_);
+    }
+    record_block take() { return {std::move(records_), count_}; }
+
+private:
+    char* record_at(size_t index) { return records_.get() + index * shape_.bytes; }
+    [[nodiscard]] bool is_kept(const key_field& field) const { return (kept_ & field.bit) != 0; }
+
+    // FNV-1a over the kept fields; a text ends with a zero byte, so that two texts do not run together.
+    [[nodiscard]] uint64_t hash_of(const char* record) const
+    {
+        constexpr uint64_t prime = 0x100000001B3;
+        uint64_t hash = 0xCBF29CE484222325;
+        for (const key_field& field : shape_.keys) {
+            const size_t length = is_kept(field) ? length_of(record, field) : 0;
+            for (size_t i = 0; i < length; ++i) {
+                hash = (hash ^ static_cast<unsigned char>(record[field.offset + i])) * prime;
+            }
+            hash *= prime;
+        }
+        return hash ^ (hash >> 32);
+    }
+    [[nodiscard]] bool is_equal(const char* known, const char* record) const
+    {
+        for (const key_field& field : shape_.keys) {
+            const size_t length = length_of(record, field);
+            if (is_kept(field) && (length_of(known, field) != length ||
+                                   memcmp(known + field.offset, record + field.offset, length) != 0)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    void add_totals(char* known, const char* record) const
+    {
+        for (const size_t offset : shape_.totals) {
+            add_word(known, offset, word_at(record, offset));
+        }
+    }
+    void append(const char* record)
+    {
+        char* added = record_at(count_++);
+        memcpy(added, record, shape_.bytes);
+        for (const key_field& field : shape_.keys) {
+            if (!is_kept(field)) {
+                memset(added + field.offset, 0,
+                       field.kind == field_kind::text ? text_bytes : sizeof(uint64_t));
+            }
+        }
+    }
+
+    const record_shape& shape_;
+    uint32_t kept_;
+    heap_ptr<char> records_;
+    heap_ptr<uint32_t> slots_; // open addressing: number of the record, from 1; 0 = free
+    size_t slots_count_ = 2;   // a power of two, at least twice the records
+    size_t count_ = 0;
+};
+
+} // namespace
+
+const record_shape counter_shape{sizeof(counter_entry), counter_keys, counter_totals};
+const record_shape error_shape{sizeof(error_entry), error_keys, error_totals};
+
+record_block aggregate_records(const record_shape& shape, const char* records, size_t count, uint32_t kept)
+{
+    aggregation merged(shape, kept, count);
+    if (!merged.ready()) {
+        return {nullptr, 0};
+    }
+    for (size_t i = 0; i < count; ++i) {
+        merged.add(records + i * shape.bytes);
+    }
+    return merged.take();
+}
+
+} // namespace ostrum

@@ -1,0 +1,93 @@
+#include "process_metrics/metrics_area.h"
+
+#include <algorithm>
+#include <csignal>
+#include <iterator>
+
+#include "data_file/locks.h"
+#include "data_file/metric_words.h"
+#include "os/os_calls.h"
+#include "process_metrics/sampler.h"
+
+namespace ostrum {
+
+namespace {
+
+// The handler of SIGHUP takes the metrics lock, so a thread that holds it must not be interrupted by it.
+class hangup_held_back {
+public:
+    hangup_held_back()
+    {
+        sigset_t hangup;
+        sigemptyset(&hangup);
+        sigaddset(&hangup, SIGHUP);
+        os::signal_mask(SIG_BLOCK, &hangup, &mask_before_);
+    }
+    ~hangup_held_back() { os::signal_mask(SIG_SETMASK, &mask_before_, nullptr); }
+    hangup_held_back(const hangup_held_back&) = delete;
+    hangup_held_back& operator=(const hangup_held_back&) = delete;
+
+private:
+    sigset_t mask_before_{};
+};
+
+} // namespace
+
+void publish_cm_metrics(rt_info* handle)
+{
+    if (handle == nullptr) {
+        return;
+    }
+    process_metrics_area record;
+    int32_t updated = 0;
+    ostrum_get_process_data(&record, &updated);
+    if (updated != 0) {
+        rt_process_metrics_update(handle, &record);
+    }
+}
+
+// Written whether or not a sample was due; without one the process's own figures become 0 (kept).
+void publish_dm_metrics(rt_info* handle, const uint64_t (&figures)[26 - first_dm_word])
+{
+    if (handle == nullptr) {
+        return;
+    }
+    process_metrics_area record;
+    ostrum_get_process_data(&record, nullptr);
+    record.words[is_dm_word] = 1;
+    std::copy(std::begin(figures), std::end(figures), record.words + first_dm_word);
+    rt_process_metrics_update(handle, &record);
+}
+
+} // namespace ostrum
+
+using namespace ostrum;
+
+void rt_process_metrics_update(rt_info* handle, const process_metrics_area* record)
+{
+    const hangup_held_back masked;
+    const data_file_guard guard(handle, DATA_FILE_LOCK_METRICS);
+    if (guard) {
+        merge_metric_words(handle->image->metrics, *record);
+    }
+}
+
+void rt_process_metrics_copy(process_metrics_area* out, rt_info* handle)
+{
+    *out = {};
+    if (handle == nullptr) {
+        return;
+    }
+    const hangup_held_back masked;
+    const data_file_guard guard(handle, DATA_FILE_LOCK_METRICS);
+    copy_metric_words(*out, handle->image->metrics);
+}
+
+void rt_process_metrics_reset(rt_info* handle)
+{
+    const hangup_held_back masked;
+    const data_file_guard guard(handle, DATA_FILE_LOCK_METRICS);
+    if (guard) {
+        clear_metric_words(handle->image->metrics);
+    }
+}
