@@ -162,6 +162,16 @@ OSTRUM_API struct timeval *ostrum_get_time_to_period_end(void *context, struct t
 OSTRUM_API int32_t perf_flush_aggregation_tree(const char *path, bt_tree *tree, int32_t pid, uint64_t tid,
                                                int64_t start, int64_t end, const char *program);
 
+/* ---- Finished files ---------------------------------------------------------------------------- */
+
+/* Rename a trace file, or an alarm file, that is to be collected, while no process is writing to a shared one.
+ * file  the data file whose lock they take (ostrum_data_file_get() or an opened one); null: no lock
+ * Return 0; also when a name is empty, the source is missing or something has the target's name, which is
+ * reported and nothing is renamed; -1 when the renaming itself failed. Any thread. */
+struct rt_info;
+OSTRUM_API int32_t ostrum_rename_trace_file(struct rt_info *file, const char *source, const char *target);
+OSTRUM_API int32_t ostrum_rename_alarm_file(struct rt_info *file, const char *source, const char *target);
+
 #ifdef __cplusplus
 }
 #endif

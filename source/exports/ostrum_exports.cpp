@@ -9,6 +9,7 @@
 #include "perf_log/flush/timed_flush.h"
 #include "perf_log/operation/context_lookup.h"
 #include "perf_log/operation/hooks.h"
+#include "perf_log/output/file_rename.h"
 #include "process_state/signals.h"
 #include "startup/build_info.h"
 #include "startup/initialise.h"
@@ -198,4 +199,14 @@ int ostrum_select(int n, fd_set* read_set, fd_set* write_set, fd_set* except_set
 struct timeval* ostrum_get_time_to_period_end(void* context, struct timeval* left)
 {
     return __ostrum_get_time_to_period_end(context, left);
+}
+
+int32_t ostrum_rename_trace_file(rt_info* file, const char* source, const char* target)
+{
+    return __rename_trace_file(file, source, target);
+}
+
+int32_t ostrum_rename_alarm_file(rt_info* file, const char* source, const char* target)
+{
+    return __rename_alarm_file(file, source, target);
 }

@@ -5,15 +5,14 @@
 #include <cstring>
 #include <iterator>
 
+#include "host_abi/host_fields.h"
 #include "host_access/flist.h"
 #include "util/text.h"
 
+using namespace ostrum;
+
 namespace {
 
-constexpr uint32_t xoid_field = 0x7000010;
-constexpr uint32_t search_text_field = 0x5000044;
-constexpr uint32_t search_template_field = 0x5000045;
-constexpr uint32_t list_text_field = 0x50023FB;
 constexpr int32_t optional = 1;
 
 // How an operation's object is described.

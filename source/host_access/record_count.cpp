@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <iterator>
 
+#include "host_abi/host_fields.h"
 #include "host_access/bindings.h"
 #include "host_access/flist.h"
 
 namespace {
 
-constexpr uint32_t results_field = 0x9000033;
 constexpr int32_t counted_opcodes[] = {7, 17, 18, 25, 26, 27, 28, 31}; // their output holds a results array
 constexpr int32_t list_of_one_opcode = 31;                             // an empty result counts as one
 
@@ -35,7 +35,7 @@ int32_t count_flist(int32_t opcode, qel_flist_t* list, const qel_errbuf_t* eb)
         return default_count(opcode);
     }
     qel_errbuf_t counting{};
-    const int32_t count = p_flist_elem_count(list, results_field, &counting);
+    const int32_t count = p_flist_elem_count(list, ostrum::results_field, &counting);
     if (count != 0) {
         return count;
     }

@@ -6,6 +6,7 @@
 #include "ostrum.h"
 #include "perf_log/buckets/bucket_file.h"
 #include "perf_log/output/trace_file.h"
+#include "util/append_file.h"
 
 using namespace ostrum;
 

@@ -46,6 +46,12 @@ struct shared_trace_file {
 shared_trace_file* share_trace_file(shared_trace_file* file); // one more holder; null allowed
 void release_trace_file(shared_trace_file*& file);            // null allowed; leaves null
 
+// The field-list trace while it is open.
+struct flist_log {
+    unique_fd file;
+    bool to_stdout = false; // the host's stream, which is never closed
+};
+
 // What writing a context's tree needs and changes. A plain record, so that it can be handed over whole.
 struct trace_source {
     int32_t pid;
@@ -116,6 +122,7 @@ struct log_context {
     int64_t next_alarm_tv;       // ns, when the timed flush looks at it; 0 = not
     unique_fd alarm_file;        // kept open from one record to the next
 
+    flist_log flist_trace;
     bool skip_flist_trace; // the outermost operation in progress is not in that list
 
     int32_t lines_since_flush;         // outermost starts

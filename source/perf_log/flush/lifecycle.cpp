@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "config/settings.h"
+#include "flist_trace/flist_file.h"
 #include "os/os_calls.h"
 #include "perf_log/context/context_list.h"
 #include "perf_log/flush/async_flusher.h"
@@ -54,6 +55,7 @@ void empty_context(log_context& context)
     destroy_trees(context);
     ++context.trace.tree_generation;
     close_trace_file(context.trace);
+    close_flist_log(context.flist_trace);
     context.alarm_file.reset();
     context.trace_opcodes = {};
     std::for_each(std::begin(context.frames), std::end(context.frames), clear_frame);

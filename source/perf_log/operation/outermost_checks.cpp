@@ -5,6 +5,7 @@
 
 #include "config/settings.h"
 #include "data_file/variables.h"
+#include "flist_trace/flist_file.h"
 #include "perf_log/flush/flush.h"
 #include "perf_log/output/trace_file.h"
 #include "util/diagnostics.h"
@@ -82,6 +83,18 @@ bool is_traced_opcode(const trace_opcode_list& list, int32_t opcode)
     return opcodes.empty() || std::find(opcodes.begin(), opcodes.end(), opcode) != opcodes.end();
 }
 
+// Which operations the field-list trace covers is decided by the outermost one.
+void prepare_flist_trace(log_context& context, int32_t opcode, bool reopen)
+{
+    if (context.flist_mode <= 0 || reopen) {
+        close_flist_log(context.flist_trace);
+    }
+    context.skip_flist_trace = context.flist_mode <= 0 || !is_traced_opcode(context.trace_opcodes, opcode);
+    if (!context.skip_flist_trace && !is_open(context.flist_trace)) {
+        open_flist_file(&context);
+    }
+}
+
 } // namespace
 
 void check_at_outermost_start(log_context& context, const op_event& event)
@@ -107,10 +120,7 @@ void check_at_outermost_start(log_context& context, const op_event& event)
     if (!keeps_alarm_file || new_period) {
         context.alarm_file.reset();
     }
-    // Field-list traces: the file is to be closed and opened here when that output exists; which
-    // operations it covers is settled.
-    context.skip_flist_trace =
-        context.flist_mode <= 0 || !is_traced_opcode(context.trace_opcodes, event.opcode);
+    prepare_flist_trace(context, event.opcode, max_exceeded || new_period);
 }
 
 } // namespace ostrum

@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "config/settings.h"
+#include "flist_trace/flist_writer.h"
+#include "flist_trace/perf_flist.h"
 #include "os/os_calls.h"
 #include "perf_log/flush/alarm_detection.h"
 #include "perf_log/flush/flush.h"
@@ -128,6 +130,19 @@ void dump_key(agg_node& key, const log_context& context, const op_event& event, 
     }
 }
 
+// The record of this start or end in the field-list trace.
+void trace_flist(log_context& context, const op_event& event, flist_direction direction)
+{
+    if (context.flist_mode <= 0 || context.skip_flist_trace || !is_open(context.flist_trace)) {
+        return;
+    }
+    void* flist = direction == flist_direction::in ? event.in_flist : event.out_flist;
+    const flist_entry entry{direction,  event.opcode,    event.opname,   event.opflags, event.now_tv,
+                            event.file, event.line,      event.obj_type, event.obj_id,  event.db,
+                            flist,      event.end_flags, event.ebuf};
+    write_flist(&context, &entry);
+}
+
 // ---- start ----
 
 void begin_frame(log_context& context, const op_event& event, const cpu_times& cpu)
@@ -214,8 +229,10 @@ void log_start(log_context& context, const op_event& event)
         enter_nodes(context, event, cpu, aggregate);
     } else if (context.flist_mode > 0) {
         begin_frame(context, event, cpu);
+    } else {
+        return;
     }
-    // The start record of the field-list trace is written here when that output exists.
+    trace_flist(context, event, flist_direction::in);
 }
 
 // ---- end ----
@@ -277,15 +294,9 @@ int64_t whole_elapsed_tv(const call_frame& frame, const call_cost& cost)
     return own_totals_in_use(frame) ? frame.own.total_tv : cost.elapsed_tv;
 }
 
-// The field-list trace's end record and the single-operation list belong at this place, in this order,
-// when they exist.
-void finish_outermost(log_context& context, const op_event& event, const call_frame& frame,
-                      const call_cost& cost)
+void return_single_tree(log_context& context, const op_event& event)
 {
-    raise_final_alarm(context, whole_elapsed_tv(frame, cost), event.now_tv);
-    if (!context.single_tree_active) {
-        return;
-    }
+    return_perf_flist(context.single_tree, event.out_flist);
     if (bt_empty(context.single_tree) != BT_EMPTIED) {
         err_print("write_log : failed deleting single opcode tree\n");
     }
@@ -312,7 +323,11 @@ void end_open_frame(log_context& context, const op_event& event)
         merge_into_nodes(context, frame, event, cost);
     }
     if (context.depth == 0) {
-        finish_outermost(context, event, frame, cost);
+        raise_final_alarm(context, whole_elapsed_tv(frame, cost), event.now_tv);
+    }
+    trace_flist(context, event, flist_direction::out);
+    if (context.depth == 0 && context.single_tree_active) {
+        return_single_tree(context, event);
     }
     --context.depth;
     flush_between_operations(context, event.now_tv);

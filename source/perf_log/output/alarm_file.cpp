@@ -7,8 +7,8 @@
 #include "config/settings.h"
 #include "data_file/locks.h"
 #include "host_access/correlation.h"
-#include "perf_log/output/trace_buffer.h"
-#include "perf_log/output/trace_file.h"
+#include "util/append_buffer.h"
+#include "util/append_file.h"
 #include "util/diagnostics.h"
 #include "util/text.h"
 #include "util/time_value.h"
@@ -30,7 +30,7 @@ bool logs_flists(const alarm_record& alarm)
 // ---- the two forms ----
 
 // Texts go in as they are, not escaped (kept: readers of existing files rely on it).
-void add_tagged_level(trace_buffer& out, const alarm_record& alarm, int32_t index)
+void add_tagged_level(append_buffer& out, const alarm_record& alarm, int32_t index)
 {
     const alarm_level& level = alarm.levels[index];
     out.add_formatted("  <opcode id=\"%d\" name=\"%s\" level=\"%d\">\n", level.opcode, level.opname, index);
@@ -48,7 +48,7 @@ void add_tagged_level(trace_buffer& out, const alarm_record& alarm, int32_t inde
 }
 
 // The writing thread's correlation id, not the stored one (kept: readers rely on it).
-void add_tagged_form(trace_buffer& out, const alarm_record& alarm, int64_t write_tv)
+void add_tagged_form(append_buffer& out, const alarm_record& alarm, int64_t write_tv)
 {
     out.add_formatted("<alarm type=\"%s\" alarm_t=\"%s\" alarm_time=\"%s\" elapsed=\"%s\" threshold=\"%s\" "
                       "severity=\"%s\">\n",
@@ -67,7 +67,7 @@ void add_tagged_form(trace_buffer& out, const alarm_record& alarm, int64_t write
     out.add_text("</alarm>\n");
 }
 
-void add_plain_level(trace_buffer& out, const alarm_record& alarm, int32_t index)
+void add_plain_level(append_buffer& out, const alarm_record& alarm, int32_t index)
 {
     const alarm_level& level = alarm.levels[index];
     out.add_formatted("OPCODE(%d)[%s] STARTED_AT[%s] FLAGS[%#x] FILENAME[%s] LINENO[%d] "
@@ -80,7 +80,7 @@ void add_plain_level(trace_buffer& out, const alarm_record& alarm, int32_t index
     }
 }
 
-void add_plain_form(trace_buffer& out, const alarm_record& alarm, int64_t write_tv)
+void add_plain_form(append_buffer& out, const alarm_record& alarm, int64_t write_tv)
 {
     const int64_t threshold_tv = alarm.limit->threshold_tv;
     out.add_formatted(
@@ -127,7 +127,7 @@ unique_fd open_alarm_file(const alarm_record& alarm)
 // length in bytes, 0 when it could not be written.
 int64_t append_record(int fd, const alarm_record& alarm, int64_t write_tv)
 {
-    trace_buffer text(fd);
+    append_buffer text(fd);
     (is_tagged(alarm) ? add_tagged_form : add_plain_form)(text, alarm, write_tv);
     if (!text.finish()) {
         err_print("perf_alarm_persist : failed writing alarm - errno[%d](%s)\n", errno, strerror(errno));

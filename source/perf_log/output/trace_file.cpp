@@ -8,6 +8,7 @@
 #include "config/settings.h"
 #include "data_file/locks.h"
 #include "perf_log/output/tree_writer.h"
+#include "util/append_file.h"
 #include "util/diagnostics.h"
 #include "util/text.h"
 
@@ -15,7 +16,6 @@ using namespace ostrum;
 
 namespace {
 
-constexpr mode_t trace_file_mode = 0666; // less the process's umask
 constexpr char name_end[] = ".plog.txt";
 constexpr int name_end_characters = sizeof(name_end) - 1;
 
@@ -57,7 +57,7 @@ bool rotate_when_full(int fd, const char* path)
 
 bool write_tree(int fd, const trace_source& source, bt_tree* tree, int32_t& record_count)
 {
-    trace_buffer out(fd);
+    append_buffer out(fd);
     print_context context{};
     context.out = &out;
     copy_text(context.program, sizeof(context.program), source.program);
@@ -120,18 +120,6 @@ write_result write_and_empty(trace_source& source, bt_tree* tree, int32_t& recor
 }
 
 } // namespace
-
-unique_fd ostrum::open_for_appending(const char* path)
-{
-    unique_fd file{os::open_file(path, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY,
-                                 trace_file_mode)};
-    struct stat status {};
-    if (file && (os::status_of_file(file.get(), status) != 0 || !S_ISREG(status.st_mode))) {
-        file.reset();
-        errno = EINVAL;
-    }
-    return file;
-}
 
 void ostrum::close_trace_file(trace_source& source)
 {

@@ -4,13 +4,8 @@
 #include <cstdint>
 
 #include "perf_log/context/log_context.h"
-#include "util/resources.h"
 
 namespace ostrum {
-
-// Opens a regular file for appending, made when missing; never follows a link, never waits for the other
-// end of a FIFO. errno is set when it cannot.
-unique_fd open_for_appending(const char* path);
 
 // Closes the context's file (copies that wait to be written keep it open) and leaves single-file mode.
 void close_trace_file(trace_source& source);

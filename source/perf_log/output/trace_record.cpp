@@ -1,7 +1,7 @@
 #include "perf_log/output/trace_record.h"
 
+using ostrum::append_buffer;
 using ostrum::total_record;
-using ostrum::trace_buffer;
 using ostrum::trace_kind;
 using ostrum::trace_line;
 
@@ -10,7 +10,7 @@ namespace {
 // One line's fields, each behind a comma.
 class field_writer {
 public:
-    field_writer(trace_buffer& out, char kind) : out_(out) { out_.add_character(kind); }
+    field_writer(append_buffer& out, char kind) : out_(out) { out_.add_character(kind); }
     ~field_writer() { out_.add_character('\n'); }
     field_writer(const field_writer&) = delete;
     field_writer& operator=(const field_writer&) = delete;
@@ -41,10 +41,10 @@ public:
     }
 
 private:
-    trace_buffer& out_;
+    append_buffer& out_;
 };
 
-void write_start(trace_buffer& out, const trace_line& line)
+void write_start(append_buffer& out, const trace_line& line)
 {
     constexpr int64_t reserved = 0;
     field_writer(out, 'S')
@@ -64,7 +64,7 @@ void write_start(trace_buffer& out, const trace_line& line)
         .number(line.db_num);
 }
 
-void write_figures(trace_buffer& out, const total_record& totals)
+void write_figures(append_buffer& out, const total_record& totals)
 {
     field_writer(out, 'F')
         .time(totals.total_tv)
@@ -83,7 +83,7 @@ void write_figures(trace_buffer& out, const total_record& totals)
 
 } // namespace
 
-void write_perf(trace_buffer* out, trace_kind kind, const trace_line* line)
+void write_perf(append_buffer* out, trace_kind kind, const trace_line* line)
 {
     if (kind == trace_kind::start) {
         write_start(*out, *line);

@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "perf_log/aggregation/agg_node.h"
-#include "perf_log/output/trace_buffer.h"
+#include "util/append_buffer.h"
 
 namespace ostrum {
 
@@ -33,6 +33,6 @@ struct trace_line {
 
 extern "C" {
 // Adds one line to the text. Nothing here fails: the text keeps account of its writes.
-void write_perf(ostrum::trace_buffer* out, ostrum::trace_kind kind, const ostrum::trace_line* line);
+void write_perf(ostrum::append_buffer* out, ostrum::trace_kind kind, const ostrum::trace_line* line);
 }
 #endif

@@ -7,9 +7,9 @@
 #include "host_access/opcode_names.h"
 #include "ostrum.h"
 #include "perf_log/aggregation/agg_node.h"
-#include "perf_log/output/trace_file.h"
 #include "perf_log/output/trace_record.h"
 #include "process_state/process_state.h"
+#include "util/append_file.h"
 #include "util/diagnostics.h"
 #include "util/text.h"
 
@@ -69,7 +69,7 @@ trace_line path_line(const agg_node& node, const print_context& context)
     return line;
 }
 
-void write_buckets(const agg_node& node, const trace_line& path, trace_buffer* out)
+void write_buckets(const agg_node& node, const trace_line& path, append_buffer* out)
 {
     trace_line line = path;
     line.level = path.level + 1;
@@ -132,7 +132,7 @@ int32_t __flush_aggregation_tree_to_file(print_context* context, bt_tree* top_tr
 
 namespace {
 
-print_context dump_context(trace_buffer& out, int32_t pid, uint64_t tid, int64_t start, int64_t end,
+print_context dump_context(append_buffer& out, int32_t pid, uint64_t tid, int64_t start, int64_t end,
                            const char* program)
 {
     print_context context{};
@@ -173,7 +173,7 @@ int32_t perf_flush_aggregation_tree(const char* path, bt_tree* tree, int32_t pid
             debug_print("perf_flush_aggregation_tree : flushing to file[%s]\n", path);
         }
     }
-    trace_buffer out(to_stdout ? 1 : file.get());
+    append_buffer out(to_stdout ? 1 : file.get());
     print_context context = dump_context(out, pid, tid, start, end, program);
     return __flush_aggregation_tree_to_file(&context, tree, tree);
 }

@@ -6,13 +6,13 @@
 
 #include "data_file/layout.h"
 #include "ostrum_util.h"
-#include "perf_log/output/trace_buffer.h"
+#include "util/append_buffer.h"
 
 namespace ostrum {
 
 // One flush in progress.
 struct print_context {
-    trace_buffer* out;
+    append_buffer* out;
     char program[text_bytes];
     uint32_t pid;
     uint64_t tid;

@@ -1,5 +1,5 @@
-#ifndef OSTRUM_PERF_LOG_OUTPUT_TRACE_BUFFER_H
-#define OSTRUM_PERF_LOG_OUTPUT_TRACE_BUFFER_H
+#ifndef OSTRUM_UTIL_APPEND_BUFFER_H
+#define OSTRUM_UTIL_APPEND_BUFFER_H
 #include <cstddef>
 #include <cstdint>
 
@@ -11,9 +11,9 @@ namespace ostrum {
 // whole, so that the lines of several contexts that share a file are never mixed; a text beyond 1 MiB
 // is cut where the caller says that a cut does no harm. When memory is short it is written in small
 // pieces instead: nothing is lost, only the protection against mixing.
-class trace_buffer {
+class append_buffer {
 public:
-    explicit trace_buffer(int fd);
+    explicit append_buffer(int fd);
 
     void add_character(char c);
     void add_text(const char* text);                                                   // null: nothing

@@ -1,4 +1,4 @@
-#include "perf_log/output/trace_buffer.h"
+#include "util/append_buffer.h"
 
 #include <charconv>
 #include <cstdarg>
@@ -19,22 +19,22 @@ constexpr uint32_t nine_decimals = 9;
 
 } // namespace
 
-trace_buffer::trace_buffer(int fd) : fd_(fd)
+append_buffer::append_buffer(int fd) : fd_(fd)
 {}
 
-void trace_buffer::add_character(char c)
+void append_buffer::add_character(char c)
 {
     add(&c, 1);
 }
 
-void trace_buffer::add_text(const char* text)
+void append_buffer::add_text(const char* text)
 {
     if (text != nullptr) {
         add(text, strlen(text));
     }
 }
 
-void trace_buffer::add_formatted(const char* format, ...)
+void append_buffer::add_formatted(const char* format, ...)
 {
     char text[longest_formatted_bytes] = "";
     va_list arguments;
@@ -44,21 +44,21 @@ void trace_buffer::add_formatted(const char* format, ...)
     add_text(text);
 }
 
-void trace_buffer::add_number(int64_t value)
+void append_buffer::add_number(int64_t value)
 {
     char digits[24];
     const auto end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
     add(digits, static_cast<size_t>(end - digits));
 }
 
-void trace_buffer::add_unsigned(uint64_t value)
+void append_buffer::add_unsigned(uint64_t value)
 {
     char digits[24];
     const auto end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
     add(digits, static_cast<size_t>(end - digits));
 }
 
-void trace_buffer::add_time(int64_t value_tv)
+void append_buffer::add_time(int64_t value_tv)
 {
     if (value_tv == 0) {
         add_character('0');
@@ -68,20 +68,20 @@ void trace_buffer::add_time(int64_t value_tv)
     add_text(ostrum_fmt_tv(value_tv, text, sizeof(text), nine_decimals));
 }
 
-void trace_buffer::cut_here()
+void append_buffer::cut_here()
 {
     if (used_bytes_ >= cut_at_bytes) {
         write_out();
     }
 }
 
-bool trace_buffer::finish()
+bool append_buffer::finish()
 {
     write_out();
     return !failed_;
 }
 
-void trace_buffer::add(const char* bytes, size_t count)
+void append_buffer::add(const char* bytes, size_t count)
 {
     bytes_added_ += static_cast<int64_t>(count);
     while (count > 0) {
@@ -97,7 +97,7 @@ void trace_buffer::add(const char* bytes, size_t count)
     }
 }
 
-bool trace_buffer::make_room(size_t count)
+bool append_buffer::make_room(size_t count)
 {
     if (used_bytes_ + count <= capacity_bytes_) {
         return true;
@@ -121,7 +121,7 @@ bool trace_buffer::make_room(size_t count)
 }
 
 // After a failure the rest of the flush is not written: a gap would put figures under wrong starts.
-void trace_buffer::write_out()
+void append_buffer::write_out()
 {
     if (!failed_ && used_bytes_ > 0) {
         failed_ = !write_all_guarded(fd_, bytes_, used_bytes_);
