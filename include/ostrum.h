@@ -72,7 +72,8 @@ OSTRUM_API void perfconf_free(char **text);
  * threads, or for several independent stacks on one thread. key 0 and up; -1 is the context that threads
  * of that process without one of their own share. Full start-up runs first if nothing has.
  * Returns a reference that stays the library's; null for a key below -1 (one diagnostic line), while
- * logging is disabled, when memory is short, and once the process has begun to exit. */
+ * logging is disabled, when memory is short, inside a hook of the calling thread (a host service or a
+ * signal handler that asks), and once the process has begun to exit. */
 OSTRUM_API void *ostrum_get_liptr_by_key(int32_t pid, int32_t key);
 
 /* Flushes what the context has gathered, closes its files and forgets it; one diagnostic line when

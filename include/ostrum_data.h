@@ -17,7 +17,8 @@ extern "C" {
 typedef struct rt_info rt_info;
 
 /* The process's own data file, opened at full start-up; null where there is none. Stays the library's:
- * never close it. Runs the quiet start-up when nothing has started the library yet. */
+ * never close it. Runs the quiet start-up when nothing has started the library yet: a host that calls it
+ * before ostrum_init() or a hook is not traced for the rest of its life. */
 OSTRUM_API rt_info *ostrum_data_file_get(void);
 
 /* Opens an existing data file for a monitoring tool; never creates one. Runs the quiet start-up first.

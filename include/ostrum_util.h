@@ -184,7 +184,8 @@ OSTRUM_API uint32_t bt_destroy(bt_tree *tree);
 /* Visits the records in order.
  * visit   null allowed; called with the record, arg and the depth of its node (root 1); returns
  *         BT_CONTINUE, or anything else to stop the walk
- * filter  null allowed; called once for each node reached, before its left subtree; see bt_filter_answer
+ * filter  null allowed; called once for each node reached, before its left subtree; see bt_filter_answer.
+ *         Its answers are kept in the nodes: a callback must not start a filtered walk of the same tree
  * Return BT_CONTINUE when the walk came to its end; BT_FAIL when it was stopped, or for a null tree. */
 OSTRUM_API uint32_t bt_walk(bt_tree *tree, void *arg,
                             int32_t (*visit)(void *record, void *arg, int32_t depth));

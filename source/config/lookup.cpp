@@ -1,6 +1,7 @@
 #include "config/lookup.h"
 
 #include "host_access/host_memory.h"
+#include "os/no_cancellation.h"
 #include "util/diagnostics.h"
 #include "util/resources.h"
 #include "util/text.h"
@@ -45,6 +46,7 @@ host_ptr<Value> ask_host(const char* key, int32_t type)
 {
     void* value = nullptr;
     int32_t error = 0;
+    const os::no_cancellation guard;
     qel_conf(program_section, key, type, &value, &error);
     return host_ptr<Value>{error == 0 ? static_cast<Value*>(value) : nullptr};
 }

@@ -39,7 +39,7 @@ void close_flist_log(flist_log& log)
 append_buffer text_for(const flist_log& log)
 {
     if (log.to_stdout) {
-        fflush(stdout);
+        os::flush_stream(stdout);
     }
     return append_buffer(log.to_stdout ? STDOUT_FILENO : log.file.get());
 }

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int32_t deepest_indentation = 48;
 
-// "2026/11/15 13:15:00.000000  pid/tid    elapsed": what every line begins with.
+// "2026/11/15 13:15:00.000000 (pid/tid)  elapsed  ": what every line begins with.
 void add_time_columns(append_buffer& out, const log_context& context, const flist_entry& entry)
 {
     const int64_t elapsed_tv = times_of(context, entry).since_top_tv;
@@ -75,7 +75,9 @@ void add_end_lines(append_buffer& out, const log_context& context, const flist_e
     }
     if (context.depth == 0) {
         begin_end_line(out, context, entry);
-        out.add_formatted(" <opcode_end %s>\n", entry.opname);
+        out.add_text(" <opcode_end ");
+        out.add_text(entry.opname);
+        out.add_text(">\n");
     }
 }
 

@@ -1,7 +1,7 @@
 #include "flist_trace/flist_writer.h"
 
 #include <algorithm>
-#include <iterator>
+#include <initializer_list>
 
 #include "flist_trace/entry_parts.h"
 #include "host_access/opcode_names.h"
@@ -21,8 +21,10 @@ bool is_written(int32_t opcode)
     return opcode >= 0 || contains({-4, -5, -6}, opcode);
 }
 
-int64_t elapsed_since(int64_t start_tv, int64_t now_tv)
+// Since the call began, whatever part of it was flushed meanwhile.
+int64_t elapsed_since_start(const call_frame& frame, int64_t now_tv)
 {
+    const int64_t start_tv = frame.first_start_tv != 0 ? frame.first_start_tv : frame.start_tv;
     return start_tv != 0 ? std::max<int64_t>(now_tv - start_tv, 0) : 0;
 }
 
@@ -30,11 +32,11 @@ int64_t elapsed_since(int64_t start_tv, int64_t now_tv)
 
 entry_times times_of(const log_context& context, const flist_entry& entry)
 {
-    if (context.time_mode <= 0) {
+    if (context.time_mode <= 0 || context.depth < 0) { // the end of no call has no frame
         return {0, 0};
     }
-    return {elapsed_since(context.frames[0].start_tv, entry.now_tv),
-            elapsed_since(context.frames[context.depth].start_tv, entry.now_tv)};
+    return {elapsed_since_start(context.frames[0], entry.now_tv),
+            elapsed_since_start(context.frames[context.depth], entry.now_tv)};
 }
 
 // The cache serves operations below 50, but for those that change or search data.

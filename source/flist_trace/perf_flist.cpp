@@ -1,8 +1,10 @@
 #include "flist_trace/perf_flist.h"
 
 #include <cstdio>
+#include <unistd.h>
 
 #include "host_abi/host_fields.h"
+#include "host_access/bindings.h"
 #include "host_access/error_buffer.h"
 #include "host_access/flist.h"
 #include "host_access/host_memory.h"
@@ -11,9 +13,6 @@
 #include "util/diagnostics.h"
 #include "util/guarded_write.h"
 #include "util/time_value.h"
-
-#include <cstring>
-#include <unistd.h>
 
 using namespace ostrum;
 
@@ -37,15 +36,13 @@ public:
     }
     void put_count(uint32_t field, int64_t value)
     {
-        if (nmu_decimal_from_double != nullptr) {
-            put_decimal(field, nmu_decimal_from_double(static_cast<double>(value), &eb_));
-        }
+        put_decimal(field, call_if_present(nmu_decimal_from_double, static_cast<double>(value), &eb_));
     }
     void put_seconds(uint32_t field, int64_t value_tv)
     {
         auto* seconds = static_cast<nmu_decimal_t*>(ostrum_tv_to_decimal(value_tv));
-        if (seconds != nullptr && nmu_decimal_round_assign != nullptr) {
-            nmu_decimal_round_assign(seconds, time_places, NMU_ROUND_NEAREST, &eb_);
+        if (seconds != nullptr) {
+            call_if_present(nmu_decimal_round_assign, seconds, time_places, NMU_ROUND_NEAREST, &eb_);
         }
         put_decimal(field, seconds);
     }
@@ -124,7 +121,7 @@ bool add_element(const agg_node& node, qel_flist_t* list, bool show)
 void show_list(qel_flist_t* list)
 {
     static constexpr char title[] = "flist for opcode with no output flist:\n";
-    fflush(stdout);
+    os::flush_stream(stdout);
     write_all_guarded(STDOUT_FILENO, title, sizeof(title) - 1);
     print_flist(stdout, list);
 }

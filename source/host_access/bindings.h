@@ -4,6 +4,7 @@
 // substitute or null; with null the host's own service is called, and without a host the helper falls
 // back as each says. Written once at start-up (and by tests), read without a lock.
 #include "host_abi/host_services.h"
+#include "os/no_cancellation.h"
 
 #include <type_traits>
 
@@ -40,10 +41,12 @@ Function* host_service(Function* host_bindings::*entry)
     return substitute != nullptr ? substitute : own_host_services().*entry;
 }
 
-// Calls a service that may be missing, which then answers 0, null or nothing.
+// Calls a service that may be missing, which then answers 0, null or nothing. The thread is not cancelled
+// in it.
 template <typename Result, typename... Arguments>
 Result call_if_present(Result (*service)(Arguments...), std::type_identity_t<Arguments>... arguments)
 {
+    const os::no_cancellation guard;
     return service != nullptr ? service(arguments...) : Result();
 }
 

@@ -4,8 +4,6 @@
 
 const char* perf_get_correlation_id(void)
 {
-    using namespace ostrum;
-    const auto service = ostrum::host_service(&ostrum::host_bindings::get_correlation);
-    const char* id = service != nullptr ? service() : nullptr;
+    const char* id = ostrum::call_host(&ostrum::host_bindings::get_correlation);
     return id != nullptr ? id : "";
 }

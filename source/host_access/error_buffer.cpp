@@ -43,8 +43,7 @@ char* get_ebuf_str(qel_errbuf_t* eb, char* out)
 void errbuf_sprint(qel_errbuf_t* eb, char** text, int32_t* len, int32_t flags, int32_t* status)
 {
     *status = 0;
-    const auto service = ostrum::host_service(&ostrum::host_bindings::errbuf_sprint);
-    if (eb != nullptr && service != nullptr) {
-        service(eb, text, len, flags, status);
+    if (eb != nullptr) {
+        ostrum::call_host(&ostrum::host_bindings::errbuf_sprint, eb, text, len, flags, status);
     }
 }

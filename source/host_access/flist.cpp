@@ -101,9 +101,15 @@ void print_flist(FILE* stream, qel_flist_t* list)
     int32_t len = 0;
     const bool converted = list != nullptr && flist_to_str(list, &text, &len) == 0 && text != nullptr;
     const char* shown = converted ? text : "NULL flist ptr\n";
-    // Past the stream's buffer: a full disk or a closed pipe must not raise a signal in the host, and a
-    // child forked later must find nothing to write a second time.
-    fflush(stream);
-    ostrum::write_all_guarded(fileno(stream), shown, strlen(shown));
+    const int fd = fileno(stream);
+    if (fd < 0) { // a stream in memory
+        fputs(shown, stream);
+        ostrum::os::flush_stream(stream);
+    } else {
+        // Past the stream's buffer: a full disk or a closed pipe must not raise a signal in the host, and a
+        // child forked later must find nothing to write a second time.
+        ostrum::os::flush_stream(stream);
+        ostrum::write_all_guarded(fd, shown, strlen(shown));
+    }
     ostrum::release_host_text(text);
 }

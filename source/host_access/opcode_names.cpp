@@ -27,8 +27,7 @@ bool is_empty(const char* text)
 
 const char* host_name(int32_t opcode)
 {
-    const auto service = ostrum::host_service(&ostrum::host_bindings::opcode_to_opname);
-    return opcode > 0 && service != nullptr ? service(opcode) : nullptr;
+    return opcode > 0 ? ostrum::call_host(&ostrum::host_bindings::opcode_to_opname, opcode) : nullptr;
 }
 
 } // namespace
@@ -61,6 +60,5 @@ int32_t get_opnum(const char* text)
     if (number != 0 && number >= INT32_MIN && number <= INT32_MAX) {
         return static_cast<int32_t>(number);
     }
-    const auto service = ostrum::host_service(&ostrum::host_bindings::opname_to_opcode);
-    return service != nullptr ? service(text) : 0;
+    return ostrum::call_host(&ostrum::host_bindings::opname_to_opcode, text);
 }

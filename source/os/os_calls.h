@@ -2,9 +2,11 @@
 #define OSTRUM_OS_OS_CALLS_H
 // The one seam to the operating system and to the heap. os_linux.cpp holds the real bodies, a line or
 // two each; tests link tests/support/fake_os.cpp in its place, which can freeze the clock and make the
-// Nth call fail. Results and errno are those of the call of the same name. Any thread.
+// Nth call fail. Results and errno are those of the call of the same name; none is a cancellation point but
+// wait_for_descriptors. Any thread.
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <ctime>
 
 #include <fcntl.h>
@@ -22,9 +24,8 @@ namespace ostrum::os {
 int64_t realtime_ns();                       // CLOCK_REALTIME in nanoseconds; reads nothing else
 int64_t monotonic_ns();                      // for waits only, never for a recorded time
 bool wall_clock(timeval& now);               // gettimeofday; false when it fails
-time_t wall_seconds();                       // time()
+time_t wall_seconds();                       // of the same clock as realtime_ns
 bool local_time(time_t seconds, tm& fields); // localtime_r; false when it fails
-time_t calendar_seconds(tm& fields);         // mktime
 void sleep_ns(int64_t duration_tv);
 
 // Heap. Blocks are malloc'ed ones: some are handed to callers that free() them.
@@ -39,9 +40,11 @@ int close_file(int fd);
 ssize_t read_file(int fd, void* bytes, size_t count);
 ssize_t write_file(int fd, const void* bytes, size_t count);
 off_t seek_file(int fd, off_t offset, int whence);
+int cut_file(int fd, off_t length);                     // ftruncate
 int reserve_blocks(int fd, off_t offset, off_t length); // posix_fallocate: an error number, or 0
 // fallocate, which never writes over what is there: an error number, or 0
 int reserve_blocks_in_use(int fd, off_t offset, off_t length);
+int flush_stream(FILE* stream); // fflush: of a stream of the host's
 int lock_range(int fd, int command, struct flock& range);
 int status_of_path(const char* path, struct stat& status);
 int status_of_file(int fd, struct stat& status);
@@ -55,6 +58,7 @@ int32_t process_id(); // getpid(): a system call, so not for the hooks
 const char* environment(const char* name);
 int resource_usage(rusage& usage); // of the process
 long system_value(int name);       // sysconf
+int descriptor_table_size();       // room in the kernel's table of this process; 0 = not known
 int install_signal_action(int signal_number, const struct sigaction& action);
 int signal_mask(int how, const sigset_t* set, sigset_t* old);
 bool signal_pending(int signal_number);

@@ -1,5 +1,7 @@
 #include "os/os_calls.h"
 
+#include "os/no_cancellation.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -58,7 +60,7 @@ bool wall_clock(timeval& now)
 
 time_t wall_seconds()
 {
-    return time(nullptr);
+    return static_cast<time_t>(realtime_ns() / 1'000'000'000); // time() lags behind by a tick
 }
 
 bool local_time(time_t seconds, tm& fields)
@@ -66,13 +68,9 @@ bool local_time(time_t seconds, tm& fields)
     return localtime_r(&seconds, &fields) != nullptr;
 }
 
-time_t calendar_seconds(tm& fields)
-{
-    return mktime(&fields);
-}
-
 void sleep_ns(int64_t duration_tv)
 {
+    const no_cancellation guard;
     const timespec duration = as_timespec(duration_tv);
     nanosleep(&duration, nullptr);
 }
@@ -99,21 +97,25 @@ void release(void* block)
 
 int open_file(const char* path, int flags, mode_t mode)
 {
+    const no_cancellation guard;
     return moved_above_standard(open(path, flags | O_CLOEXEC, mode));
 }
 
 int close_file(int fd)
 {
+    const no_cancellation guard;
     return close(fd);
 }
 
 ssize_t read_file(int fd, void* bytes, size_t count)
 {
+    const no_cancellation guard;
     return read(fd, bytes, count);
 }
 
 ssize_t write_file(int fd, const void* bytes, size_t count)
 {
+    const no_cancellation guard;
     return write(fd, bytes, count);
 }
 
@@ -122,18 +124,32 @@ off_t seek_file(int fd, off_t offset, int whence)
     return lseek(fd, offset, whence);
 }
 
+int cut_file(int fd, off_t length)
+{
+    return ftruncate(fd, length);
+}
+
 int reserve_blocks(int fd, off_t offset, off_t length)
 {
+    const no_cancellation guard;
     return posix_fallocate(fd, offset, length);
 }
 
 int reserve_blocks_in_use(int fd, off_t offset, off_t length)
 {
+    const no_cancellation guard;
     return fallocate(fd, 0, offset, length) == 0 ? 0 : errno;
+}
+
+int flush_stream(FILE* stream)
+{
+    const no_cancellation guard;
+    return fflush(stream);
 }
 
 int lock_range(int fd, int command, struct flock& range)
 {
+    const no_cancellation guard;
     return fcntl(fd, command, &range);
 }
 
@@ -183,6 +199,20 @@ int resource_usage(rusage& usage)
     return getrusage(RUSAGE_SELF, &usage);
 }
 
+int descriptor_table_size()
+{
+    constexpr char key[] = "FDSize:";
+    char text[4096] = "";
+    const int fd = open_file("/proc/self/status", O_RDONLY, 0);
+    if (fd >= 0) {
+        const ssize_t length = read_file(fd, text, sizeof(text) - 1);
+        text[length > 0 ? length : 0] = '\0';
+        close_file(fd);
+    }
+    const char* line = strstr(text, key);
+    return line != nullptr ? static_cast<int>(strtol(line + sizeof(key) - 1, nullptr, 10)) : 0;
+}
+
 long system_value(int name)
 {
     return sysconf(name);
@@ -206,6 +236,7 @@ bool signal_pending(int signal_number)
 
 void discard_pending_signal(int signal_number)
 {
+    const no_cancellation guard;
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, signal_number);

@@ -31,7 +31,8 @@ uint64_t thread_id()
 
 void remember_main_thread()
 {
-    if (this_process.process_id.load(std::memory_order_acquire) == 0) {
+    // Another one is remembered in a child that was forked while its parent was starting up.
+    if (this_process.process_id.load(std::memory_order_acquire) != os::process_id()) {
         renew_identity_after_fork();
     }
 }

@@ -10,7 +10,8 @@
 
 namespace ostrum {
 
-enum class start_mode : int32_t { undecided = 0, full = 1, quiet = 2 };
+// closed: the process exits, or a fatal signal came; nothing is traced any more.
+enum class start_mode : int32_t { undecided = 0, full = 1, quiet = 2, closed = 3 };
 
 // Owned by process_state.cpp, written through the functions below only. Here so that a hook's reads cost
 // no call.
@@ -39,6 +40,17 @@ start_mode decide_start_mode(start_mode wanted);
 inline start_mode decided_start_mode()
 {
     return this_process.mode.load(std::memory_order_relaxed);
+}
+// In a child that was forked while its parent ended.
+inline void resume_tracing_after_fork()
+{
+    start_mode closed = start_mode::closed;
+    this_process.mode.compare_exchange_strong(closed, start_mode::full);
+}
+// From here on hooks return their timestamp only, and no timed flush begins. Also from a signal handler.
+inline void end_tracing()
+{
+    this_process.mode.store(start_mode::closed, std::memory_order_relaxed);
 }
 
 int32_t process_id(); // no system call once start-up has run; renewed in a forked child

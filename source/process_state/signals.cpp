@@ -2,15 +2,13 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 #include "os/os_calls.h"
 #include "process_state/process_state.h"
 #include "util/diagnostics.h"
-#include "util/guarded_write.h"
+#include "util/local_time.h"
 
 namespace ostrum {
 
@@ -22,11 +20,11 @@ using signal_handler = void (*)(int);
 struct host_handler {
     int signal_number;
     const char* symbol;
-    signal_handler handler; // null: the host has none. Written before the library's handler is installed
+    std::atomic<signal_handler> handler; // null: the host has none
 };
 constinit host_handler host_handlers[] = {
-    {SIGSEGV, "sigsegv_handler", nullptr},
-    {SIGBUS, "sigbus_handler", nullptr},
+    {SIGSEGV, "sigsegv_handler", {}},
+    {SIGBUS, "sigbus_handler", {}},
 };
 
 constinit std::atomic<bool> g_fatal_signal_received{false};
@@ -42,21 +40,6 @@ signal_handler host_handler_of(int32_t signal_number)
     return nullptr;
 }
 
-void report_fatal_signal(int32_t signal_number)
-{
-    static constexpr char message[] = "ostrum_fatal_sig_handler : signo[%d]\n";
-    if (!inside_library()) {
-        err_print(message, signal_number);
-        return;
-    }
-    // Without the usual prefix: the local time is read under a lock, which the interrupted hook may hold.
-    char line[sizeof(message) + 16];
-    const int length = snprintf(line, sizeof(line), message, signal_number);
-    if (length > 0) {
-        write_all_guarded(STDERR_FILENO, line, static_cast<size_t>(length));
-    }
-}
-
 } // namespace
 
 bool fatal_signal_received()
@@ -64,11 +47,18 @@ bool fatal_signal_received()
     return g_fatal_signal_received.load(std::memory_order_relaxed);
 }
 
+void find_host_fatal_handlers()
+{
+    for (host_handler& host : host_handlers) {
+        host.handler.store(reinterpret_cast<signal_handler>(os::global_symbol(host.symbol)),
+                           std::memory_order_relaxed);
+    }
+}
+
 void override_host_fatal_handlers()
 {
     const bool debug = debug_on(debug_general);
-    for (host_handler& host : host_handlers) {
-        host.handler = reinterpret_cast<signal_handler>(os::global_symbol(host.symbol));
+    for (const host_handler& host : host_handlers) {
         if (host.handler == nullptr) {
             if (debug) {
                 debug_print("perf_init_func_ptrs : no '%s' found\n", host.symbol);
@@ -109,8 +99,10 @@ int32_t __set_signal_handler(int32_t signal_number, void (*handler)(int))
 
 void __ostrum_fatal_sig_handler(int32_t signal_number)
 {
-    report_fatal_signal(signal_number);
+    const signal_safe_scope no_locks;
+    err_print("ostrum_fatal_sig_handler : signo[%d]\n", signal_number);
     g_fatal_signal_received.store(true, std::memory_order_relaxed);
+    end_tracing();
     if (const signal_handler handler = host_handler_of(signal_number)) {
         handler(signal_number);
         return;

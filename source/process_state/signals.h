@@ -20,8 +20,11 @@ namespace ostrum {
 
 bool fatal_signal_received(); // read by the exit handler, which then flushes nothing
 
-// Looks up the host's "sigsegv_handler" and "sigbus_handler" in the whole process and puts the library's
-// handler in front of each that exists.
+// Looks up the host's "sigsegv_handler" and "sigbus_handler" in the whole process. This takes the dynamic
+// loader's lock, which a thread may hold that waits for start-up: a plug-in that calls a hook while it is
+// loaded. So it comes before the one-time guard.
+void find_host_fatal_handlers();
+// Puts the library's handler in front of each that was found.
 void override_host_fatal_handlers();
 
 } // namespace ostrum

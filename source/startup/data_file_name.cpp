@@ -6,6 +6,7 @@
 #include "host_abi/host_services.h"
 #include "os/os_calls.h"
 #include "util/diagnostics.h"
+#include "util/local_time.h"
 
 namespace ostrum {
 
@@ -23,7 +24,7 @@ struct name_facts {
 bool print_local_time(char (&part)[part_bytes], time_t seconds)
 {
     tm fields{};
-    if (!os::local_time(seconds, fields)) {
+    if (!local_fields(seconds, fields)) {
         err_print("build_data_file_name : cannot get localtime for time[%d]\n",
                   static_cast<int32_t>(seconds));
         return false;

@@ -91,6 +91,7 @@ int32_t __ostrum_init(int32_t quiet)
     if (initialised_state() == 0 && thread_is_initialising == 0) {
         const int saved_errno = errno;
         decide_start_mode(quiet != 0 ? start_mode::quiet : start_mode::full);
+        find_host_fatal_handlers();
         run_once_guarded();
         errno = saved_errno;
     }
@@ -124,7 +125,7 @@ int32_t perf_common_init(const void* ignored, int32_t quiet)
     remember_main_thread();
     const int32_t debug = __perfconf_int("ostrum_debug");
     set_debug_bits(debug);
-    remember_time_zone();
+    look_up_time_zone();
     if (quiet == 0 || debug >= 1) {
         print_banner(debug);
     }

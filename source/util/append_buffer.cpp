@@ -1,9 +1,11 @@
 #include "util/append_buffer.h"
 
+#include <cerrno>
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <unistd.h>
 
 #include "ostrum_util.h"
 #include "util/guarded_write.h"
@@ -16,6 +18,19 @@ constexpr size_t cut_at_bytes = size_t{1024} * 1024;
 constexpr size_t first_heap_bytes = size_t{64} * 1024;
 constexpr size_t longest_formatted_bytes = 2048;
 constexpr uint32_t nine_decimals = 9;
+
+// Cuts the file off before what was written last, unless somebody has appended to it since. Not the host's
+// own standard streams.
+void take_back(int fd, size_t written)
+{
+    struct stat status {};
+    const int saved_errno = errno;
+    const off_t end = written > 0 && fd > STDERR_FILENO ? os::seek_file(fd, 0, SEEK_CUR) : -1;
+    if (end > 0 && os::status_of_file(fd, status) == 0 && S_ISREG(status.st_mode) && status.st_size == end) {
+        os::cut_file(fd, end - static_cast<off_t>(written));
+    }
+    errno = saved_errno;
+}
 
 } // namespace
 
@@ -120,11 +135,14 @@ bool append_buffer::make_room(size_t count)
     return true;
 }
 
-// After a failure the rest of the flush is not written: a gap would put figures under wrong starts.
+// After a failure the rest of the flush is not written: a gap would put figures under wrong starts. What was
+// written of a text is taken back: the next writer's first line must not stand behind half a line.
 void append_buffer::write_out()
 {
-    if (!failed_ && used_bytes_ > 0) {
-        failed_ = !write_all_guarded(fd_, bytes_, used_bytes_);
+    size_t written = 0;
+    if (!failed_ && used_bytes_ > 0 && !write_all_guarded(fd_, bytes_, used_bytes_, &written)) {
+        failed_ = true;
+        take_back(fd_, written);
     }
     used_bytes_ = 0;
 }

@@ -43,13 +43,12 @@ private:
 };
 
 // 0, or the errno of the write that failed.
-int write_all(int fd, const char* bytes, size_t count)
+int write_all(int fd, const char* bytes, size_t count, size_t& done)
 {
-    while (count > 0) {
-        const ssize_t written = os::write_file(fd, bytes, count);
+    while (done < count) {
+        const ssize_t written = os::write_file(fd, bytes + done, count - done);
         if (written > 0) {
-            bytes += written;
-            count -= static_cast<size_t>(written);
+            done += static_cast<size_t>(written);
         } else if (written == 0) {
             return EIO; // a device that takes nothing would be tried for ever
         } else if (errno != EINTR) {
@@ -59,19 +58,23 @@ int write_all(int fd, const char* bytes, size_t count)
     return 0;
 }
 
-int write_all_with_signals_held(int fd, const void* bytes, size_t count)
+int write_all_with_signals_held(int fd, const void* bytes, size_t count, size_t& done)
 {
     const write_signal_guard guard;
-    const int error = write_all(fd, static_cast<const char*>(bytes), count);
+    const int error = write_all(fd, static_cast<const char*>(bytes), count, done);
     guard.discard_raised(error);
     return error;
 }
 
 } // namespace
 
-bool ostrum::write_all_guarded(int fd, const void* bytes, size_t count)
+bool ostrum::write_all_guarded(int fd, const void* bytes, size_t count, size_t* written)
 {
-    const int error = write_all_with_signals_held(fd, bytes, count);
+    size_t done = 0;
+    const int error = write_all_with_signals_held(fd, bytes, count, done);
+    if (written != nullptr) {
+        *written = done;
+    }
     if (error != 0) {
         errno = error;
     }

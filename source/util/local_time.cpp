@@ -1,5 +1,6 @@
 #include "util/local_time.h"
 
+#include <algorithm>
 #include <atomic>
 
 #include "os/os_calls.h"
@@ -8,14 +9,30 @@ namespace ostrum {
 
 namespace {
 
-constinit thread_local bool in_signal_safe_scope [[gnu::tls_model("initial-exec")]] = false;
-constinit std::atomic<int64_t> start_up_zone_s{0}; // local time less UTC
+constexpr int64_t minute_s = 60;
+constexpr int64_t day_s = 86'400;
+constexpr int64_t years_ahead_s = 5 * 366 * day_s;
+constexpr int64_t step_s = 14 * day_s; // no zone changes back and forth within less
+constexpr size_t most_spans = 24;
 
-// The calendar without the C library, whose time zones have a lock. Days are counted in eras of 400 years
-// that begin in March, so that a leap day is the last of its year.
+struct zone_span {
+    int64_t begin_s;  // since the epoch
+    int64_t offset_s; // local time less UTC
+};
+
+// Written once, before `count` is; read without a lock.
+struct zone_table {
+    std::atomic<size_t> count{0}; // 0: not looked up
+    zone_span spans[most_spans]{};
+    int64_t end_s = 0; // nothing is known from here on
+};
+constinit zone_table the_zone;
+
+constinit thread_local bool in_signal_safe_scope [[gnu::tls_model("initial-exec")]] = false;
+
+// Days are counted in eras of 400 years that begin in March, so that a leap day is the last of its year.
 void calendar_fields(int64_t local_s, tm& fields)
 {
-    constexpr int64_t day_s = 86'400;
     constexpr int64_t days_to_1970 = 719'468; // from 1 March of the year 0
     constexpr int64_t days_of_era = 146'097;
     const int64_t of_day_s = (local_s % day_s + day_s) % day_s; // seconds before 1970 too
@@ -35,15 +52,82 @@ void calendar_fields(int64_t local_s, tm& fields)
     fields.tm_sec = static_cast<int>(of_day_s % 60);
 }
 
+// The span that the moment lies in; null outside the table.
+const zone_span* find_span(int64_t seconds)
+{
+    const size_t count = the_zone.count.load(std::memory_order_acquire);
+    if (count == 0 || seconds < the_zone.spans[0].begin_s || seconds >= the_zone.end_s) {
+        return nullptr;
+    }
+    const zone_span* first = the_zone.spans;
+    const zone_span* next =
+        std::upper_bound(first, first + count, seconds,
+                         [](int64_t moment, const zone_span& span) { return moment < span.begin_s; });
+    return next - 1;
+}
+
+bool ask_offset(int64_t seconds, int64_t& offset_s)
+{
+    tm fields{};
+    const bool known = os::local_time(seconds, fields);
+    offset_s = fields.tm_gmtoff;
+    return known;
+}
+
+// The minute, after `before_s` and not after `after_s`, at which the offset becomes another one.
+int64_t find_change(int64_t before_s, int64_t after_s, int64_t old_offset_s)
+{
+    while (after_s - before_s > minute_s) {
+        const int64_t middle_s = before_s + (after_s - before_s) / (2 * minute_s) * minute_s;
+        int64_t offset_s = 0;
+        if (!ask_offset(middle_s, offset_s) || offset_s != old_offset_s) {
+            after_s = middle_s;
+        } else {
+            before_s = middle_s;
+        }
+    }
+    return after_s;
+}
+
 } // namespace
 
 bool local_fields(time_t seconds, tm& fields)
 {
-    if (!in_signal_safe_scope) {
+    const zone_span* span = find_span(seconds);
+    if (span == nullptr && !in_signal_safe_scope) {
         return os::local_time(seconds, fields);
     }
-    calendar_fields(seconds + start_up_zone_s.load(std::memory_order_relaxed), fields);
+    calendar_fields(seconds + (span != nullptr ? span->offset_s : 0), fields); // 0: UTC
     return true;
+}
+
+void look_up_time_zone()
+{
+    if (the_zone.count.load(std::memory_order_relaxed) != 0) {
+        return;
+    }
+    const int64_t now_s = os::wall_seconds();
+    int64_t at_s = now_s - now_s % day_s - day_s;
+    const int64_t end_s = at_s + years_ahead_s;
+    zone_span span{at_s, 0};
+    if (!ask_offset(at_s, span.offset_s)) {
+        return;
+    }
+    size_t count = 0;
+    the_zone.spans[count++] = span;
+    while (at_s < end_s && count < most_spans) {
+        int64_t offset_s = 0;
+        if (!ask_offset(at_s + step_s, offset_s)) {
+            break;
+        }
+        if (offset_s != span.offset_s) {
+            span = {find_change(at_s, at_s + step_s, span.offset_s), offset_s};
+            the_zone.spans[count++] = span;
+        }
+        at_s += step_s;
+    }
+    the_zone.end_s = at_s;
+    the_zone.count.store(count, std::memory_order_release);
 }
 
 signal_safe_scope::signal_safe_scope() : was_safe_(in_signal_safe_scope)
@@ -59,14 +143,6 @@ signal_safe_scope::~signal_safe_scope()
 bool must_be_signal_safe()
 {
     return in_signal_safe_scope;
-}
-
-void remember_time_zone()
-{
-    tm fields{};
-    if (os::local_time(os::wall_seconds(), fields)) {
-        start_up_zone_s.store(fields.tm_gmtoff, std::memory_order_relaxed);
-    }
 }
 
 } // namespace ostrum

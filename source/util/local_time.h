@@ -1,15 +1,21 @@
 #ifndef OSTRUM_UTIL_LOCAL_TIME_H
 #define OSTRUM_UTIL_LOCAL_TIME_H
+// Local time without the C library's lock on its time zones: a thread that is interrupted, or a process that
+// is forked, while another thread holds that lock would wait for it for ever. The zone's changes of the
+// next years are looked up once, at start-up; the process keeps that zone.
 #include <cstdint>
 #include <ctime>
 
 namespace ostrum {
 
-// Broken-down local time; false when the system cannot tell.
+// Broken-down local time, in tm_year to tm_sec; false when the system cannot tell. Outside the years that
+// were looked up the C library is asked.
 bool local_fields(time_t seconds, tm& fields);
 
-// While one lives, this thread's local times and diagnostic lines take neither a lock nor the heap: for
-// signal handlers. Times are shown in the time zone of start-up, long lines are cut.
+void look_up_time_zone(); // once, at start-up
+
+// While one lives, this thread's local times and diagnostic lines take no lock and no heap: for signal
+// handlers. Times outside the years that were looked up are UTC, long lines are cut.
 class signal_safe_scope {
 public:
     signal_safe_scope();
@@ -21,7 +27,6 @@ private:
     bool was_safe_;
 };
 bool must_be_signal_safe();
-void remember_time_zone(); // once, at start-up
 
 } // namespace ostrum
 #endif

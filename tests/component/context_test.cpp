@@ -164,6 +164,19 @@ TEST_F(Contexts, EndOfAnInnermostOperationTakesItsDetailsFromTheStart)
     EXPECT_EQ(own.depth, -1);
 }
 
+TEST_F(Contexts, ALookUpByKeyNeverGivesOutAReleasedContext)
+{
+    const log_context* first = __ostrum_get_liptr_by_key(getpid(), 9);
+    ASSERT_NE(first, nullptr);
+    std::thread([] { __ostrum_release_liptr_by_key(getpid(), 9); }).join();
+    const log_context* again = __ostrum_get_liptr_by_key(getpid(), 9);
+    ASSERT_NE(again, nullptr);
+    EXPECT_FALSE(again->released);
+    __ostrum_release_liptr_by_key(getpid(), 9);
+    const library_scope inside;
+    EXPECT_EQ(__ostrum_get_liptr_by_key(getpid(), 9), nullptr) << "in the middle of a hook";
+}
+
 TEST_F(Contexts, OutermostEndsReportAMissingErrorBuffer)
 {
     const std::string lines = fake_os::captured_stderr([&] {

@@ -2,6 +2,7 @@
 #include "support/tracing_fixture.h"
 
 #include <ctime>
+#include <sys/resource.h>
 #include <thread>
 
 #include "ostrum.h"
@@ -234,6 +235,12 @@ TEST_F(IdleSelect, GoesOnAfterInterruptionsWithTheSetsRestored)
 TEST_F(IdleSelect, CopiesSetsOfMoreThanTheUsualDescriptors)
 {
     constexpr int wide = 5000;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    const int high = dup2(ends_[0], wide - 1); // the kernel's table is as large from now on
+    ASSERT_EQ(high, wide - 1);
     std::vector<fd_mask> large(wide / (8 * sizeof(fd_mask)) + 1, 0);
     auto* set = reinterpret_cast<fd_set*>(large.data());
     large[static_cast<size_t>(ends_[0]) / (8 * sizeof(fd_mask))] |=
@@ -244,4 +251,5 @@ TEST_F(IdleSelect, CopiesSetsOfMoreThanTheUsualDescriptors)
     fake_os::fail(fake_os::call::allocate, 1, ENOMEM);
     EXPECT_EQ(__ostrum_select(wide, set, nullptr, nullptr, nullptr), -1);
     EXPECT_EQ(errno, ENOMEM);
+    close(high);
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 
 #include "support/run_host.h"
 
@@ -145,11 +146,41 @@ TEST(Lifecycle, ExitFromASignalHandlerInTheMiddleOfHooksDoesNotHang)
     }
 }
 
+TEST(Lifecycle, AThreadThatIsCancelledLeavesNoLockHeld)
+{
+    std::vector<host_setting> settings = timing; // debug lines: a cancellation point in most steps
+    settings.push_back({"ostrum_flush_frequency", "1"});
+    settings.push_back({"ostrum_max_log_size", "2"});
+    const host_run run =
+        run_host(settings,
+                 "op 3; op_key 1 3; cancel 150 {repeat 1000000 {op 5; op_key 1 5; op_key 2 5; cancel_point}};"
+                 "op_key 1 7; op_key 2 7; op 7; exit 3");
+    expect_sound(run, 3);
+    EXPECT_GE(calls_of(run, 7), 3);
+    EXPECT_EQ(run.lines_with("is in use"), 0);
+}
+
+TEST(Lifecycle, AForkedChildKeepsNoFileOfTheParentsOpen)
+{
+    const host_run run =
+        run_host(timing, "op 3; fork {descriptors}; repeat 20 {op_key 1 3; op_key 2 3; op_key 3 3};"
+                         "thread {op 5}; op 5; fork {descriptors; op 7; descriptors}; exit 0");
+    const auto nth = [&](int n) {
+        size_t at = 0;
+        for (; n > 0; --n) {
+            at = run.output.find("descriptors=", at) + 1;
+        }
+        return std::stoi(run.output.substr(at + strlen("escriptors=")));
+    };
+    EXPECT_EQ(nth(2), nth(1));
+    EXPECT_EQ(nth(3), nth(1) + 1) << "its own";
+}
+
 TEST(Lifecycle, NeitherAFileSizeLimitNorAClosedStandardErrorReachesTheHost)
 {
     const host_run limited = run_host({{"ostrum_var_time", "2"}}, "op 3; file_limit 100; exit 6");
     EXPECT_EQ(limited.exit_status, 6) << limited.errors;
-    EXPECT_EQ(limited.text_of_files(".plog.txt").size(), 100U);
+    EXPECT_EQ(limited.text_of_files(".plog.txt"), "") << "what did not fit whole was taken back";
     EXPECT_EQ(run_host({{"ostrum_var_time", "3"}}, "close 2; close 1; close 0; op 3; exit 6").exit_status, 6);
 }
 

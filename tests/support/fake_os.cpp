@@ -169,11 +169,6 @@ bool local_time(time_t seconds, tm& fields)
     return !fault_due(call::local_time) && real_os::local_time(seconds, fields);
 }
 
-time_t calendar_seconds(tm& fields)
-{
-    return real_os::calendar_seconds(fields);
-}
-
 void sleep_ns(int64_t duration_tv)
 {
     real_os::sleep_ns(duration_tv);
@@ -242,6 +237,11 @@ off_t seek_file(int fd, off_t offset, int whence)
     return fault_due(call::seek_file) ? -1 : real_os::seek_file(fd, offset, whence);
 }
 
+int cut_file(int fd, off_t length)
+{
+    return real_os::cut_file(fd, length);
+}
+
 int reserve_blocks(int fd, off_t offset, off_t length)
 {
     return fault_due(call::reserve_blocks) ? errno : real_os::reserve_blocks(fd, offset, length);
@@ -250,6 +250,11 @@ int reserve_blocks(int fd, off_t offset, off_t length)
 int reserve_blocks_in_use(int fd, off_t offset, off_t length)
 {
     return fault_due(call::reserve_blocks) ? errno : real_os::reserve_blocks_in_use(fd, offset, length);
+}
+
+int flush_stream(FILE* stream)
+{
+    return real_os::flush_stream(stream);
 }
 
 int lock_range(int fd, int command, struct flock& range)
@@ -306,6 +311,11 @@ const char* environment(const char* name)
 int resource_usage(rusage& usage)
 {
     return fault_due(call::resource_usage) ? -1 : real_os::resource_usage(usage);
+}
+
+int descriptor_table_size()
+{
+    return real_os::descriptor_table_size();
 }
 
 long system_value(int name)

@@ -84,7 +84,9 @@ size_t prefix_length(const char* text)
     constexpr size_t time_characters = 28;
     int ids_characters = 0;
     unsigned ids[2];
-    const int ids_read = sscanf(text, "%u/%u) : %n", &ids[0], &ids[1], &ids_characters);
+    char beginning[64]; // a scan looks for the end of its text, which is far
+    snprintf(beginning, sizeof(beginning), "%.*s", static_cast<int>(sizeof(beginning)) - 1, text);
+    const int ids_read = sscanf(beginning, "%u/%u) : %n", &ids[0], &ids[1], &ids_characters);
     return ids_read == 2 && ids_characters > 0 ? time_characters + static_cast<size_t>(ids_characters) : 0;
 }
 

@@ -80,11 +80,14 @@ protected:
         uint32_t end_flags = 0;
         uint32_t errnum = 0;
         int64_t records = 1;
+        int64_t obj_id = 0;
+        qel_flist_t* flist = nullptr; // input list of the start, output list of the end
     };
     void start(const call& c)
     {
         ostrum::op_event event = event_of(c);
         event.phase = ostrum::op_phase::start;
+        event.in_flist = c.flist;
         write_log(&context(), &event);
     }
     void end(const call& c)
@@ -92,6 +95,7 @@ protected:
         ostrum::op_event event = event_of(c);
         event.phase = ostrum::op_phase::end;
         event.end_flags = c.end_flags;
+        event.out_flist = c.flist;
         event.record_count = c.records;
         ebuf_ = {};
         ebuf_.location = 10;
@@ -162,6 +166,7 @@ private:
         event.file = c.file;
         event.line = c.line;
         event.obj_type = "/thing";
+        event.obj_id = c.obj_id;
         event.db = 1;
         return event;
     }

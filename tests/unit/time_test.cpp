@@ -1,5 +1,6 @@
 #include "host_abi/host_services.h"
 #include "support/fake_os.h"
+#include "util/local_time.h"
 #include "util/time_value.h"
 
 #include <cerrno>
@@ -9,6 +10,8 @@
 #include <ctime>
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 // The platform's services for its users, absent in the build of this test without it.
 extern "C" {
@@ -191,6 +194,34 @@ TEST_F(TimeTest, DecimalNeedsThePlatform)
     if (decimal != nullptr) {
         EXPECT_DOUBLE_EQ(nmu_decimal_to_double(decimal), 1.5);
         nmu_decimal_destroy(decimal);
+    }
+}
+
+// The zone is looked up once for a process, so each has one of its own.
+TEST_F(TimeTest, LocalTimeIsThatOfTheCLibraryInEveryZone)
+{
+    for (const char* zone :
+         {"UTC", "Europe/Berlin", "America/St_Johns", "Australia/Lord_Howe", "Africa/Casablanca"}) {
+        const pid_t child = fork();
+        if (child == 0) {
+            setenv("TZ", zone, 1);
+            tzset();
+            fake_os::freeze_clock(afternoon_tv);
+            ostrum::look_up_time_zone();
+            fake_os::fail(call::local_time, 1, EOVERFLOW, true); // the look-ups below are all in the table
+            for (time_t at = afternoon_tv / ostrum::tv_per_s; at < 1'763'212'641 + 94'000'000; at += 1'801) {
+                tm expected{};
+                tm found{};
+                localtime_r(&at, &expected);
+                if (!ostrum::local_fields(at, found) || timegm(&found) != timegm(&expected)) {
+                    _exit(1);
+                }
+            }
+            _exit(0);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0) << zone;
     }
 }
 

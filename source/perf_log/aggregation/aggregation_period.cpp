@@ -4,12 +4,16 @@
 
 #include "os/os_calls.h"
 #include "util/diagnostics.h"
+#include "util/local_time.h"
 
 using ostrum::aggregation_period;
 using ostrum::ns_per_second;
 using ostrum::period_unit;
 
 namespace {
+
+constexpr int64_t seconds_per_minute = 60;
+constexpr int64_t seconds_per_hour = 3'600;
 
 // False when the text does not fit, which only years beyond 9999 can bring about.
 bool period_text(char (&out)[16], const tm& fields)
@@ -20,20 +24,26 @@ bool period_text(char (&out)[16], const tm& fields)
     return length < static_cast<int>(sizeof(out));
 }
 
-void align_to_start(tm& fields, int32_t length, period_unit unit)
+// Sets the fields to the start of their period. Returns how many seconds that is back by the same clock.
+int64_t align_to_start(tm& fields, int32_t length, period_unit unit)
 {
+    const int32_t hour = fields.tm_hour;
+    const int32_t minute = fields.tm_min;
+    const int32_t second = fields.tm_sec;
     if (unit == period_unit::hours) {
-        fields.tm_hour = fields.tm_hour / length * length;
+        fields.tm_hour = hour / length * length;
         fields.tm_min = 0;
     } else {
-        fields.tm_min = fields.tm_min / length * length;
+        fields.tm_min = minute / length * length;
     }
     fields.tm_sec = 0;
+    return (hour - fields.tm_hour) * seconds_per_hour + (minute - fields.tm_min) * seconds_per_minute +
+           second;
 }
 
-void advance_to_end(tm& fields, int32_t length, period_unit unit)
+int64_t seconds_of(int32_t length, period_unit unit)
 {
-    (unit == period_unit::hours ? fields.tm_hour : fields.tm_min) += length;
+    return length * (unit == period_unit::hours ? seconds_per_hour : seconds_per_minute);
 }
 
 } // namespace
@@ -44,20 +54,17 @@ void get_current_aggregation_period(aggregation_period* period, int32_t length, 
     *period = {0, "19700101_000000", 0, "19700101_000000", 0};
     const time_t now_s = ostrum::os::wall_seconds();
     tm fields{};
-    if (!ostrum::os::local_time(now_s, fields)) {
+    if (!ostrum::local_fields(now_s, fields)) {
         return;
     }
-    align_to_start(fields, length, unit);
-    // The start text shows the aligned fields as they are, the end text those that the conversion
-    // normalised. Each conversion works on its own copy, with the daylight-saving flag as read.
+    // Start and end are reckoned with the offset from UTC of now. Where that changes within the period, the
+    // start text shows the aligned fields as they are, the end text the local time that it then is.
+    period->start_s = now_s - align_to_start(fields, length, unit);
     if (!period_text(period->start_text, fields)) {
         err_print("get_current_aggregation_period : ap.from_s overflow\n");
     }
-    tm end_fields = fields;
-    period->start_s = ostrum::os::calendar_seconds(fields);
-    advance_to_end(end_fields, length, unit);
-    period->end_s = ostrum::os::calendar_seconds(end_fields);
-    if (!period_text(period->end_text, end_fields)) {
+    period->end_s = period->start_s + seconds_of(length, unit);
+    if (!ostrum::local_fields(period->end_s, fields) || !period_text(period->end_text, fields)) {
         err_print("get_current_aggregation_period : ap.to_s overflow\n");
     }
     const int64_t end_tv = (period->end_s - now_s) * ns_per_second + now_tv;

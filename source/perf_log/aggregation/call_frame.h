@@ -10,8 +10,9 @@ namespace ostrum {
 inline constexpr int32_t max_call_frames = 100;
 
 struct call_frame {
-    int64_t start_tv;    // ns since the epoch
-    int64_t user_cpu_tv; // of the process at the start; 0 when CPU time is not measured here
+    int64_t start_tv;       // ns since the epoch; since the last flush inside the call, if there was one
+    int64_t first_start_tv; // start_tv before the first such flush; 0 = none
+    int64_t user_cpu_tv;    // of the process at the start; 0 when CPU time is not measured here
     int64_t sys_cpu_tv;
     void* in_flist; // the host's; destroyed with the frame when owned
     bool owns_in_flist;

@@ -148,6 +148,17 @@ log_context* find_or_make(log_context* existing, int32_t pid, int32_t key, bool&
     return existing != nullptr ? link_new_entry(existing, pid, key) : make_and_link(pid, key);
 }
 
+// The contexts of the parent's other threads mean nothing in a child, but their files are open in it. One
+// that was in use at the fork is left alone.
+void close_inherited_files()
+{
+    for (const list_entry* entry = the_list.head; entry != nullptr; entry = entry->next) {
+        if (!is_held(entry->context->lock)) {
+            close_files(*entry->context);
+        }
+    }
+}
+
 } // namespace
 
 void initialise_context_list()
@@ -157,8 +168,12 @@ void initialise_context_list()
 
 void empty_list_after_fork()
 {
+    if (pthread_mutex_trylock(&the_list.mutex) == 0) { // else another thread was in the midst of a change
+        close_inherited_files();
+    }
     pthread_mutex_init(&the_list.mutex, nullptr);
     the_list.head = nullptr;
+    the_list.closed = false;
     for (list_entry*& bucket : the_list.buckets) {
         bucket = nullptr;
     }

@@ -97,6 +97,7 @@ void clear_frame(call_frame& frame)
     }
     // The body of its own totals means nothing while they are not in use, and this runs in every end hook.
     frame.start_tv = 0;
+    frame.first_start_tv = 0;
     frame.user_cpu_tv = 0;
     frame.sys_cpu_tv = 0;
     frame.in_flist = nullptr;
@@ -108,6 +109,14 @@ void clear_frame(call_frame& frame)
     frame.node = nullptr;
     frame.single_node = nullptr;
     frame.own.total_calls = start_marker;
+}
+
+void close_files(log_context& context)
+{
+    release_trace_file(context.trace.file);
+    context.trace.single_file = false;
+    context.flist_trace = {};
+    context.alarm_file.reset();
 }
 
 shared_trace_file* share_trace_file(shared_trace_file* file)

@@ -135,8 +135,9 @@ inline constexpr int32_t no_depth = -1;
 // null after diagnostic lines. A thread's own context carries the calling thread's id.
 log_context* init_log_info(int32_t pid, int32_t key);
 
-void clear_frame(call_frame& frame); // destroys an owned input list
-void unpin(log_context* context);    // gives a reference back; the last one frees the memory
+void clear_frame(call_frame& frame);    // destroys an owned input list
+void close_files(log_context& context); // trace file, field-list trace and alarm file
+void unpin(log_context* context);       // gives a reference back; the last one frees the memory
 inline void pin(log_context* context)
 {
     context->references.fetch_add(1, std::memory_order_relaxed);

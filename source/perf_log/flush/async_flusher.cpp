@@ -7,6 +7,7 @@
 #include "perf_log/output/alarm_file.h"
 #include "perf_log/output/trace_file.h"
 #include "process_state/process_state.h"
+#include "process_state/signals.h"
 #include "util/diagnostics.h"
 
 namespace ostrum {
@@ -87,8 +88,10 @@ void write_alarms(const flush_work& work)
     alarm_record* alarm = work.alarms;
     while (alarm != nullptr) {
         alarm_record* next = alarm->next;
-        perf_async_debug_alarm(alarm);
-        perf_alarm_persist(nullptr, alarm, 1);
+        if (!fatal_signal_received()) {
+            perf_async_debug_alarm(alarm);
+            perf_alarm_persist(nullptr, alarm, 1);
+        }
         release_alarm(alarm);
         alarm = next;
     }
@@ -103,7 +106,9 @@ void write_trees(const flush_work& work)
     queued_tree* queued = work.trees;
     while (queued != nullptr) {
         queued_tree* next = queued->next;
-        flush_aggregation_tree_to_file(&queued->source, queued->source.tree);
+        if (!fatal_signal_received()) { // a damaged process writes nothing more
+            flush_aggregation_tree_to_file(&queued->source, queued->source.tree);
+        }
         release_queued_tree(queued);
         queued = next;
     }

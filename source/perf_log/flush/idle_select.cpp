@@ -1,5 +1,6 @@
 #include "perf_log/flush/idle_select.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -20,16 +21,26 @@ constinit std::atomic<int64_t> next_check_tv{0};
 
 void run_timed_flush_when_due()
 {
-    if (initialised_state() < 1 || decided_start_mode() == start_mode::quiet) {
+    if (initialised_state() < 1 || decided_start_mode() != start_mode::full) {
         return;
     }
     const library_scope scope;
     const int64_t now_tv = os::realtime_ns();
-    if (!scope.entered() || next_check_tv.load(std::memory_order_relaxed) >= now_tv) {
+    const int64_t next_tv = next_check_tv.load(std::memory_order_relaxed);
+    const bool clock_set_back = next_tv > now_tv + ns_per_second;
+    if (!scope.entered() || (next_tv >= now_tv && !clock_set_back)) {
         return;
     }
     timeout_handler_func("select_timeout");
     next_check_tv.store(now_tv + ns_per_second, std::memory_order_relaxed);
+}
+
+// How many descriptors the kernel looks at when a caller asks for n: no more than its table has room for.
+// Callers pass an ordinary set with the number of all descriptors that there could be.
+int looked_at(int n)
+{
+    const int table_size = n > FD_SETSIZE ? os::descriptor_table_size() : n;
+    return table_size > 0 ? std::min(n, table_size) : n;
 }
 
 // A copy of one descriptor set, of as many words as n descriptors need: programs with more than
@@ -91,9 +102,10 @@ int wait_once(const wait_request& request)
 
 int wait_until_ready(const wait_request& request)
 {
-    saved_set saved_read(request.read_set, request.n);
-    saved_set saved_write(request.write_set, request.n);
-    saved_set saved_except(request.except_set, request.n);
+    const int saved = looked_at(request.n);
+    saved_set saved_read(request.read_set, saved);
+    saved_set saved_write(request.write_set, saved);
+    saved_set saved_except(request.except_set, saved);
     if (!saved_read.complete() || !saved_write.complete() || !saved_except.complete()) {
         errno = ENOMEM;
         return -1;

@@ -108,6 +108,9 @@ void charge_running_calls(log_context& context, const call_frame* new_stack, int
         if (agg_upd_fn(frame.node, &part, BT_EXISTED, nullptr) != 1) {
             err_print("inside_opcode_flush : failed updating aggregation node\n");
         }
+        if (frame.first_start_tv == 0) {
+            frame.first_start_tv = frame.start_tv;
+        }
         frame.start_tv = now_tv;
         frame.user_cpu_tv = cpu.user_tv;
         frame.sys_cpu_tv = cpu.sys_tv;

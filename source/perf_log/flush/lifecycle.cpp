@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "config/settings.h"
-#include "flist_trace/flist_file.h"
 #include "os/os_calls.h"
 #include "perf_log/context/context_list.h"
 #include "perf_log/flush/async_flusher.h"
@@ -13,7 +12,7 @@
 #include "process_state/process_state.h"
 #include "process_state/signals.h"
 #include "util/diagnostics.h"
-#include "util/guarded_write.h"
+#include "util/local_time.h"
 
 using namespace ostrum;
 
@@ -54,9 +53,7 @@ void empty_context(log_context& context)
     }
     destroy_trees(context);
     ++context.trace.tree_generation;
-    close_trace_file(context.trace);
-    close_flist_log(context.flist_trace);
-    context.alarm_file.reset();
+    close_files(context);
     context.trace_opcodes = {};
     std::for_each(std::begin(context.frames), std::end(context.frames), clear_frame);
     context.depth = no_depth;
@@ -91,12 +88,15 @@ void release_within(log_context* context, int64_t limit_tv)
     unpin(context);
 }
 
-// Without the time prefix: time zone, heap and list may be in the middle of a step that this thread was
-// interrupted in, and nothing that could wait for them is safe.
-template <size_t N>
-void report_loss(const char (&text)[N])
+// Heap and list may be in the midst of a step that this thread was interrupted in.
+void report_loss_at_exit()
 {
-    write_all_guarded(2, text, N - 1);
+    const signal_safe_scope no_locks;
+    if (fatal_signal_received()) {
+        err_print("release_at_process_exit : fatal signal received - unflushed data will be lost\n");
+    } else {
+        err_print("release_at_process_exit : exit inside a hook - unflushed data will be lost\n");
+    }
 }
 
 int32_t release_all_contexts()
@@ -137,19 +137,14 @@ void release_at_thread_exit(void* value)
 
 void release_at_process_exit(void)
 {
-    if (fatal_signal_received()) {
-        constexpr char text[] =
-            "release_at_process_exit : fatal signal received - unflushed data will be lost\n";
-        if (inside_library()) {
-            report_loss(text);
-        } else {
-            err_print(text);
-        }
+    end_tracing();
+    if (fatal_signal_received() || inside_library()) {
+        report_loss_at_exit();
         return;
     }
     const library_scope scope;
-    if (!scope.entered() || !close_context_list()) {
-        report_loss("release_at_process_exit : exit inside a hook - unflushed data will be lost\n");
+    if (!close_context_list()) {
+        report_loss_at_exit();
         return;
     }
     const bool debug = debug_on(debug_general);
@@ -213,6 +208,9 @@ void clean_child_atfork(void)
 {
     renew_identity_after_fork();
     leave_library_after_fork();
+    if (!fatal_signal_received()) {
+        resume_tracing_after_fork();
+    }
     note_flusher_after_fork();
     const library_scope scope;
     const bool debug = debug_on(debug_general);

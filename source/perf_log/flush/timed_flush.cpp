@@ -15,15 +15,28 @@ namespace {
 
 constexpr int32_t contexts_per_batch = 64;
 
+// The period that a visit finds, and whether it is another one than the context's.
+struct present_period {
+    explicit present_period(const log_context& context, int64_t now_tv)
+    {
+        get_current_aggregation_period(&period, configured().aggregation_period,
+                                       configured().aggregation_unit, now_tv);
+        is_new = period.start_s != context.trace.period.start_s;
+    }
+    aggregation_period period;
+    bool is_new;
+};
+
 bool flush_is_due(const log_context& context, int64_t now_tv)
 {
     const int64_t next_flush_tv = due_time(context.trace.next_flush_tv);
     return (next_flush_tv > 0 && next_flush_tv <= now_tv) || due_time(context.trace.period.end_tv) <= now_tv;
 }
 
-void flush_when_due(log_context& context, int64_t now_tv)
+// In a new period too: what belongs to the old one must not go into the next file.
+void flush_when_due(log_context& context, const present_period& present, int64_t now_tv)
 {
-    if (!flush_is_due(context, now_tv)) {
+    if (!present.is_new && !flush_is_due(context, now_tv)) {
         return;
     }
     if (context.depth < 0) {
@@ -42,14 +55,8 @@ void flush_when_due(log_context& context, int64_t now_tv)
 }
 
 // The flush above has still gone into the old period's file.
-void enter_present_period(log_context& context, int64_t now_tv)
+void enter_period(log_context& context, const aggregation_period& period)
 {
-    aggregation_period period;
-    get_current_aggregation_period(&period, configured().aggregation_period, configured().aggregation_unit,
-                                   now_tv);
-    if (period.start_s == context.trace.period.start_s) {
-        return;
-    }
     if (debug_on(debug_detail)) {
         debug_print("timeout_handler_func : new aggr. period[%s - %s]\n", period.start_text, period.end_text);
     }
@@ -61,27 +68,39 @@ void enter_present_period(log_context& context, int64_t now_tv)
     }
 }
 
-void visit(log_context& context, int64_t now_tv)
+void visit_live(log_context& context, int64_t now_tv)
 {
+    if (debug_on(debug_detail)) {
+        debug_print("timeout_handler_func : processing lip[%p]/pid[%d]/key[%d]\n",
+                    static_cast<void*>(&context), context.trace.pid, context.trace.key);
+    }
+    raise_interim_alarm_when_due(context, now_tv);
+    const present_period present(context, now_tv);
+    flush_when_due(context, present, now_tv);
+    if (present.is_new) {
+        enter_period(context, present.period);
+    }
+}
+
+// False: the context was released, and nothing of this visit concerns it.
+bool visit(log_context& context)
+{
+    const int64_t now_tv = os::realtime_ns(); // a walk over many contexts may take its time
     if (!try_acquire(context.lock)) {
         if (flush_is_due(context, now_tv)) {
             context.flush_requested = true;
         }
-        return;
+        return true;
     }
-    if (!context.released) {
-        if (debug_on(debug_detail)) {
-            debug_print("timeout_handler_func : processing lip[%p]/pid[%d]/key[%d]\n",
-                        static_cast<void*>(&context), context.trace.pid, context.trace.key);
-        }
-        raise_interim_alarm_when_due(context, now_tv);
-        flush_when_due(context, now_tv);
-        enter_present_period(context, now_tv);
+    const bool live = !context.released;
+    if (live) {
+        visit_live(context, now_tv);
     }
     release(context.lock);
+    return live;
 }
 
-void visit_keyed_contexts(int64_t now_tv)
+void visit_keyed_contexts()
 {
     const uint64_t this_visit = begin_visit();
     log_context* batch[contexts_per_batch];
@@ -89,7 +108,7 @@ void visit_keyed_contexts(int64_t now_tv)
     while (count == contexts_per_batch) {
         count = pin_unvisited(batch, contexts_per_batch, this_visit);
         for (int32_t i = 0; i < count; ++i) {
-            visit(*batch[i], now_tv);
+            visit(*batch[i]);
             unpin(batch[i]);
         }
     }
@@ -99,19 +118,18 @@ void visit_keyed_contexts(int64_t now_tv)
 
 void timeout_handler_func(const char* caller)
 {
-    const int64_t now_tv = os::realtime_ns();
     if (debug_on(debug_detail)) {
         debug_print("timeout_handler_func : caller[%s]\n", caller);
     }
-    if (log_context* own = thread_slot()) {
-        visit(*own, now_tv);
+    log_context* own = thread_slot();
+    if (own != nullptr && visit(*own)) {
         return;
     }
     if (debug_on(debug_detail)) {
         debug_print("timeout_handler_func : failed locating lip from key[%p] - assume key used\n",
                     shown_context_key());
     }
-    visit_keyed_contexts(now_tv);
+    visit_keyed_contexts();
 }
 
 void set_alarm_timer(void)

@@ -15,13 +15,13 @@ struct found_context {
     bool pinned = false; // the finder must give a reference back
 };
 
-// A quiet start hands out no context.
+// A quiet start hands out no context, and neither does a process that is about to end.
 bool contexts_available()
 {
     if (initialised_state() == 0) {
         (void)__ostrum_init(0);
     }
-    return initialised_state() >= 1 && decided_start_mode() != start_mode::quiet;
+    return initialised_state() >= 1 && decided_start_mode() == start_mode::full;
 }
 
 found_context find_own()
@@ -63,6 +63,42 @@ void let_go(const found_context& found, const context_name* name)
     }
 }
 
+// The context of the name, or the thread's own, with its lock held; one that was released meanwhile is let
+// go of and looked for again. Null when there is none to be had.
+found_context acquire_live(const context_name* name)
+{
+    for (;;) {
+        const found_context found = name != nullptr ? find_named(*name) : find_own();
+        if (found.context == nullptr) {
+            return {};
+        }
+        acquire(found.context->lock);
+        if (!found.context->released) {
+            return found;
+        }
+        release(found.context->lock);
+        let_go(found, name);
+    }
+}
+
+// For callers outside the library, who get a borrowed pointer: the list, a slot or a cache keeps it alive.
+log_context* find_live(const context_name* name)
+{
+    const library_scope scope;
+    if (!scope.entered() || !contexts_available()) {
+        return nullptr; // inside a hook of this thread, which may hold any lock
+    }
+    const found_context found = acquire_live(name);
+    if (found.context == nullptr) {
+        return nullptr;
+    }
+    release(found.context->lock);
+    if (found.pinned) {
+        unpin(found.context);
+    }
+    return found.context;
+}
+
 bool is_valid_key(int32_t key)
 {
     if (key >= own_thread_key) {
@@ -80,24 +116,12 @@ locked_context::locked_context(const context_name* name)
         return;
     }
     const context_name* wanted = name != nullptr && is_valid_key(name->key) ? name : nullptr;
-    for (;;) {
-        found_context found = wanted != nullptr ? find_named(*wanted) : find_own();
-        if (found.context == nullptr && wanted != nullptr) {
-            wanted = nullptr;
-            found = find_own();
-        }
-        if (found.context == nullptr) {
-            return;
-        }
-        acquire(found.context->lock);
-        if (!found.context->released) {
-            context_ = found.context;
-            pinned_ = found.pinned;
-            return;
-        }
-        release(found.context->lock);
-        let_go(found, wanted);
+    found_context found = acquire_live(wanted);
+    if (found.context == nullptr && wanted != nullptr) {
+        found = acquire_live(nullptr);
     }
+    context_ = found.context;
+    pinned_ = found.pinned;
 }
 
 locked_context::~locked_context()
@@ -115,32 +139,15 @@ locked_context::~locked_context()
 
 using namespace ostrum;
 
-// Callers outside the library get a borrowed pointer: the list, a slot or a cache keeps it alive.
 ostrum::log_context* __ostrum_get_liptr(int32_t key)
 {
-    if (!contexts_available()) {
-        return nullptr;
-    }
-    if (key >= 0) {
-        return __ostrum_get_liptr_by_key(process_id(), key);
-    }
-    const found_context found = find_own();
-    if (found.pinned) {
-        unpin(found.context);
-    }
-    return found.context;
+    return key >= 0 ? __ostrum_get_liptr_by_key(process_id(), key) : find_live(nullptr);
 }
 
 ostrum::log_context* __ostrum_get_liptr_by_key(int32_t pid, int32_t key)
 {
-    if (!is_valid_key(key) || !contexts_available()) {
-        return nullptr;
-    }
-    const found_context found = find_named({pid, key});
-    if (found.pinned) {
-        unpin(found.context);
-    }
-    return found.context;
+    const context_name name{pid, key};
+    return is_valid_key(key) ? find_live(&name) : nullptr;
 }
 
 void __ostrum_release_liptr_by_key(int32_t pid, int32_t key)

@@ -5,6 +5,7 @@
 #include "config/program_name.h"
 #include "data_file/variables.h"
 #include "host_access/record_count.h"
+#include "os/no_cancellation.h"
 #include "os/os_calls.h"
 #include "perf_log/operation/op_event.h"
 #include "perf_log/operation/write_log.h"
@@ -62,6 +63,7 @@ void report_failed_operation(const qel_errbuf_t* ebuf, void* in_flist)
     }
     if (perf_data_file_var_get_int(__ostrum_get_data_file_handle(), nullptr, "log_error_flist") != 0 &&
         qel_log_flist != nullptr) {
+        const os::no_cancellation guard;
         qel_log_flist(static_cast<qel_flist_t*>(in_flist), error_log_level,
                       "opcode failure : ", error_log_file, error_log_line);
     }

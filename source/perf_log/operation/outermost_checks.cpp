@@ -101,7 +101,7 @@ void check_at_outermost_start(log_context& context, const op_event& event)
 {
     aggregation_period period;
     const bool new_period = status_check(context, event.now_tv, period);
-    ++context.lines_since_flush;
+    context.lines_since_flush += context.lines_since_flush < INT32_MAX ? 1 : 0;
     const int32_t max_lines = configured().max_log_size;
     const bool max_exceeded = max_lines != 0 && context.lines_since_flush >= max_lines;
     const bool to_file = logs_to_file(context.time_mode);

@@ -7,7 +7,8 @@ namespace ostrum {
 
 namespace {
 constinit uint32_t nesting_word = 0;
-}
+constinit int32_t counting_process = 0; // in a forked child the parent's count means nothing
+} // namespace
 
 uint32_t& timeout_nesting_word()
 {
@@ -16,9 +17,14 @@ uint32_t& timeout_nesting_word()
 
 timeout_nesting_scope::timeout_nesting_scope() : on_main_thread_(is_main_thread())
 {
-    if (on_main_thread_) {
-        ++nesting_word;
+    if (!on_main_thread_) {
+        return;
     }
+    if (counting_process != process_id()) {
+        counting_process = process_id();
+        nesting_word = 0;
+    }
+    ++nesting_word;
 }
 
 timeout_nesting_scope::~timeout_nesting_scope()

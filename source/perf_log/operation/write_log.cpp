@@ -189,6 +189,7 @@ void insert_into_single_tree(log_context& context, const op_event& event, agg_no
 {
     key.single_trace = 1;
     key.hash_code = ostrum_hash_aggr_node(&key);
+    context.frames[context.depth].key_hash = key.hash_code;
     if (insert_agg_node(context.single_tree, context.frames, &key, context.depth, nullptr) == BT_FAIL) {
         err_print("write_log : error inserting single tree - level[%d] opcode[%d]\n", context.depth,
                   key.opcode);
@@ -203,7 +204,8 @@ void enter_nodes(log_context& context, const op_event& event, const cpu_times& c
     begin_frame(context, event, cpu);
     if (aggregate) {
         const agg_node* node = find_or_insert_path(context, key);
-        context.frames[context.depth].key_hash = node != nullptr ? node->hash_code : 0;
+        context.frames[context.depth].key_hash =
+            node != nullptr ? node->hash_code : ostrum_hash_aggr_node(&key);
         dump_key(key, context, event, "ENTER");
     }
     if (context.single_tree_active) {
@@ -341,7 +343,8 @@ void log_end(log_context& context, const op_event& event)
     } else if (context.depth >= 0) {
         end_open_frame(context, event);
     } else {
-        // An end without a start: nothing to measure, but what is due is flushed all the same.
+        // An end without a start: nothing to measure, but it is shown, and what is due is flushed.
+        trace_flist(context, event, flist_direction::out);
         flush_between_operations(context, event.now_tv);
     }
 }

@@ -154,10 +154,14 @@ int32_t perf_flush_aggregation_tree(const char* path, bt_tree* tree, int32_t pid
         err_print("perf_flush_aggregation_tree : no fpath provided\n");
         return -1;
     }
+    if (tree == nullptr) {
+        err_print("__flush_aggregation_tree_to_file : failed writing to file\n");
+        return -1;
+    }
     const bool to_stdout = strcmp(path, "-") == 0;
     unique_fd file;
     if (to_stdout) {
-        fflush(stdout); // what the host has printed stays in front
+        os::flush_stream(stdout); // what the host has printed stays in front
     } else {
         file = open_for_appending(path);
         if (!file) {

@@ -11,6 +11,9 @@
 //   opname OPCODE | print TEXT...
 //   repeat N {..}                      thread {..}, threads N {..}: run at the same time and joined
 //   spawn {..}                         a thread that nobody waits for
+//   cancel_point                       where a cancelled thread ends
+//   cancel N {..}                      N times: a thread that runs the block is cancelled while it does
+//   descriptors                        prints "descriptors=NUMBER" that are open
 //   fork {..}                          the child runs the block and exits 0; prints "child=STATUS"
 //   sleep MS | select MS               the latter in ostrum_select without descriptors
 //   raise SIG | on_signal SIG {..}     SIG as in HUP
@@ -35,6 +38,8 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -269,6 +274,33 @@ void run_threads(const command& c)
     }
 }
 
+// The moment of each cancellation is another one, within the first half millisecond.
+void cancel_threads(const command& c)
+{
+    for (int n = 0; n < number(c, 0); ++n) {
+        pthread_t thread{};
+        pthread_create(
+            &thread, nullptr,
+            [](void* block) -> void* {
+                run(*static_cast<const script*>(block));
+                return nullptr;
+            },
+            const_cast<script*>(&c.block));
+        std::this_thread::sleep_for(std::chrono::microseconds(n * 7 % 500));
+        pthread_cancel(thread);
+        pthread_join(thread, nullptr);
+    }
+}
+
+void count_descriptors()
+{
+    int count = 0;
+    for (int fd = 0; fd < 1024; ++fd) {
+        count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
+    }
+    dprintf(STDOUT_FILENO, "descriptors=%d\n", count);
+}
+
 void run_child(const command& c)
 {
     const pid_t child = fork();
@@ -333,6 +365,9 @@ const auto& others = *new std::map<std::string, std::function<void(const command
          run_threads({c.name, {}, c.block});
      }},
     {"threads", run_threads},
+    {"cancel", cancel_threads},
+    {"cancel_point", [](const command&) { pthread_testcancel(); }},
+    {"descriptors", [](const command&) { count_descriptors(); }},
     {"spawn", [](const command& c) { std::thread([&c] { run(c.block); }).detach(); }},
     {"fork", run_child},
     {"sleep", [](const command& c) { std::this_thread::sleep_for(std::chrono::milliseconds(number(c, 0))); }},
