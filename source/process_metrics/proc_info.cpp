@@ -27,16 +27,6 @@ void add_to_sum(proc_stat& sum, const proc_stat& sample)
     sum.rss += sample.rss;
 }
 
-// A child that has ended meanwhile is a zero record, which counts and adds nothing.
-void add_child(proc_info& info, int32_t pid, const units& system)
-{
-    if (info.count < max_sampled_processes) {
-        proc_stat& record = info.records[info.count++];
-        record = get_proc_stat(pid, system.ticks_per_second, system.page_bytes);
-        add_to_sum(info.sum, record);
-    }
-}
-
 // Reads a line of numbers piece by piece.
 class number_line {
 public:
@@ -86,7 +76,9 @@ private:
     bool ended_ = false;
 };
 
-void sample_children(int32_t pid, proc_info& info, const units& system)
+// The children's pids, into the records that their samples will replace: the list is read without a pause,
+// because one that ends meanwhile shifts the rest of it.
+void list_children(int32_t pid, proc_info& info)
 {
     char path[64];
     snprintf(path, sizeof(path), "/proc/%d/task/%d/children", pid, pid);
@@ -95,8 +87,18 @@ void sample_children(int32_t pid, proc_info& info, const units& system)
         return;
     }
     number_line children(file);
-    for (int32_t child = 0; children.next(child);) {
-        add_child(info, child, system);
+    for (int32_t child = 0; info.count < max_sampled_processes && children.next(child);) {
+        info.records[info.count++].pid = child;
+    }
+}
+
+// A child that has ended meanwhile is a zero record, which counts and adds nothing.
+void sample_children(proc_info& info, const units& system)
+{
+    for (int32_t i = 1; i < info.count; ++i) {
+        proc_stat& record = info.records[i];
+        record = get_proc_stat(record.pid, system.ticks_per_second, system.page_bytes);
+        add_to_sum(info.sum, record);
     }
 }
 
@@ -133,7 +135,8 @@ void get_proc_info(int32_t pid, proc_info* out)
     }
     out->count = 1;
     out->sum = out->records[0];
-    sample_children(pid, *out, system);
+    list_children(pid, *out);
+    sample_children(*out, system);
     print_all(*out);
 }
 

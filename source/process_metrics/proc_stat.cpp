@@ -131,6 +131,13 @@ void read_text(const unique_fd& file, char (&text)[line_bytes])
     text[length > 0 ? length : 0] = '\0';
 }
 
+// Not strerror(), which takes a lock of the locale's and may allocate.
+const char* text_of(int error)
+{
+    const char* text = strerrordesc_np(error);
+    return text != nullptr ? text : "";
+}
+
 int64_t ticks_to_tv(int64_t ticks, int64_t ticks_per_second)
 {
     return static_cast<int64_t>(static_cast<uint64_t>(ticks) * tv_per_s) / ticks_per_second;
@@ -152,7 +159,7 @@ proc_stat get_proc_stat(int32_t pid, int64_t ticks_per_second, int64_t page_byte
     const int32_t found = scan_line(line, values);
     if (found != count_of_values || errno != 0) {
         err_print("get_proc_stat : expected[%d] got[%d] errno[%d](%s)\n", static_cast<int>(count_of_values),
-                  found, errno, strerror(errno));
+                  found, errno, text_of(errno));
         return {};
     }
     return {static_cast<int32_t>(values[pid_value]),

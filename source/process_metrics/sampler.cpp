@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "config/settings.h"
-#include "data_file/data_file.h"
+#include "data_file/locks.h"
 #include "os/os_calls.h"
 #include "process_metrics/metrics_area.h"
 #include "process_metrics/proc_info.h"
@@ -96,6 +96,15 @@ bool sample_when_due(sampler_state& sampler, process_metrics_area& out)
     return due;
 }
 
+// What the first use of a lock sets up must not be left to the handler, which may interrupt that very use.
+void use_metrics_lock_once()
+{
+    rt_info* handle = __ostrum_get_data_file_handle();
+    if (handle != nullptr && lock_slot_acquire(handle->image->locks[DATA_FILE_LOCK_METRICS], 0)) {
+        lock_slot_release(handle->image->locks[DATA_FILE_LOCK_METRICS]);
+    }
+}
+
 void sample_and_publish()
 {
     rt_info* handle = __ostrum_get_data_file_handle();
@@ -120,7 +129,8 @@ void install_sampler_when_asked()
     if (debug_on(debug_general)) {
         debug_print("perf_log_init : installing 'ostrum_get_process_data' for signal[%d](SIGHUP)\n", SIGHUP);
     }
-    __set_signal_handler(SIGHUP, ostrum_get_proc_data);
+    use_metrics_lock_once();
+    (void)__set_signal_handler(SIGHUP, ostrum_get_proc_data);
 }
 
 void renew_sampler_after_fork()
