@@ -29,7 +29,8 @@ struct context_list {
     list_entry* head = nullptr;
     list_entry* buckets[bucket_count] = {};
     uint64_t visits = 0;
-    bool closed = false; // exit has begun
+    bool closed = false;              // exit has begun
+    list_entry* left_alone = nullptr; // of the processes that this one was forked from
 };
 constinit context_list the_list;
 
@@ -148,15 +149,19 @@ log_context* find_or_make(log_context* existing, int32_t pid, int32_t key, bool&
     return existing != nullptr ? link_new_entry(existing, pid, key) : make_and_link(pid, key);
 }
 
-// The contexts of the parent's other threads mean nothing in a child, but their files are open in it. One
-// that was in use at the fork is left alone.
-void close_inherited_files()
+// The contexts of the parent's other threads mean nothing in a child, but their files are open in it.
+// They are closed, but for those of a context that was in use at the fork; nothing is freed.
+void leave_inherited_contexts_alone()
 {
-    for (const list_entry* entry = the_list.head; entry != nullptr; entry = entry->next) {
-        if (!is_held(entry->context->lock)) {
-            close_files(*entry->context);
+    list_entry** last = &the_list.head;
+    for (; *last != nullptr; last = &(*last)->next) {
+        log_context& context = *(*last)->context;
+        if (!is_held(context.lock)) {
+            close_files(context);
         }
     }
+    *last = the_list.left_alone;
+    the_list.left_alone = the_list.head;
 }
 
 } // namespace
@@ -169,7 +174,7 @@ void initialise_context_list()
 void empty_list_after_fork()
 {
     if (pthread_mutex_trylock(&the_list.mutex) == 0) { // else another thread was in the midst of a change
-        close_inherited_files();
+        leave_inherited_contexts_alone();
     }
     pthread_mutex_init(&the_list.mutex, nullptr);
     the_list.head = nullptr;
