@@ -11,7 +11,7 @@ namespace {
 
 constexpr int64_t minute_s = 60;
 constexpr int64_t day_s = 86'400;
-constexpr int64_t years_ahead_s = 5 * 366 * day_s;
+constexpr int64_t years_ahead_s = day_s * 366 * 5;
 constexpr int64_t step_s = 14 * day_s; // no zone changes back and forth within less
 constexpr size_t most_spans = 24;
 

@@ -158,13 +158,22 @@ void begin_frame(log_context& context, const op_event& event, const cpu_times& c
     frame.own.total_calls = start_marker;
 }
 
+// The tree that the nodes of a level are in; null below a caller that has called nothing yet.
+const bt_tree* tree_of_level(const trace_source& trace, int32_t level, const agg_node* caller)
+{
+    if (level == 0) {
+        return trace.tree;
+    }
+    return caller != nullptr ? caller->sub_opcode_tree : nullptr;
+}
+
 // The node of the key's path in the aggregation tree, new or known; null when memory is short.
 agg_node* find_or_insert_path(log_context& context, agg_node& key)
 {
     trace_source& trace = context.trace;
     const int32_t level = context.depth;
     const agg_node* caller = level > 0 ? context.frames[level - 1].node : nullptr;
-    const bt_tree* tree = level == 0 ? trace.tree : caller != nullptr ? caller->sub_opcode_tree : nullptr;
+    const bt_tree* tree = tree_of_level(trace, level, caller);
     agg_node* node = find_hinted(context.hints, trace.tree_generation, tree, key);
     if (node != nullptr) {
         node->caller_ref_1 = key.caller_ref_1;
@@ -181,7 +190,7 @@ agg_node* find_or_insert_path(log_context& context, agg_node& key)
         ++trace.new_node_count;
     }
     // The first call from a caller has made the tree of its callees.
-    remember_path(context.hints, level == 0 ? trace.tree : caller->sub_opcode_tree, key, node);
+    remember_path(context.hints, tree_of_level(trace, level, caller), key, node);
     return node;
 }
 
