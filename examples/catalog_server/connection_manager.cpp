@@ -1,5 +1,6 @@
 #include "connection_manager.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -16,13 +17,14 @@
 #include "connection_worker.h"
 #include "data_manager.h"
 #include "idle_wait.h"
+#include "process_figures.h"
 #include "process_signals.h"
 
 namespace catalog {
 namespace {
 
 constexpr const char* data_manager_path = "data_manager.sock";
-constexpr int stop_patience_s = 15; // longer than any message may take
+constexpr std::chrono::seconds stop_patience{15}; // longer than any message may take
 
 // A child process that runs `body` and ends with its result; it is told to stop when the parent is gone.
 template <class Body>
@@ -91,12 +93,13 @@ private:
     }
     void serve()
     {
+        publishing_clock clock(connection_manager_part);
         for (;;) {
             idle_wait wait;
             wait.add(signals_);
             if (static_cast<int>(workers_.size()) < options_.max_workers)
                 wait.add(listener_);
-            wait.wait();
+            wait.wait(clock.left());
             const pending_signals pending = wait.ready(signals_) ? take_signals(signals_) : pending_signals{};
             if (pending.child_changed)
                 reap();
@@ -104,6 +107,8 @@ private:
                 return;
             if (wait.ready(listener_))
                 start_worker();
+            if (clock.due())
+                publish_connection_manager();
         }
     }
     void start_worker()
@@ -150,7 +155,7 @@ private:
         for (reap(); !done(); reap()) {
             idle_wait wait;
             wait.add(signals_);
-            if (!wait.wait(stop_patience_s)) {
+            if (!wait.wait(stop_patience)) {
                 kill_all();
                 return;
             }

@@ -14,6 +14,7 @@
 
 #include "idle_wait.h"
 #include "operations.h"
+#include "process_figures.h"
 #include "process_signals.h"
 #include "traced.h"
 
@@ -86,25 +87,26 @@ private:
 };
 
 // One request from the socket, answered. False when the connection is to be closed.
-bool serve(catalog_store& store, const worker_connection& connection)
+bool serve(catalog_store& store, service_figures& figures, const worker_connection& connection)
 try {
     const list_ptr request = receive_message(connection.socket);
     if (!request)
         return false;
-    const list_ptr reply = answer(store, request.get());
+    const list_ptr reply = answer(store, figures, request.get());
     send_message(connection.socket, reply.get());
     return true;
 } catch (const std::exception& error) {
+    ++figures.connections_failed;
     std::fprintf(stderr, "data manager: connection dropped: %s\n", error.what());
     return false;
 }
 
-void run_pool_thread(exchange& requests, const std::string& database, int32_t key)
+void run_pool_thread(exchange& requests, service_figures& figures, const std::string& database, int32_t key)
 try {
     catalog_store store(database);
     const trace_key own_key(key);
     while (worker_connection* connection = requests.next()) {
-        connection->closed = !serve(store, *connection);
+        connection->closed = !serve(store, figures, *connection);
         requests.give_back(connection);
     }
 } catch (const std::exception& error) {
@@ -114,10 +116,12 @@ try {
 
 class thread_pool {
 public:
-    thread_pool(exchange& requests, const std::string& database, int threads) : requests_(requests)
+    thread_pool(exchange& requests, service_figures& figures, const std::string& database, int threads)
+        : requests_(requests)
     {
         for (int32_t key = 1; key <= threads; ++key)
-            threads_.emplace_back([&requests, database, key] { run_pool_thread(requests, database, key); });
+            threads_.emplace_back(
+                [&requests, &figures, database, key] { run_pool_thread(requests, figures, database, key); });
     }
     ~thread_pool()
     {
@@ -133,10 +137,11 @@ private:
     std::vector<std::thread> threads_;
 };
 
-void serve_until_stopped(const unique_fd& listener, exchange& requests,
+void serve_until_stopped(const unique_fd& listener, exchange& requests, service_figures& figures,
                          std::list<worker_connection>& connections)
 {
     const unique_fd signals = open_signal_fd();
+    publishing_clock clock(data_manager_part);
     for (;;) {
         idle_wait wait;
         wait.add(listener);
@@ -146,7 +151,7 @@ void serve_until_stopped(const unique_fd& listener, exchange& requests,
             if (!connection.busy)
                 wait.add(connection.socket);
         }
-        wait.wait();
+        wait.wait(clock.left());
         if (wait.ready(signals) && take_signals(signals).stop)
             return;
         for (worker_connection& connection : connections) {
@@ -160,9 +165,14 @@ void serve_until_stopped(const unique_fd& listener, exchange& requests,
         connections.remove_if(
             [](const worker_connection& connection) { return !connection.busy && connection.closed; });
         if (wait.ready(listener)) {
-            if (unique_fd socket = accept_connection(listener); socket.get() >= 0)
+            if (unique_fd socket = accept_connection(listener); socket.get() >= 0) {
                 connections.emplace_back().socket = std::move(socket);
+                ++figures.connections_total;
+            }
         }
+        figures.connections_open = connections.size();
+        if (clock.due())
+            publish_data_manager(figures);
     }
 }
 
@@ -171,9 +181,11 @@ void serve_until_stopped(const unique_fd& listener, exchange& requests,
 int run_data_manager(unique_fd listener, const std::string& database, int threads)
 try {
     exchange requests;
+    service_figures figures;
+    figures.transactions_max = static_cast<uint64_t>(threads);
     std::list<worker_connection> connections; // a list: the pool holds addresses
-    const thread_pool pool(requests, database, threads);
-    serve_until_stopped(listener, requests, connections);
+    const thread_pool pool(requests, figures, database, threads);
+    serve_until_stopped(listener, requests, figures, connections);
     return 0;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "data manager: %s\n", error.what());

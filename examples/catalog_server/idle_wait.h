@@ -2,6 +2,7 @@
 #define CATALOG_IDLE_WAIT_H
 // The idle wait of every process here: the tracing library's select, which also flushes what is due.
 #include <cerrno>
+#include <chrono>
 #include <stdexcept>
 #include <system_error>
 
@@ -23,12 +24,13 @@ public:
         FD_SET(fd.get(), &set_);
         highest_ = fd.get() > highest_ ? fd.get() : highest_;
     }
-    // False when the time (seconds; below 0: for ever) is over.
-    bool wait(int seconds = -1)
+    // False when the time is over; below 0: wait for ever.
+    bool wait(std::chrono::milliseconds time = std::chrono::milliseconds(-1))
     {
-        timeval limit{seconds, 0};
+        const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+        timeval limit{seconds.count(), std::chrono::microseconds(time - seconds).count()};
         const int ready =
-            ostrum_select(highest_ + 1, &set_, nullptr, nullptr, seconds < 0 ? nullptr : &limit);
+            ostrum_select(highest_ + 1, &set_, nullptr, nullptr, time.count() < 0 ? nullptr : &limit);
         if (ready < 0)
             throw std::system_error(errno, std::generic_category(), "select");
         return ready > 0;

@@ -44,13 +44,31 @@ bool keeps_its_work(const operation_result& result)
     return result.error.errnum == 0 || result.error.errnum == err_unresolved;
 }
 
-std::unique_lock<std::mutex> writers_turn(const operation_entry& entry)
+std::unique_lock<std::mutex> writers_turn(service_figures& figures, const operation_entry& entry)
 {
     if (!entry.writes)
         return {};
+    const counted waiting(figures.transactions_waiting);
     const traced_function step("wait_for_writers_turn");
     return std::unique_lock(writers);
 }
+
+// A transaction in the figures, while it is open and by how it ended.
+class counted_transaction {
+public:
+    explicit counted_transaction(service_figures& figures)
+        : figures_(figures), open_(figures.transactions_open)
+    {}
+    ~counted_transaction() { ++(committed_ ? figures_.transactions_done : figures_.transactions_failed); }
+    void committed() { committed_ = true; }
+    counted_transaction(const counted_transaction&) = delete;
+    counted_transaction& operator=(const counted_transaction&) = delete;
+
+private:
+    service_figures& figures_;
+    counted open_;
+    bool committed_ = false;
+};
 
 void commit(store_transaction& transaction)
 {
@@ -61,13 +79,16 @@ void commit(store_transaction& transaction)
 operation_result run_in_transaction(operation_context& context, const operation_entry& entry,
                                     qel_flist_t* request)
 {
-    const std::unique_lock turn = writers_turn(entry);
+    const std::unique_lock turn = writers_turn(context.figures, entry);
+    counted_transaction counting(context.figures);
     store_transaction transaction(context.store, entry.writes ? store_transaction::kind::write
                                                               : store_transaction::kind::read);
     context.in_transaction = true;
     operation_result result = entry.run(context, request);
-    if (keeps_its_work(result))
+    if (keeps_its_work(result)) {
         commit(transaction);
+        counting.committed();
+    }
     return result;
 }
 
@@ -99,13 +120,14 @@ operation_result run_operation(operation_context& context, uint32_t opcode, qel_
     traced_operation traced(opcode, entry->name, request, where);
     operation_result result = run_contained(context, *entry, request);
     traced.finish(result.reply.get(), result.error, result.from_cache);
+    ++(result.error.errnum == 0 ? context.figures.operations_done : context.figures.operations_failed);
     return result;
 }
 
-list_ptr answer(catalog_store& store, qel_flist_t* request)
+list_ptr answer(catalog_store& store, service_figures& figures, qel_flist_t* request)
 {
     set_correlation(get_text(request, fld_correlation).value_or(""));
-    operation_context context{store};
+    operation_context context{store, figures};
     const auto opcode = static_cast<uint32_t>(get_int(request, fld_opcode).value_or(0));
     operation_result result = run_operation(context, opcode, request);
     list_ptr reply = result.reply ? std::move(result.reply) : make_list();

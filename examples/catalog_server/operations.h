@@ -8,6 +8,7 @@
 
 #include "catalog_store.h"
 #include "field_list.h"
+#include "process_figures.h"
 #include "traced.h"
 
 namespace catalog {
@@ -22,6 +23,7 @@ struct operation_result {
 // One thread's means of running operations.
 struct operation_context {
     catalog_store& store;
+    service_figures& figures;
     bool in_transaction = false;
     // Names already resolved in the transaction that is open; emptied with it.
     std::unordered_map<std::string, int64_t> resolved{};
@@ -37,7 +39,7 @@ operation_result run_operation(operation_context& context, uint32_t opcode, qel_
 
 // The whole answer to a message from outside: takes over its correlation, runs it and puts the error, if
 // any, into the reply.
-list_ptr answer(catalog_store& store, qel_flist_t* request);
+list_ptr answer(catalog_store& store, service_figures& figures, qel_flist_t* request);
 
 } // namespace catalog
 #endif

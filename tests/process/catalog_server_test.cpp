@@ -1,0 +1,137 @@
+// The sample server with the library's services switched on: its processes, its client and the monitor.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <thread>
+
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/run_command.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+bool comes_true(const std::function<bool()>& condition)
+{
+    for (int tries = 0; tries < 1000; ++tries) {
+        if (condition()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
+class CatalogServer : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        server_ = fork();
+        if (server_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGTERM);
+            const char* const settings[][2] = {{"OSTRUM_VAR_TIME", "3"},
+                                               {"OSTRUM_ASYNC_FLUSHING", "1"},
+                                               {"OSTRUM_FLUSH_FREQUENCY", "1"},
+                                               {"OSTRUM_STATUS_CHECK_FREQUENCY", "0.05"},
+                                               {"OSTRUM_GET_PROCESS_DATA", "3"}};
+            for (const auto& [key, value] : settings) {
+                setenv(key, value, 1);
+            }
+            execl(CATALOG_SERVER, "catalog_server", "--run-dir", dir_.path().c_str(), nullptr);
+            _exit(97);
+        }
+        ASSERT_TRUE(comes_true([&] { return !dir_.files_ending("catalog.port").empty(); }));
+        ASSERT_EQ(client("load " CATALOG_DATA "/packages.status").exit_status, 0);
+    }
+    void TearDown() override
+    {
+        int status = -1;
+        kill(server_, SIGTERM);
+        const bool ended = comes_true([&] { return waitpid(server_, &status, WNOHANG) == server_; });
+        EXPECT_TRUE(ended);
+        EXPECT_EQ(status, 0);
+        if (!ended) {
+            kill(server_, SIGKILL);
+            waitpid(server_, nullptr, 0);
+        }
+    }
+    [[nodiscard]] command_run client(const std::string& words) const
+    {
+        return run_command(CATALOG_CLIENT " " + dir_.file("catalog.port") + " " + words);
+    }
+    [[nodiscard]] command_run monitor(const std::string& options = "") const
+    {
+        return run_command(OSTRUM_MONITOR " " + options + " " + dir_.file("ostrum_data.dat"));
+    }
+    void steer(const std::string& options) const
+    {
+        EXPECT_EQ(monitor(options).exit_status, 0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // longer than the status check interval
+    }
+    // Of the data manager's pool threads, whose thread id shows as 0.
+    [[nodiscard]] std::string field_list_trace() const
+    {
+        std::string text;
+        for (const std::string& file : dir_.files_ending(".flog.txt")) {
+            text += file.find("_0.") != std::string::npos ? temp_dir::read(file) : "";
+        }
+        return text;
+    }
+
+    const temp_dir dir_;
+    pid_t server_ = -1;
+};
+
+} // namespace
+
+TEST_F(CatalogServer, BothProcessesPublishTheirMetrics)
+{
+    EXPECT_EQ(client("query 1 40").exit_status, 0);
+    command_run shown;
+    EXPECT_TRUE(comes_true([&] {
+        shown = monitor();
+        return shown.figure("child processes") == 0 && shown.figure("connections: open") == 0 &&
+               shown.figure("in total") == 2; // the loading client's and the other's
+    })) << shown.output;
+    EXPECT_GE(shown.figure("threads"), 6) << "main, 4 of the pool, the flusher";
+    EXPECT_GT(shown.figure("shared memory: size 0\n used"), 0) << "SQLite's heap";
+    EXPECT_GE(shown.figure("\n most used"), shown.figure("\n used"));
+    EXPECT_EQ(shown.figure(" limit"), 4);
+    EXPECT_EQ(shown.figure("transactions: open"), 0);
+    EXPECT_GT(shown.figure("limit 4\n done"), 30) << "of the 40 questions some are refused";
+    EXPECT_GT(shown.figure("operations: done"), 150) << "as many packages were created";
+
+    kill(server_, SIGHUP); // publishes too, and must not end anything
+    EXPECT_TRUE(comes_true([&] {
+        shown = monitor();
+        return shown.figure("child processes") > 0;
+    })) << shown.output;
+    EXPECT_EQ(shown.figure("connections: open"), 0) << "the data manager's figures stay";
+}
+
+TEST_F(CatalogServer, TracesFieldListsOfChosenOperationsWhileTheFileSaysSo)
+{
+    steer("-s trace_opcodes=40 -s flist_on=1");
+    EXPECT_EQ(client("query 1 20").exit_status, 0);
+    const std::string lines = field_list_trace();
+    EXPECT_NE(lines.find("<opcode_end op_link>"), std::string::npos) << lines;
+    EXPECT_EQ(lines.find("op_write("), std::string::npos) << "not chosen";
+    EXPECT_EQ(lines.find("== "), std::string::npos);
+
+    steer("-s flist_on=2");
+    EXPECT_EQ(client("query 1 20").exit_status, 0);
+    const std::string blocks = field_list_trace().substr(lines.size());
+    EXPECT_NE(blocks.find("== OUT[op_link]"), std::string::npos) << blocks;
+    EXPECT_NE(blocks.find("\"nothing-provides-this|nor-this\""), std::string::npos) << blocks;
+    EXPECT_NE(blocks.find("ERROR_STATUS[202]"), std::string::npos) << blocks;
+
+    steer("-s flist_on=0");
+    const size_t size = field_list_trace().size();
+    EXPECT_EQ(client("query 1 20").exit_status, 0);
+    EXPECT_EQ(field_list_trace().size(), size);
+}
