@@ -1,0 +1,303 @@
+// Slow operations: when an alarm is raised, what its record holds, and the files.
+#include "support/tracing_fixture.h"
+
+#include "perf_log/flush/alarm_detection.h"
+#include "perf_log/flush/async_flusher.h"
+#include "perf_log/flush/timed_flush.h"
+#include "perf_log/output/alarm_file.h"
+#include "util/diagnostics.h"
+
+// For the platform's users.
+extern "C" QEL_API void qellog_set_correlation(const char* text);
+
+using namespace ostrum;
+
+class Alarms : public tracing_fixture {
+protected:
+    static void SetUpTestSuite() { ASSERT_EQ(create_context_key(nullptr), 0); }
+    Alarms() { set_variable("time_on", "3"); }
+    ~Alarms() override { drop_context(); }
+
+    // The limits of the operation in progress; nothing in the library attaches them.
+    void attach(std::initializer_list<alarm_limit> limits)
+    {
+        entry_ = {};
+        for (const alarm_limit& limit : limits) {
+            entry_.limits[entry_.limit_count] = limit;
+            entry_.limits[entry_.limit_count].index = entry_.limit_count;
+            ++entry_.limit_count;
+        }
+        context().alarms = &entry_;
+    }
+    static alarm_limit limit_of(int64_t threshold_tv, uint32_t flags, const char* severity = "SLOW",
+                                int32_t bytes = 0)
+    {
+        alarm_limit limit{threshold_tv, 0, flags, bytes, ""};
+        snprintf(limit.severity, sizeof(limit.severity), "%s", severity);
+        return limit;
+    }
+    void run_slow(int64_t elapsed_tv)
+    {
+        start({.opcode = 3});
+        context().next_alarm_tv = alarm_bucket_get_next_time(&context(), ostrum_now_tv());
+        fake_os::advance_clock(elapsed_tv);
+        end({.opcode = 3});
+    }
+    std::string text_of(const std::string& end) const
+    {
+        std::string text;
+        for (const std::string& file : dir_.files_ending(end)) {
+            text += temp_dir::read(file);
+        }
+        return text;
+    }
+
+    alarm_entry entry_{};
+};
+
+TEST_F(Alarms, TheNextTimeIsThatOfTheFirstLimitAhead)
+{
+    EXPECT_EQ(alarm_bucket_get_next_time(&context(), begin_s * second), 0);
+    EXPECT_EQ(context().alarm_at, nullptr);
+    start({.opcode = 3});
+    const int64_t begun_tv = context().frames[0].start_tv;
+    const auto next_after = [&](int64_t elapsed_tv) {
+        const int64_t next_tv = alarm_bucket_get_next_time(&context(), begun_tv + elapsed_tv);
+        return next_tv == 0 ? 0 : next_tv - begun_tv;
+    };
+    attach({limit_of(10 * ms, 1)});
+    EXPECT_EQ(next_after(0), 0) << "one limit is decided at the end";
+    EXPECT_EQ(context().alarm_at, &entry_.limits[0]);
+    settings_for_startup().alarm_log_at_limit = 1;
+    EXPECT_EQ(next_after(0), 10 * ms);
+
+    attach({limit_of(10 * ms, 1), limit_of(30 * ms, 1), limit_of(100 * ms, 1 | alarm_recurring)});
+    EXPECT_EQ(next_after(9 * ms), 10 * ms);
+    EXPECT_EQ(next_after(10 * ms), 30 * ms) << "a limit that is reached is passed";
+    EXPECT_EQ(context().alarm_at, &entry_.limits[1]);
+    EXPECT_EQ(next_after(250 * ms), 300 * ms) << "the next whole multiple";
+    EXPECT_EQ(next_after(300 * ms), 400 * ms);
+    entry_.limits[2].flags = 1;
+    EXPECT_EQ(next_after(250 * ms), 0);
+    EXPECT_EQ(context().alarm_at, &entry_.limits[2]);
+    entry_.limits[2] = limit_of(0, alarm_recurring);
+    EXPECT_EQ(next_after(250 * ms), 0) << "nothing divides by zero";
+
+    // Parts that were flushed while the call went on count.
+    context().frames[0].own = {};
+    context().frames[0].own.total_tv = 8 * ms;
+    EXPECT_EQ(next_after(3 * ms), 30 * ms - 8 * ms);
+    context().alarms = nullptr;
+    end({.opcode = 3});
+}
+
+TEST_F(Alarms, AtTheEndTheLimitThatWasPassedCounts)
+{
+    const struct {
+        int64_t elapsed_tv;
+        const char* severity; // null: no alarm
+    } cases[] = {{10 * ms, nullptr},
+                 {10 * ms + 1, "FIRST"},
+                 {30 * ms, "FIRST"},
+                 {31 * ms, "SECOND"},
+                 {5 * ms, nullptr}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.elapsed_tv);
+        attach({limit_of(10 * ms, 1, "FIRST"), limit_of(30 * ms, 1, "SECOND")});
+        const int64_t before = count_of(text_of(".alarm.txt"), "=== ALARM_AT");
+        start({.opcode = 3});
+        context().alarm_at = &entry_.limits[c.elapsed_tv > 30 * ms ? 1 : c.elapsed_tv > 10 * ms ? 1 : 0];
+        fake_os::advance_clock(c.elapsed_tv);
+        end({.opcode = 3});
+        const std::string text = text_of(".alarm.txt");
+        EXPECT_EQ(count_of(text, "=== ALARM_AT") - before, c.severity != nullptr ? 1 : 0);
+        if (c.severity != nullptr) {
+            EXPECT_NE(text.rfind("SEVERITY[" + std::string(c.severity) + "]"), std::string::npos);
+        }
+    }
+    attach({limit_of(ms, 0, "NONE")}); // a threshold without an alarm
+    const std::string before = text_of(".alarm.txt");
+    run_slow(2 * ms);
+    EXPECT_EQ(text_of(".alarm.txt"), before);
+}
+
+TEST_F(Alarms, BothFormsAreWrittenToTheLetter)
+{
+    qellog_set_correlation("order 7");
+    attach({limit_of(2500 * ms, alarm_raised | alarm_full_stack, "MAJOR")});
+    context();
+    fake_os::freeze_clock(begin_s * second + 3);
+    const auto write = [&] {
+        context().alarm_at = &entry_.limits[0];
+        start({.opcode = 3, .name = "op_three", .flags = 2, .line = 7});
+        fake_os::advance_clock(second);
+        start({.opcode = 0, .name = "fn", .file = "sql.c", .line = 77});
+        fake_os::advance_clock(2 * second);
+        write_alarm(&context(), &entry_.limits[0], alarm_type::interim, 3 * second, ostrum_now_tv());
+        context().alarm_at = nullptr;
+        end({});
+        end({});
+    };
+    write();
+    EXPECT_EQ(
+        text_of(".alarm.txt"),
+        "=== ALARM_AT[2025/11/15 13:15:03.000000] TYPE[interim] ELAPSED[3.000000000] > S[2.500000000] "
+        "MS[2500] "
+        "SEVERITY[MAJOR] CORRELATION_ID[order 7]\n"
+        "OPCODE(3)[op_three] STARTED_AT[2025/11/15 13:15:00.000000] FLAGS[0x2] FILENAME[host.c] LINENO[7] "
+        "LVL/TOP/SEQ[001/0000000001/0000000001]\n"
+        "OPCODE(0)[fn] STARTED_AT[2025/11/15 13:15:01.000000] FLAGS[0] FILENAME[sql.c] LINENO[77] "
+        "LVL/TOP/SEQ[002/0000000001/0000000002]\n");
+    EXPECT_EQ(dir_.files_ending(".alarm.txt")[0], dir_.path() + "/" + std::to_string(getpid()) + "_" +
+                                                      std::to_string(context().trace.tid) +
+                                                      ".20251115_131500.20251115_133000.alarm.txt");
+
+    entry_.limits[0].flags = alarm_raised | alarm_tagged | alarm_log_flist;
+    context().alarm_file.reset();
+    write();
+    EXPECT_EQ(
+        text_of(".alarm.xml"),
+        "<alarm type=\"interim\" alarm_t=\"1763212506.000000003\" alarm_time=\"15/11/2025 13:15:06.000000\" "
+        "elapsed=\"3.000000000\" threshold=\"2.500000000\" severity=\"MAJOR\">\n"
+        "  <correlation_id>order 7</correlation_id>\n"
+        "  <opcode_seq>3</opcode_seq>\n"
+        "  <opcode id=\"3\" name=\"op_three\" level=\"0\">\n"
+        "    <start_t>1763212503.000000003</start_t>\n"
+        "    <start_time>2025/11/15 13:15:03.000000</start_time>\n"
+        "    <filename>NAP</filename>\n"
+        "    <lineno>7</lineno>\n"
+        "    <input_flist></input_flist>\n"
+        "  </opcode>\n"
+        "</alarm>\n");
+}
+
+TEST_F(Alarms, TheTimedFlushRaisesInterimAlarmsAndLooksForTheNextLimit)
+{
+    attach({limit_of(10 * ms, 1, "FIRST"), limit_of(30 * ms, 1 | alarm_recurring, "SECOND")});
+    set_thread_slot(&context());
+    start({.opcode = 3});
+    context().next_alarm_tv = alarm_bucket_get_next_time(&context(), ostrum_now_tv());
+    int64_t raised = 0;
+    const int64_t expected[] = {0, 1, 1, 2, 2, 2, 3}; // after 5, 15, 25 ... ms
+    for (const int64_t alarms : expected) {
+        fake_os::advance_clock(raised++ == 0 ? 5 * ms : 10 * ms);
+        timeout_handler_func("test");
+        EXPECT_EQ(count_of(text_of(".alarm.txt"), "TYPE[interim]"), alarms) << raised;
+    }
+    context().alarm_at = nullptr;
+    end({.opcode = 3});
+    fake_os::advance_clock(second);
+    timeout_handler_func("test"); // outside an operation
+    EXPECT_EQ(count_of(text_of(".alarm.txt"), "TYPE[interim]"), 3);
+    set_thread_slot(nullptr);
+}
+
+TEST_F(Alarms, TheInputListIsRecordedUpToItsLimit)
+{
+    qel_errbuf_t eb{};
+    qel_flist_t* list = qel_flist_create(&eb);
+    const int32_t number = 4711;
+    qeli_flist_set(list, QEL_FLD(QEL_TYPE_INT, 0x170), 0, &number, &eb);
+    char* whole = perf_flist_str(list, 0);
+    ASSERT_NE(whole, nullptr);
+    EXPECT_NE(strstr(whole, "4711"), nullptr);
+    const auto length = static_cast<int32_t>(strlen(whole));
+    const struct {
+        int32_t max_bytes;
+        std::string expected;
+    } cases[] = {{length, whole},
+                 {length - 1, std::string("Too big to print\n").substr(0, static_cast<size_t>(length) - 2)},
+                 {1, ""},
+                 {5, "Too "}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.max_bytes);
+        char* text = perf_flist_str(list, c.max_bytes);
+        EXPECT_EQ(text, c.expected);
+        os::release(text);
+    }
+    EXPECT_EQ(perf_flist_str(nullptr, 0), nullptr);
+    for (const int32_t bytes : {0, 100}) {
+        fake_os::fail(fake_os::call::allocate, 1, ENOMEM);
+        EXPECT_NE(fake_os::captured_stderr([&] {
+                      EXPECT_EQ(perf_flist_str(list, bytes), nullptr);
+                  }).find("perf_flist_str : out of memory\n"),
+                  std::string::npos);
+    }
+
+    attach({limit_of(ms, alarm_raised | alarm_log_flist)});
+    context().alarm_at = &entry_.limits[0];
+    start({.opcode = 3});
+    context().frames[0].in_flist = list;
+    fake_os::advance_clock(2 * ms);
+    end({.opcode = 3});
+    EXPECT_NE(text_of(".alarm.txt").find("\nINPUT_FLIST:\n" + std::string(whole)), std::string::npos);
+    os::release(whole);
+    qel_flist_destroy(list, &eb);
+}
+
+TEST_F(Alarms, FilesAreKeptOpenOrSharedAsConfigured)
+{
+    attach({limit_of(ms, 1)});
+    context().alarm_mode = keep_alarm_file_open;
+    set_variable("alarm_on", "1");
+    context().alarm_at = &entry_.limits[0];
+    run_slow(2 * ms);
+    EXPECT_TRUE(static_cast<bool>(context().alarm_file)) << "until the next operation decides";
+    run_slow(2 * ms);
+    EXPECT_TRUE(static_cast<bool>(context().alarm_file));
+    set_variable("alarm_on", "0");
+    start({.opcode = 3});
+    EXPECT_FALSE(static_cast<bool>(context().alarm_file));
+    context().alarm_at = nullptr;
+    end({.opcode = 3});
+
+    settings_for_startup().single_file = true;
+    snprintf(settings_for_startup().single_file_base, path_bytes, "%s/all.7", dir_.path().c_str());
+    context().alarm_at = &entry_.limits[0];
+    run_slow(2 * ms);
+    EXPECT_EQ(
+        count_of(temp_dir::read(dir_.file("all.7.20251115_131500.20251115_133000.alarm.txt")), "=== ALARM"),
+        1);
+    EXPECT_FALSE(static_cast<bool>(context().alarm_file));
+
+    fake_os::fail(fake_os::call::open_file, 1, EACCES);
+    EXPECT_NE(fake_os::captured_stderr([&] {
+                  run_slow(2 * ms);
+              }).find("perf_alarm_persist : failed opening alarm file["),
+              std::string::npos);
+    fake_os::fail(fake_os::call::write_file, 1, ENOSPC);
+    EXPECT_NE(
+        fake_os::captured_stderr([&] { run_slow(2 * ms); }).find("perf_alarm_persist : failed writing alarm"),
+        std::string::npos);
+}
+
+TEST_F(Alarms, WithTheFlusherRecordsAreHandedOverAndWrittenNewestFirst)
+{
+    settings_for_startup().async_flushing = true;
+    attach({limit_of(ms, 1)});
+    context().alarm_at = &entry_.limits[0];
+    run_slow(2 * ms);
+    run_slow(3 * ms);
+    EXPECT_EQ(process_flush_record().alarm_count, 2);
+    EXPECT_EQ(text_of(".alarm.txt"), "");
+    process_flush_record().terminate = 1;
+    const std::string debug = fake_os::captured_stderr([] {
+        set_debug_bits(debug_detail);
+        perf_async_flusher(&process_flush_record());
+        set_debug_bits(0);
+    });
+    process_flush_record().terminate = 0;
+    settings_for_startup().async_flushing = false;
+    const std::string text = text_of(".alarm.txt");
+    EXPECT_LT(text.find("ELAPSED[0.003000000]"), text.find("ELAPSED[0.002000000]"));
+    for (const char* label : {"perf_async_debug_alarm :", "ALARM NODE[0x", "Alarm type     : [final]",
+                              "OPCODE STACK - DEPTH[1] of [1]", "Sequence     : [1/2/2](LVL/TOP/SEQ)"}) {
+        EXPECT_NE(debug.find(label), std::string::npos) << label;
+    }
+
+    fake_os::fail(fake_os::call::allocate, 1, ENOMEM);
+    const std::string errors = fake_os::captured_stderr(
+        [&] { write_alarm(&context(), &entry_.limits[0], alarm_type::final, ms, 1); });
+    EXPECT_NE(errors.find("perf_create_alarm_object : failed allocating "), std::string::npos);
+    EXPECT_NE(errors.find("write_alarm : failed creating alarm\n"), std::string::npos);
+}
