@@ -14,7 +14,7 @@ std::vector<std::string> row_of(const operation_counter& counter, output_format 
             printable(counter.program),
             source_text(counter.fname, counter.lineno),
             printable(counter.obj_type),
-            std::to_string(counter.db_number),
+            db_text(counter.db_number, format),
             std::to_string(counter.calls),
             std::to_string(counter.errors),
             std::to_string(counter.recs),

@@ -22,7 +22,7 @@ int run_errors(const arguments& given, const streams& to)
         table.add_row({std::to_string(error.count), std::to_string(error.errnum),
                        std::to_string(error.err_class), std::to_string(error.location),
                        operation_text(error.opname, error.opcode), printable(error.program),
-                       std::to_string(error.dbno)});
+                       db_text(error.dbno, format)});
     }
     if (format == output_format::text) {
         to.out << file.errors.size()

@@ -76,7 +76,7 @@ using detail_texts = std::array<std::string, 5>;
 detail_texts details_of(const path_key& key)
 {
     return {"flags " + std::to_string(key.flags), printable(key.program), source_text(key.fname, key.lineno),
-            printable(key.obj_type), "db " + std::to_string(key.db_num)};
+            printable(key.obj_type), "db " + db_text(key.db_num, output_format::text)};
 }
 
 // Labels the children of one node: name and number, and where several share these, also the parts in

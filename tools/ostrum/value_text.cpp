@@ -107,4 +107,15 @@ std::string source_text(const std::string& fname, int32_t lineno)
     return fname.empty() ? "" : printable(fname) + ":" + std::to_string(lineno);
 }
 
+std::string db_text(int64_t db_number, output_format format)
+{
+    if (format != output_format::text) {
+        return std::to_string(db_number);
+    }
+    const auto group = [bits = static_cast<uint64_t>(db_number)](int shift) {
+        return static_cast<unsigned>(bits >> shift & 0xFFFFU);
+    };
+    return formatted("%u.%u.%u.%u", group(48), group(32), group(16), group(0));
+}
+
 } // namespace ostrum_tool

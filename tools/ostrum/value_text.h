@@ -21,5 +21,8 @@ std::string operation_text(const std::string& opname, int32_t opcode);
 // "file.c:12", or "" without a file.
 std::string source_text(const std::string& fname, int32_t lineno);
 
+// Four groups of 16 bits, as the server platform writes database numbers: "1.0.0.12"; in CSV the number.
+std::string db_text(int64_t db_number, output_format format);
+
 } // namespace ostrum_tool
 #endif
