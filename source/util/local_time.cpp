@@ -22,7 +22,9 @@ struct zone_span {
 
 // Written once, before `count` is; read without a lock.
 struct zone_table {
-    std::atomic<size_t> count{0}; // 0: not looked up
+    std::atomic<size_t> count{0};         // 0: not looked up
+    std::atomic<size_t> found{0};         // spans while it is looked up
+    std::atomic<int32_t> looked_up_by{0}; // process id meanwhile
     zone_span spans[most_spans]{};
     int64_t end_s = 0; // nothing is known from here on
 };
@@ -89,6 +91,48 @@ int64_t find_change(int64_t before_s, int64_t after_s, int64_t old_offset_s)
     return after_s;
 }
 
+void add_span(const zone_span& span)
+{
+    const size_t found = the_zone.found.load(std::memory_order_relaxed);
+    the_zone.spans[found] = span;
+    the_zone.found.store(found + 1, std::memory_order_release);
+}
+
+void look_up_spans(int64_t begin_s)
+{
+    zone_span span{begin_s, 0};
+    if (!ask_offset(begin_s, span.offset_s)) {
+        return;
+    }
+    the_zone.found = 0;
+    add_span(span);
+    int64_t at_s = begin_s;
+    while (at_s < begin_s + years_ahead_s && the_zone.found < most_spans) {
+        int64_t offset_s = 0;
+        if (!ask_offset(at_s + step_s, offset_s)) {
+            break;
+        }
+        if (offset_s != span.offset_s) {
+            span = {find_change(at_s, at_s + step_s, span.offset_s), offset_s};
+            add_span(span);
+        }
+        at_s += step_s;
+    }
+    the_zone.end_s = at_s;
+    the_zone.count.store(the_zone.found, std::memory_order_release);
+}
+
+// This process was forked in the midst of its parent's look-up: the C library's lock may be held for good.
+// The last offset that was found stands for all that follows, UTC when there was none.
+void publish_what_the_parent_found(int64_t begin_s)
+{
+    if (the_zone.found == 0) {
+        add_span({begin_s, 0});
+    }
+    the_zone.end_s = begin_s + years_ahead_s;
+    the_zone.count.store(the_zone.found, std::memory_order_release);
+}
+
 } // namespace
 
 bool local_fields(time_t seconds, tm& fields)
@@ -107,27 +151,14 @@ void look_up_time_zone()
         return;
     }
     const int64_t now_s = os::wall_seconds();
-    int64_t at_s = now_s - now_s % day_s - day_s;
-    const int64_t end_s = at_s + years_ahead_s;
-    zone_span span{at_s, 0};
-    if (!ask_offset(at_s, span.offset_s)) {
-        return;
+    const int64_t begin_s = now_s - now_s % day_s - day_s;
+    const int32_t by = the_zone.looked_up_by.exchange(os::process_id());
+    if (by != 0 && by != os::process_id()) {
+        publish_what_the_parent_found(begin_s);
+    } else {
+        look_up_spans(begin_s);
     }
-    size_t count = 0;
-    the_zone.spans[count++] = span;
-    while (at_s < end_s && count < most_spans) {
-        int64_t offset_s = 0;
-        if (!ask_offset(at_s + step_s, offset_s)) {
-            break;
-        }
-        if (offset_s != span.offset_s) {
-            span = {find_change(at_s, at_s + step_s, span.offset_s), offset_s};
-            the_zone.spans[count++] = span;
-        }
-        at_s += step_s;
-    }
-    the_zone.end_s = at_s;
-    the_zone.count.store(count, std::memory_order_release);
+    the_zone.looked_up_by = 0;
 }
 
 signal_safe_scope::signal_safe_scope() : was_safe_(in_signal_safe_scope)

@@ -102,6 +102,19 @@ TEST_F(Flusher, TheFileOfAPeriodStaysOpenUntilItsTreesAreWritten)
     EXPECT_EQ(count_of(trace_text(), "S,1,0,"), 2);
 }
 
+TEST_F(Flusher, ALongQueueKeepsNoFilesOpen)
+{
+    for (int i = 0; i < 70; ++i) {
+        hand_over(3);
+    }
+    EXPECT_TRUE(record().trees->reopens_file);
+    EXPECT_EQ(context().trace.file->holders, 1 + 64);
+    drop_context();
+    drain();
+    EXPECT_EQ(count_of(trace_text(), "S,1,0,3,"), 70);
+    EXPECT_EQ(trace_files().size(), 1U);
+}
+
 TEST_F(Flusher, WhatCannotBeHandedOverIsReported)
 {
     run({.opcode = 3}, 5 * ms);

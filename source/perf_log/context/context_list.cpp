@@ -175,6 +175,7 @@ void empty_list_after_fork()
 {
     if (pthread_mutex_trylock(&the_list.mutex) == 0) { // else another thread was in the midst of a change
         leave_inherited_contexts_alone();
+        pthread_mutex_unlock(&the_list.mutex); // given back before it is made anew
     }
     pthread_mutex_init(&the_list.mutex, nullptr);
     the_list.head = nullptr;

@@ -97,6 +97,17 @@ void write_alarms(const flush_work& work)
     }
 }
 
+void write_tree(queued_tree& queued)
+{
+    if (queued.reopens_file) {
+        open_log_file(&queued.source);
+        if (queued.source.file == nullptr) {
+            return; // reported; the shared single file is not where these belong
+        }
+    }
+    flush_aggregation_tree_to_file(&queued.source, queued.source.tree);
+}
+
 void write_trees(const flush_work& work)
 {
     if (debug_on(debug_general)) {
@@ -107,7 +118,7 @@ void write_trees(const flush_work& work)
     while (queued != nullptr) {
         queued_tree* next = queued->next;
         if (!fatal_signal_received()) { // a damaged process writes nothing more
-            flush_aggregation_tree_to_file(&queued->source, queued->source.tree);
+            write_tree(*queued);
         }
         release_queued_tree(queued);
         queued = next;
@@ -145,6 +156,7 @@ void restart_flushing_thread_after_fork(flush_record& record)
     // Another thread of the parent's may have been in the midst of a change: its lists are left alone then.
     if (pthread_mutex_trylock(&record.mutex) == 0) {
         drop_queue(record);
+        pthread_mutex_unlock(&record.mutex); // given back before it is made anew
     }
     if (perf_initialise_flushing_thread(&record) == 0 && debug_on(debug_general)) {
         debug_print("clean_child_atfork : initialised async flushing for pid[%d] tid[%lu]\n", process_id(),

@@ -12,6 +12,8 @@ namespace ostrum {
 
 namespace {
 
+constexpr int32_t most_trees_with_file = 64;
+
 constinit flush_record the_record{nullptr, 0, nullptr, 0, PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER,
                                   0,       0};
 
@@ -33,10 +35,20 @@ void move_tree(trace_source& live, queued_tree& queued, bt_tree* new_tree)
 
 int32_t push(flush_record& record, queued_tree* queued)
 {
-    const flush_record_guard guard(record);
-    queued->next = std::exchange(record.trees, queued);
-    pthread_cond_signal(&record.condition);
-    return ++record.tree_count;
+    shared_trace_file* given_up = nullptr;
+    int32_t length = 0;
+    {
+        const flush_record_guard guard(record);
+        if (record.tree_count >= most_trees_with_file) {
+            given_up = std::exchange(queued->source.file, nullptr);
+            queued->reopens_file = given_up != nullptr;
+        }
+        queued->next = std::exchange(record.trees, queued);
+        length = ++record.tree_count;
+        pthread_cond_signal(&record.condition);
+    }
+    release_trace_file(given_up);
+    return length;
 }
 
 int32_t push(flush_record& record, alarm_record* alarm)

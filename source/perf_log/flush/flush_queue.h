@@ -2,7 +2,7 @@
 #define OSTRUM_PERF_LOG_FLUSH_FLUSH_QUEUE_H
 // What the threads that run operations hand to the flusher thread: full trees and alarm records. Newer
 // entries stand in front of older ones and are written first. The queue has no limit: without a flusher
-// thread it only grows.
+// thread it only grows. In a long one the trees give up their share of the open file.
 //
 // Locks: the record's mutex is held for a push, a detach or a wait only, never while a file is written;
 // it may be taken with a context's lock held.
@@ -18,6 +18,7 @@ namespace ostrum {
 struct queued_tree {
     queued_tree* next;
     trace_source source;
+    bool reopens_file; // its file was closed to save descriptors; the writer opens it by its name
 };
 
 struct flush_record {
