@@ -47,6 +47,7 @@ int reserve_blocks_in_use(int fd, off_t offset, off_t length);
 int flush_stream(FILE* stream); // fflush: of a stream of the host's
 int lock_range(int fd, int command, struct flock& range);
 int status_of_path(const char* path, struct stat& status);
+int status_of_link(const char* path, struct stat& status); // lstat
 int status_of_file(int fd, struct stat& status);
 int unlink_path(const char* path);
 int rename_path(const char* from, const char* to);

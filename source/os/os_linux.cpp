@@ -158,6 +158,11 @@ int status_of_path(const char* path, struct stat& status)
     return stat(path, &status);
 }
 
+int status_of_link(const char* path, struct stat& status)
+{
+    return lstat(path, &status);
+}
+
 int status_of_file(int fd, struct stat& status)
 {
     return fstat(fd, &status);

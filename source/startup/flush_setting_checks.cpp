@@ -159,7 +159,7 @@ bool store_auto_flush(const startup_step& step, settings& out)
 bool store_async_flushing(const startup_step& step, settings& out)
 {
     out.async_flushing = __perfconf_int(step.key) != 0;
-    if (out.async_flushing) {
+    if (out.async_flushing && !has_flushing_thread(process_flush_record())) {
         perf_initialise_flushing_thread(&process_flush_record());
     }
     return true;

@@ -13,6 +13,34 @@
 
 namespace ostrum {
 
+namespace {
+
+// A child that was forked in the midst of start-up goes through it a second time, with the handlers that
+// were registered before the fork still there.
+struct registered_handlers {
+    bool at_fork = false;
+    bool at_exit = false;
+};
+constinit registered_handlers registered;
+
+int32_t register_fork_handler()
+{
+    if (registered.at_fork) {
+        return 0;
+    }
+    const int32_t error = os::at_fork_in_child(clean_child_atfork);
+    registered.at_fork = error == 0;
+    return error;
+}
+
+bool register_at_exit()
+{
+    registered.at_exit = registered.at_exit || os::at_exit(release_at_process_exit) == 0;
+    return registered.at_exit;
+}
+
+} // namespace
+
 bool announce_logging(const startup_step&, settings&)
 {
     if (debug_on(debug_general)) {
@@ -35,7 +63,7 @@ bool create_context_slots(const startup_step&, settings&)
         return false;
     }
     // Without it a child would write its parent's figures a second time.
-    error = os::at_fork_in_child(clean_child_atfork);
+    error = register_fork_handler();
     if (error != 0) {
         err_print("perf_log_init : failed registering 'atfork' - errno[%d](%s)\n", error, strerror(error));
         return false;
@@ -72,7 +100,7 @@ bool prepare_context_list(const startup_step&, settings&)
 
 bool register_exit_handler(const startup_step&, settings&)
 {
-    if (os::at_exit(release_at_process_exit) != 0) {
+    if (!register_at_exit()) {
         err_print("perf_log_init : failed registering 'atexit' - some final\n");
         err_print(" data may not be flushed!\n");
     } else if (debug_on(debug_general)) {

@@ -267,6 +267,11 @@ int status_of_path(const char* path, struct stat& status)
     return fault_due(call::status_of_path) ? -1 : real_os::status_of_path(path, status);
 }
 
+int status_of_link(const char* path, struct stat& status)
+{
+    return fault_due(call::status_of_path) ? -1 : real_os::status_of_link(path, status);
+}
+
 int status_of_file(int fd, struct stat& status)
 {
     return fault_due(call::status_of_file) ? -1 : real_os::status_of_file(fd, status);

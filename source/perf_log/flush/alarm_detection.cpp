@@ -16,15 +16,21 @@ using namespace ostrum;
 
 namespace {
 
-// Before the parts that were flushed while the call went on.
-int64_t begin_of_whole_call(const call_frame& frame)
+// Of a call that goes on: before the parts that were flushed meanwhile.
+int64_t begin_of_running_call(const call_frame& frame)
 {
     return frame.start_tv - (own_totals_in_use(frame) ? frame.own.total_tv : 0);
 }
 
+// Also of a call that has just ended, whose own totals hold its last part already.
+int64_t begin_of_whole_call(const call_frame& frame)
+{
+    return frame.first_start_tv != 0 ? frame.first_start_tv : begin_of_running_call(frame);
+}
+
 int64_t effective_start(const log_context& context, int64_t now_tv)
 {
-    const int64_t start_tv = begin_of_whole_call(context.frames[0]);
+    const int64_t start_tv = begin_of_running_call(context.frames[0]);
     return start_tv > 0 ? start_tv : now_tv;
 }
 
@@ -108,7 +114,8 @@ int64_t alarm_bucket_get_next_time(log_context* context, int64_t now_tv)
     });
     if (next != end) {
         context->alarm_at = next;
-        return start_tv + next->threshold_tv;
+        int64_t next_tv = 0; // a threshold of centuries: never
+        return __builtin_add_overflow(start_tv, next->threshold_tv, &next_tv) ? 0 : next_tv;
     }
     const alarm_limit& last = end[-1];
     context->alarm_at = &last;
@@ -149,7 +156,7 @@ void ostrum::raise_interim_alarm_when_due(log_context& context, int64_t now_tv)
 void ostrum::raise_final_alarm(log_context& context, int64_t elapsed_tv, int64_t now_tv)
 {
     const alarm_limit* limit = context.alarm_at;
-    if (limit == nullptr) {
+    if (limit == nullptr || context.frames[0].start_tv <= 0) { // nothing was measured
         return;
     }
     if (limit->threshold_tv >= elapsed_tv) { // not passed: the one before it was

@@ -17,6 +17,7 @@ namespace {
 // Which process the flusher belongs to, and which thread it is.
 constinit std::atomic<int32_t> g_flush_pid{0};
 constinit std::atomic<uint64_t> g_flush_tid{0};
+constinit std::atomic<int32_t> thread_created_in{0}; // process id
 
 void note_flusher(uint64_t tid)
 {
@@ -151,8 +152,16 @@ void finish_flushing_thread(flush_record& record)
     }
 }
 
+bool has_flushing_thread(const flush_record& record)
+{
+    return record.thread != 0 && thread_created_in == os::process_id();
+}
+
 void restart_flushing_thread_after_fork(flush_record& record)
 {
+    if (has_flushing_thread(record)) {
+        return; // the fork handler may be registered twice
+    }
     // Another thread of the parent's may have been in the midst of a change: its lists are left alone then.
     if (pthread_mutex_trylock(&record.mutex) == 0) {
         drop_queue(record);
@@ -186,6 +195,7 @@ int32_t perf_initialise_flushing_thread(flush_record* record)
         return error;
     }
     record->thread = thread;
+    thread_created_in = os::process_id();
     note_flusher(thread);
     return 0;
 }

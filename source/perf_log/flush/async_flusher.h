@@ -18,7 +18,10 @@ namespace ostrum {
 // there is no thread, or when the caller is that thread.
 void finish_flushing_thread(flush_record& record);
 
-// Child: drops what the parent had queued, and starts a thread of the child's own.
+// True while this very process has a thread that works for the record.
+bool has_flushing_thread(const flush_record& record);
+
+// Child: drops what the parent had queued, and starts a thread of the child's own, once.
 void restart_flushing_thread_after_fork(flush_record& record);
 void note_flusher_after_fork(); // child: this process and thread count as the flusher until there is one
 

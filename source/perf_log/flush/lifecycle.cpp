@@ -221,7 +221,8 @@ void clean_child_atfork(void)
     renew_sampler_after_fork();
     install_sampler_when_asked();
     forget_inherited_contexts(debug);
-    if (configured().async_flushing) {
+    // A child that was forked in the midst of start-up goes through it itself.
+    if (configured().async_flushing && initialised_state() != 0) {
         restart_flushing_thread_after_fork(process_flush_record());
     }
 }

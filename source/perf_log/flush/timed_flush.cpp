@@ -65,6 +65,9 @@ void enter_period(log_context& context, const aggregation_period& period)
     adopt_period(context.trace, period);
     if (context.depth >= 0) {
         open_log_file(&context.trace);
+    } else { // named by the period too; the next operation opens what it needs
+        context.flist_trace = {};
+        context.alarm_file.reset();
     }
 }
 

@@ -12,10 +12,11 @@ using namespace ostrum;
 
 namespace {
 
+// Anything of that name, a directory or a link to nowhere included.
 bool exists(const char* path)
 {
     struct stat status {};
-    return os::status_of_path(path, status) == 0;
+    return os::status_of_link(path, status) == 0;
 }
 
 int32_t rename_under(rt_info* handle, data_file_lock_type lock, const char* source, const char* target)
