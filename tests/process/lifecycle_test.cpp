@@ -228,3 +228,17 @@ TEST(Lifecycle, WithTheFlusherEveryTreeIsInTheFilesWhenTheProcessHasEnded)
     expect_sound(failed, 5);
     EXPECT_EQ(failed.lines_with("release_at_process_exit : joined async flush thread"), 1);
 }
+
+// The first fork comes while another thread starts the library up: the child goes through it itself.
+TEST(Lifecycle, AChildForkedInTheMidstOfStartUpEndsSoon)
+{
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the sanitizer's runtime cannot start a thread in a forked child";
+#endif
+    for (int round = 0; round < 10; ++round) {
+        const host_run run = run_host(with_flusher(), "spawn {repeat 100000000 {op_key 1 5}};"
+                                                      "repeat 3 {fork {op 7; fork {op 9}; exit 0}}; exit 6");
+        expect_sound(run, 6);
+        EXPECT_EQ(count_of(run.output, "child=0"), 6) << run.output;
+    }
+}
