@@ -32,6 +32,7 @@ template <typename Entry>
 struct copied_entries {
     heap_ptr<Entry> entries;
     int32_t count;
+    size_t in_use; // before the copy: an entry that is added meanwhile is no sign of short memory
 };
 
 void report(const char* line)
@@ -58,56 +59,12 @@ Entry** list_over(copied_entries<Entry> copies, int32_t* count, const char* no_l
 
 // Entries in use and no copy of them: memory was short.
 template <typename Entry>
-bool has_copies(const copied_entries<Entry>& copies, size_t in_use, const char* no_list)
+bool has_copies(const copied_entries<Entry>& copies, const char* no_list)
 {
-    if (!copies.entries && in_use > 0) {
+    if (!copies.entries && copies.in_use > 0) {
         report(no_list);
     }
     return static_cast<bool>(copies.entries);
-}
-
-copied_entries<counter_entry> copy_counters(rt_info* handle, int32_t reset)
-{
-    copied_entries<counter_entry> copies{nullptr, 0};
-    copies.entries.reset(rt_counters_copy(handle, reset, &copies.count));
-    return copies;
-}
-
-copied_entries<error_entry> copy_errors(rt_info* handle, int32_t reset)
-{
-    copied_entries<error_entry> copies{nullptr, 0};
-    copies.entries.reset(rt_errors_copy(handle, reset, &copies.count));
-    return copies;
-}
-
-template <typename Entry>
-Entry** plain_list(const query& asked, copied_entries<Entry> copies, size_t in_use, int32_t* count)
-{
-    const errno_keeper keeper;
-    report_count(count, 0);
-    return has_copies(copies, in_use, asked.no_list) ? list_over(std::move(copies), count, asked.no_list)
-                                                     : nullptr;
-}
-
-template <typename Entry>
-Entry** aggregated_list(const query& asked, copied_entries<Entry> copies, size_t in_use, int32_t* count,
-                        uint32_t kept)
-{
-    const errno_keeper keeper;
-    report_count(count, 0);
-    if (!has_copies(copies, in_use, asked.no_list)) {
-        return nullptr;
-    }
-    record_block merged = aggregate_records(*asked.shape, reinterpret_cast<const char*>(copies.entries.get()),
-                                            static_cast<size_t>(copies.count), kept);
-    if (!merged.records) {
-        report(asked.no_aggregate);
-        report(asked.no_aggregated);
-        return nullptr;
-    }
-    copies.entries.reset(reinterpret_cast<Entry*>(merged.records.release()));
-    copies.count = static_cast<int32_t>(merged.count);
-    return list_over(std::move(copies), count, asked.no_list);
 }
 
 size_t counters_in_use(rt_info* handle)
@@ -132,37 +89,77 @@ size_t errors_in_use(rt_info* handle)
     return handle != nullptr ? used_entries(handle->image->errors, handle->image->error_count).size() : 0;
 }
 
+copied_entries<counter_entry> copy_counters(rt_info* handle, int32_t reset)
+{
+    copied_entries<counter_entry> copies{nullptr, 0, counters_in_use(handle)};
+    copies.entries.reset(rt_counters_copy(handle, reset, &copies.count));
+    return copies;
+}
+
+copied_entries<error_entry> copy_errors(rt_info* handle, int32_t reset)
+{
+    copied_entries<error_entry> copies{nullptr, 0, errors_in_use(handle)};
+    copies.entries.reset(rt_errors_copy(handle, reset, &copies.count));
+    return copies;
+}
+
+template <typename Entry>
+Entry** plain_list(const query& asked, copied_entries<Entry> copies, int32_t* count)
+{
+    const errno_keeper keeper;
+    report_count(count, 0);
+    return has_copies(copies, asked.no_list) ? list_over(std::move(copies), count, asked.no_list) : nullptr;
+}
+
+template <typename Entry>
+Entry** aggregated_list(const query& asked, copied_entries<Entry> copies, int32_t* count, uint32_t kept)
+{
+    const errno_keeper keeper;
+    report_count(count, 0);
+    if (!has_copies(copies, asked.no_list)) {
+        return nullptr;
+    }
+    record_block merged = aggregate_records(*asked.shape, reinterpret_cast<const char*>(copies.entries.get()),
+                                            static_cast<size_t>(copies.count), kept);
+    if (!merged.records) {
+        report(asked.no_aggregate);
+        report(asked.no_aggregated);
+        return nullptr;
+    }
+    copies.entries.reset(reinterpret_cast<Entry*>(merged.records.release()));
+    copies.count = static_cast<int32_t>(merged.count);
+    return list_over(std::move(copies), count, asked.no_list);
+}
+
 } // namespace
 
 counter_entry** counter_list(rt_info* handle, int32_t reset, int32_t* count)
 {
-    return plain_list(counter_query, copy_counters(handle, reset), counters_in_use(handle), count);
+    return plain_list(counter_query, copy_counters(handle, reset), count);
 }
 
 error_entry** error_list(rt_info* handle, int32_t reset, int32_t* count)
 {
-    return plain_list(error_query, copy_errors(handle, reset), errors_in_use(handle), count);
+    return plain_list(error_query, copy_errors(handle, reset), count);
 }
 
 variable_entry** variable_list(rt_info* handle, const char* name, int32_t* count)
 {
-    copied_entries<variable_entry> copies{nullptr, 0};
+    copied_entries<variable_entry> copies{nullptr, 0, variables_in_use(handle, name)};
     copies.entries.reset(rt_variables_copy(handle, name, &copies.count));
-    return plain_list(variable_query, std::move(copies), variables_in_use(handle, name), count);
+    return plain_list(variable_query, std::move(copies), count);
 }
 
 counter_entry** aggregated_counter_list(rt_info* handle, int32_t reset, int32_t* count, uint32_t kept)
 {
     return kept == 0 ? counter_list(handle, reset, count)
-                     : aggregated_list(counter_query, copy_counters(handle, reset), counters_in_use(handle),
-                                       count, kept);
+                     : aggregated_list(counter_query, copy_counters(handle, reset), count, kept);
 }
 
 error_entry** aggregated_error_list(rt_info* handle, int32_t reset, int32_t* count, uint32_t kept)
 {
-    return kept == 0
-               ? error_list(handle, reset, count)
-               : aggregated_list(error_query, copy_errors(handle, reset), errors_in_use(handle), count, kept);
+    return kept == 0 ? error_list(handle, reset, count)
+                     : aggregated_list(error_query, copy_errors(handle, reset), count, kept);
 }
 
 } // namespace ostrum

@@ -104,14 +104,14 @@ TEST_F(Flusher, TheFileOfAPeriodStaysOpenUntilItsTreesAreWritten)
 
 TEST_F(Flusher, ALongQueueKeepsNoFilesOpen)
 {
-    for (int i = 0; i < 70; ++i) {
+    for (int i = 0; i < 20; ++i) {
         hand_over(3);
     }
     EXPECT_TRUE(record().trees->reopens_file);
-    EXPECT_EQ(context().trace.file->holders, 1 + 64);
+    EXPECT_EQ(context().trace.file->holders, 1 + 8);
     drop_context();
     drain();
-    EXPECT_EQ(count_of(trace_text(), "S,1,0,3,"), 70);
+    EXPECT_EQ(count_of(trace_text(), "S,1,0,3,"), 20);
     EXPECT_EQ(trace_files().size(), 1U);
 }
 

@@ -98,13 +98,11 @@ void write_alarms(const flush_work& work)
     }
 }
 
+// Where the file cannot be opened again, the tree is written as one without a file is.
 void write_tree(queued_tree& queued)
 {
     if (queued.reopens_file) {
         open_log_file(&queued.source);
-        if (queued.source.file == nullptr) {
-            return; // reported; the shared single file is not where these belong
-        }
     }
     flush_aggregation_tree_to_file(&queued.source, queued.source.tree);
 }

@@ -12,7 +12,7 @@ namespace ostrum {
 
 namespace {
 
-constexpr int32_t most_trees_with_file = 64;
+constexpr int32_t most_trees_with_file = 8;
 
 constinit flush_record the_record{nullptr, 0, nullptr, 0, PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER,
                                   0,       0};
