@@ -3,6 +3,7 @@
 
 #include "perf_log/flush/alarm_detection.h"
 #include "perf_log/flush/async_flusher.h"
+#include "perf_log/flush/inside_opcode_flush.h"
 #include "perf_log/flush/timed_flush.h"
 #include "perf_log/output/alarm_file.h"
 #include "util/diagnostics.h"
@@ -82,6 +83,8 @@ TEST_F(Alarms, TheNextTimeIsThatOfTheFirstLimitAhead)
     EXPECT_EQ(context().alarm_at, &entry_.limits[2]);
     entry_.limits[2] = limit_of(0, alarm_recurring);
     EXPECT_EQ(next_after(250 * ms), 0) << "nothing divides by zero";
+    entry_.limits[2] = limit_of(INT64_MAX, 1);
+    EXPECT_EQ(next_after(250 * ms), 0) << "never";
 
     // Parts that were flushed while the call went on count.
     context().frames[0].own = {};
@@ -95,55 +98,47 @@ TEST_F(Alarms, AtTheEndTheLimitThatWasPassedCounts)
 {
     const struct {
         int64_t elapsed_tv;
+        int32_t current;      // limit
         const char* severity; // null: no alarm
-    } cases[] = {{10 * ms, nullptr},
-                 {10 * ms + 1, "FIRST"},
-                 {30 * ms, "FIRST"},
-                 {31 * ms, "SECOND"},
-                 {5 * ms, nullptr}};
+    } cases[] = {{5 * ms, 0, nullptr},  {10 * ms, 0, nullptr},  {10 * ms + 1, 0, "FIRST"},
+                 {30 * ms, 1, "FIRST"}, {31 * ms, 1, "SECOND"}, {50 * ms, 2, "SECOND"},
+                 {100 * ms, 2, nullptr}}; // a threshold without an alarm
+    std::string before;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.elapsed_tv);
-        attach({limit_of(10 * ms, 1, "FIRST"), limit_of(30 * ms, 1, "SECOND")});
-        const int64_t before = count_of(text_of(".alarm.txt"), "=== ALARM_AT");
+        attach({limit_of(10 * ms, 1, "FIRST"), limit_of(30 * ms, 1, "SECOND"), limit_of(50 * ms, 0, "NONE")});
         start({.opcode = 3});
-        context().alarm_at = &entry_.limits[c.elapsed_tv > 30 * ms ? 1 : c.elapsed_tv > 10 * ms ? 1 : 0];
+        context().alarm_at = &entry_.limits[c.current];
         fake_os::advance_clock(c.elapsed_tv);
         end({.opcode = 3});
-        const std::string text = text_of(".alarm.txt");
-        EXPECT_EQ(count_of(text, "=== ALARM_AT") - before, c.severity != nullptr ? 1 : 0);
-        if (c.severity != nullptr) {
-            EXPECT_NE(text.rfind("SEVERITY[" + std::string(c.severity) + "]"), std::string::npos);
-        }
+        const std::string added = text_of(".alarm.txt").substr(before.size());
+        EXPECT_EQ(count_of(added, "=== ALARM_AT"), c.severity != nullptr ? 1 : 0);
+        EXPECT_NE(added.find(c.severity != nullptr ? "SEVERITY[" + std::string(c.severity) + "]" : ""),
+                  std::string::npos);
+        before += added;
     }
-    attach({limit_of(ms, 0, "NONE")}); // a threshold without an alarm
-    const std::string before = text_of(".alarm.txt");
-    run_slow(2 * ms);
-    EXPECT_EQ(text_of(".alarm.txt"), before);
 }
 
 TEST_F(Alarms, BothFormsAreWrittenToTheLetter)
 {
     qellog_set_correlation("order 7");
     attach({limit_of(2500 * ms, alarm_raised | alarm_full_stack, "MAJOR")});
-    context();
-    fake_os::freeze_clock(begin_s * second + 3);
-    const auto write = [&] {
-        context().alarm_at = &entry_.limits[0];
+    const auto write = [&](uint32_t flags) {
+        entry_.limits[0].flags = flags;
+        fake_os::freeze_clock(begin_s * second + 3);
         start({.opcode = 3, .name = "op_three", .flags = 2, .line = 7});
         fake_os::advance_clock(second);
         start({.opcode = 0, .name = "fn", .file = "sql.c", .line = 77});
         fake_os::advance_clock(2 * second);
-        write_alarm(&context(), &entry_.limits[0], alarm_type::interim, 3 * second, ostrum_now_tv());
-        context().alarm_at = nullptr;
+        write_alarm(&context(), &entry_.limits[0], nullptr, 3 * second, ostrum_now_tv());
         end({});
         end({});
     };
-    write();
+    write(alarm_raised | alarm_full_stack);
     EXPECT_EQ(
         text_of(".alarm.txt"),
         "=== ALARM_AT[2025/11/15 13:15:03.000000] TYPE[interim] ELAPSED[3.000000000] > S[2.500000000] "
-        "MS[2500] "
-        "SEVERITY[MAJOR] CORRELATION_ID[order 7]\n"
+        "MS[2500] SEVERITY[MAJOR] CORRELATION_ID[order 7]\n"
         "OPCODE(3)[op_three] STARTED_AT[2025/11/15 13:15:00.000000] FLAGS[0x2] FILENAME[host.c] LINENO[7] "
         "LVL/TOP/SEQ[001/0000000001/0000000001]\n"
         "OPCODE(0)[fn] STARTED_AT[2025/11/15 13:15:01.000000] FLAGS[0] FILENAME[sql.c] LINENO[77] "
@@ -152,23 +147,54 @@ TEST_F(Alarms, BothFormsAreWrittenToTheLetter)
                                                       std::to_string(context().trace.tid) +
                                                       ".20251115_131500.20251115_133000.alarm.txt");
 
-    entry_.limits[0].flags = alarm_raised | alarm_tagged | alarm_log_flist;
-    context().alarm_file.reset();
-    write();
+    write(alarm_raised | alarm_full_stack | alarm_tagged | alarm_log_flist);
     EXPECT_EQ(
         text_of(".alarm.xml"),
-        "<alarm type=\"interim\" alarm_t=\"1763212506.000000003\" alarm_time=\"15/11/2025 13:15:06.000000\" "
+        "<alarm type=\"interim\" alarm_t=\"1763212503.000000003\" alarm_time=\"15/11/2025 13:15:03.000000\" "
         "elapsed=\"3.000000000\" threshold=\"2.500000000\" severity=\"MAJOR\">\n"
         "  <correlation_id>order 7</correlation_id>\n"
         "  <opcode_seq>3</opcode_seq>\n"
         "  <opcode id=\"3\" name=\"op_three\" level=\"0\">\n"
-        "    <start_t>1763212503.000000003</start_t>\n"
-        "    <start_time>2025/11/15 13:15:03.000000</start_time>\n"
+        "    <start_t>1763212500.000000003</start_t>\n"
+        "    <start_time>2025/11/15 13:15:00.000000</start_time>\n"
         "    <filename>NAP</filename>\n"
         "    <lineno>7</lineno>\n"
         "    <input_flist></input_flist>\n"
         "  </opcode>\n"
+        "  <opcode id=\"0\" name=\"fn\" level=\"1\">\n"
+        "    <start_t>1763212501.000000003</start_t>\n"
+        "    <start_time>2025/11/15 13:15:01.000000</start_time>\n"
+        "    <filename>sql.c</filename>\n"
+        "    <lineno>77</lineno>\n"
+        "    <input_flist></input_flist>\n"
+        "  </opcode>\n"
         "</alarm>\n");
+}
+
+TEST_F(Alarms, AnAlarmTellsOfTheWholeOperationHoweverItIsTraced)
+{
+    attach({limit_of(ms, 1)});
+    start({.opcode = 3});
+    fake_os::advance_clock(10 * second);
+    inside_opcode_flush(&context(), ostrum_now_tv());
+    write_alarm(&context(), &entry_.limits[0], nullptr, 10 * second, ostrum_now_tv());
+    fake_os::advance_clock(5 * second);
+    context().alarm_at = &entry_.limits[0];
+    end({.opcode = 3});
+    std::string text = text_of(".alarm.txt");
+    EXPECT_EQ(count_of(text, "STARTED_AT[2025/11/15 13:15:00.000000]"), 2) << text;
+    EXPECT_NE(text.find("TYPE[final] ELAPSED[15.000000000]"), std::string::npos);
+
+    set_variable("time_on", "0");
+    run_slow(second);
+    EXPECT_EQ(text_of(".alarm.txt"), text) << "nothing was measured";
+    set_variable("flist_on", "2");
+    start({.opcode = 3});
+    fake_os::advance_clock(second);
+    end({.opcode = 3, .name = "given_name", .file = "given.c", .line = 12});
+    text = text_of(".alarm.txt");
+    EXPECT_NE(text.find("OPCODE(3)[given_name] "), std::string::npos);
+    EXPECT_NE(text.find(" FILENAME[given.c] LINENO[12] "), std::string::npos);
 }
 
 TEST_F(Alarms, TheTimedFlushRaisesInterimAlarmsAndLooksForTheNextLimit)
@@ -177,12 +203,11 @@ TEST_F(Alarms, TheTimedFlushRaisesInterimAlarmsAndLooksForTheNextLimit)
     set_thread_slot(&context());
     start({.opcode = 3});
     context().next_alarm_tv = alarm_bucket_get_next_time(&context(), ostrum_now_tv());
-    int64_t raised = 0;
-    const int64_t expected[] = {0, 1, 1, 2, 2, 2, 3}; // after 5, 15, 25 ... ms
-    for (const int64_t alarms : expected) {
-        fake_os::advance_clock(raised++ == 0 ? 5 * ms : 10 * ms);
+    fake_os::advance_clock(5 * ms);
+    for (const int64_t alarms : {0, 1, 1, 2, 2, 2, 3}) { // after 5, 15, 25 ... ms
         timeout_handler_func("test");
-        EXPECT_EQ(count_of(text_of(".alarm.txt"), "TYPE[interim]"), alarms) << raised;
+        EXPECT_EQ(count_of(text_of(".alarm.txt"), "TYPE[interim]"), alarms);
+        fake_os::advance_clock(10 * ms);
     }
     context().alarm_at = nullptr;
     end({.opcode = 3});
@@ -245,6 +270,13 @@ TEST_F(Alarms, FilesAreKeptOpenOrSharedAsConfigured)
     EXPECT_TRUE(static_cast<bool>(context().alarm_file)) << "until the next operation decides";
     run_slow(2 * ms);
     EXPECT_TRUE(static_cast<bool>(context().alarm_file));
+    set_thread_slot(&context());
+    fake_os::advance_clock(900 * second);
+    timeout_handler_func("test");
+    set_thread_slot(nullptr);
+    EXPECT_FALSE(static_cast<bool>(context().alarm_file)) << "it is named by the period";
+    run_slow(2 * ms);
+    EXPECT_EQ(dir_.files_ending(".20251115_133000.20251115_134500.alarm.txt").size(), 1U);
     set_variable("alarm_on", "0");
     start({.opcode = 3});
     EXPECT_FALSE(static_cast<bool>(context().alarm_file));
@@ -256,10 +288,14 @@ TEST_F(Alarms, FilesAreKeptOpenOrSharedAsConfigured)
     context().alarm_at = &entry_.limits[0];
     run_slow(2 * ms);
     EXPECT_EQ(
-        count_of(temp_dir::read(dir_.file("all.7.20251115_131500.20251115_133000.alarm.txt")), "=== ALARM"),
+        count_of(temp_dir::read(dir_.file("all.7.20251115_133000.20251115_134500.alarm.txt")), "=== ALARM"),
         1);
     EXPECT_FALSE(static_cast<bool>(context().alarm_file));
 
+    snprintf(settings_for_startup().single_file_base, path_bytes, "%s", std::string(1010, 'q').c_str());
+    const std::string overflow = fake_os::captured_stderr([&] { run_slow(2 * ms); });
+    EXPECT_NE(overflow.find("perf_alarm_persist : fpath overflow[qqq"), std::string::npos);
+    snprintf(settings_for_startup().single_file_base, path_bytes, "%s/all.7", dir_.path().c_str());
     fake_os::fail(fake_os::call::open_file, 1, EACCES);
     EXPECT_NE(fake_os::captured_stderr([&] {
                   run_slow(2 * ms);
@@ -282,7 +318,7 @@ TEST_F(Alarms, WithTheFlusherRecordsAreHandedOverAndWrittenNewestFirst)
     EXPECT_EQ(text_of(".alarm.txt"), "");
     process_flush_record().terminate = 1;
     const std::string debug = fake_os::captured_stderr([] {
-        set_debug_bits(debug_detail);
+        set_debug_bits(debug_general | debug_detail);
         perf_async_flusher(&process_flush_record());
         set_debug_bits(0);
     });
@@ -291,13 +327,14 @@ TEST_F(Alarms, WithTheFlusherRecordsAreHandedOverAndWrittenNewestFirst)
     const std::string text = text_of(".alarm.txt");
     EXPECT_LT(text.find("ELAPSED[0.003000000]"), text.find("ELAPSED[0.002000000]"));
     for (const char* label : {"perf_async_debug_alarm :", "ALARM NODE[0x", "Alarm type     : [final]",
-                              "OPCODE STACK - DEPTH[1] of [1]", "Sequence     : [1/2/2](LVL/TOP/SEQ)"}) {
+                              "OPCODE STACK - DEPTH[1] of [1]", "Sequence     : [1/2/2](LVL/TOP/SEQ)",
+                              "perf_alarm_persist : pid["}) {
         EXPECT_NE(debug.find(label), std::string::npos) << label;
     }
 
     fake_os::fail(fake_os::call::allocate, 1, ENOMEM);
-    const std::string errors = fake_os::captured_stderr(
-        [&] { write_alarm(&context(), &entry_.limits[0], alarm_type::final, ms, 1); });
+    const std::string errors =
+        fake_os::captured_stderr([&] { write_alarm(&context(), &entry_.limits[0], nullptr, ms, 1); });
     EXPECT_NE(errors.find("perf_create_alarm_object : failed allocating "), std::string::npos);
     EXPECT_NE(errors.find("write_alarm : failed creating alarm\n"), std::string::npos);
 }

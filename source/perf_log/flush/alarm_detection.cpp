@@ -52,27 +52,33 @@ int32_t recorded_levels(const log_context& context, const alarm_limit& limit)
     return whole_stack ? std::min(context.depth + 1, max_call_frames) : 1;
 }
 
-void fill_level(alarm_level& level, const call_frame& frame, int32_t number, const alarm_limit& limit)
+// The node's texts, or else those of the end; without both the host's name of the operation.
+ended_call texts_of(const call_frame& frame, const ended_call* ended)
 {
-    const agg_node* node = frame.node;
-    const auto opcode = static_cast<int32_t>(frame.opcode);
-    const bool named = node != nullptr && node->opname[0] != '\0';
-    copy_text(level.opname, sizeof(level.opname), named ? node->opname : get_opname(opcode, nullptr));
-    copy_text(level.fname, sizeof(level.fname), node != nullptr ? node->fname : "");
+    if (frame.node != nullptr) {
+        return {frame.node->opname, frame.node->fname, frame.node->lineno};
+    }
+    return ended != nullptr ? *ended : ended_call{};
+}
+
+void fill_level(alarm_level& level, const call_frame& frame, int32_t number, const ended_call* ended)
+{
+    const ended_call texts = texts_of(frame, ended);
+    const bool named = text_or_empty(texts.opname)[0] != '\0';
+    level.opcode = static_cast<int32_t>(frame.opcode);
+    copy_text(level.opname, sizeof(level.opname), named ? texts.opname : get_opname(level.opcode, nullptr));
+    copy_text(level.fname, sizeof(level.fname), texts.fname);
     level.start_tv = begin_of_whole_call(frame);
-    level.opcode = opcode;
-    level.line = node != nullptr ? node->lineno : 0;
+    level.line = texts.line;
     level.flags = frame.opflags;
     level.level = number;
     level.sequence = static_cast<int32_t>(frame.sequence);
-    if ((limit.flags & alarm_log_flist) != 0) {
-        level.in_flist = perf_flist_str(static_cast<qel_flist_t*>(frame.in_flist), limit.max_flist_bytes);
-    }
 }
 
-void fill_alarm(alarm_record& alarm, const log_context& context)
+void fill_alarm(alarm_record& alarm, const log_context& context, const ended_call* ended)
 {
     const trace_source& source = context.trace;
+    const alarm_limit& limit = *alarm.limit;
     copy_text(alarm.correlation_id, sizeof(alarm.correlation_id), perf_get_correlation_id());
     alarm.top_sequence = static_cast<int32_t>(context.top_sequence);
     alarm.pid = static_cast<uint32_t>(source.pid);
@@ -80,7 +86,12 @@ void fill_alarm(alarm_record& alarm, const log_context& context)
     copy_text(alarm.start_text, sizeof(alarm.start_text), source.period.start_text);
     copy_text(alarm.end_text, sizeof(alarm.end_text), source.period.end_text);
     for (int32_t i = 0; i < alarm.level_count; ++i) {
-        fill_level(alarm.levels[i], context.frames[i], i, *alarm.limit);
+        const call_frame& frame = context.frames[i];
+        fill_level(alarm.levels[i], frame, i, i == 0 ? ended : nullptr);
+        if ((limit.flags & alarm_log_flist) != 0) {
+            auto* list = static_cast<qel_flist_t*>(frame.in_flist);
+            alarm.levels[i].in_flist = perf_flist_str(list, limit.max_flist_bytes);
+        }
     }
 }
 
@@ -123,7 +134,7 @@ int64_t alarm_bucket_get_next_time(log_context* context, int64_t now_tv)
                         : 0;
 }
 
-void write_alarm(log_context* context, const alarm_limit* limit, alarm_type type, int64_t elapsed_tv,
+void write_alarm(log_context* context, const alarm_limit* limit, const ended_call* ended, int64_t elapsed_tv,
                  int64_t now_tv)
 {
     if ((limit->flags & alarm_raised) == 0) {
@@ -136,9 +147,9 @@ void write_alarm(log_context* context, const alarm_limit* limit, alarm_type type
     }
     alarm->limit = limit;
     alarm->alarm_tv = now_tv;
-    alarm->type = type;
+    alarm->type = ended != nullptr ? alarm_type::final : alarm_type::interim;
     alarm->elapsed_tv = elapsed_tv;
-    fill_alarm(*alarm, *context);
+    fill_alarm(*alarm, *context, ended);
     hand_over(*context, alarm);
 }
 
@@ -149,11 +160,12 @@ void ostrum::raise_interim_alarm_when_due(log_context& context, int64_t now_tv)
         return;
     }
     const int64_t elapsed_tv = now_tv - effective_start(context, now_tv);
-    write_alarm(&context, context.alarm_at, alarm_type::interim, elapsed_tv, now_tv);
+    write_alarm(&context, context.alarm_at, nullptr, elapsed_tv, now_tv);
     context.next_alarm_tv = alarm_bucket_get_next_time(&context, now_tv);
 }
 
-void ostrum::raise_final_alarm(log_context& context, int64_t elapsed_tv, int64_t now_tv)
+void ostrum::raise_final_alarm(log_context& context, const ended_call& ended, int64_t elapsed_tv,
+                               int64_t now_tv)
 {
     const alarm_limit* limit = context.alarm_at;
     if (limit == nullptr || context.frames[0].start_tv <= 0) { // nothing was measured
@@ -164,6 +176,6 @@ void ostrum::raise_final_alarm(log_context& context, int64_t elapsed_tv, int64_t
                                                               : nullptr;
     }
     if (limit != nullptr) {
-        write_alarm(&context, limit, alarm_type::final, elapsed_tv, now_tv);
+        write_alarm(&context, limit, &ended, elapsed_tv, now_tv);
     }
 }

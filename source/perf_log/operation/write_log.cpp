@@ -334,7 +334,8 @@ void end_open_frame(log_context& context, const op_event& event)
         merge_into_nodes(context, frame, event, cost);
     }
     if (context.depth == 0) {
-        raise_final_alarm(context, whole_elapsed_tv(frame, cost), event.now_tv);
+        const ended_call ended{event.opname, event.file, event.line};
+        raise_final_alarm(context, ended, whole_elapsed_tv(frame, cost), event.now_tv);
     }
     trace_flist(context, event, flist_direction::out);
     if (context.depth == 0 && context.single_tree_active) {
