@@ -1,6 +1,9 @@
 // Slow operations: when an alarm is raised, what its record holds, and the files.
 #include "support/tracing_fixture.h"
 
+#include <thread>
+
+#include "data_file/locks.h"
 #include "perf_log/flush/alarm_detection.h"
 #include "perf_log/flush/async_flusher.h"
 #include "perf_log/flush/inside_opcode_flush.h"
@@ -52,6 +55,23 @@ protected:
         }
         return text;
     }
+
+    struct one_level_record {
+        one_level_record()
+        {
+            alarm->limit = &limit;
+            alarm->pid = 7;
+            alarm->tid = 8;
+            snprintf(alarm->start_text, sizeof(alarm->start_text), "from");
+            snprintf(alarm->end_text, sizeof(alarm->end_text), "to");
+        }
+        ~one_level_record() { release_alarm(alarm); }
+        one_level_record(const one_level_record&) = delete;
+        one_level_record& operator=(const one_level_record&) = delete;
+
+        alarm_limit limit = limit_of(ms, alarm_raised);
+        alarm_record* alarm = perf_create_alarm_object(1);
+    };
 
     alarm_entry entry_{};
 };
@@ -203,8 +223,7 @@ TEST_F(Alarms, TheTimedFlushRaisesInterimAlarmsAndLooksForTheNextLimit)
     set_thread_slot(&context());
     start({.opcode = 3});
     context().next_alarm_tv = alarm_bucket_get_next_time(&context(), ostrum_now_tv());
-    fake_os::advance_clock(5 * ms);
-    for (const int64_t alarms : {0, 1, 1, 2, 2, 2, 3}) { // after 5, 15, 25 ... ms
+    for (const int64_t alarms : {0, 1, 1, 2, 2, 2, 3}) { // after 0, 10, 20 ... ms
         timeout_handler_func("test");
         EXPECT_EQ(count_of(text_of(".alarm.txt"), "TYPE[interim]"), alarms);
         fake_os::advance_clock(10 * ms);
@@ -260,7 +279,7 @@ TEST_F(Alarms, TheInputListIsRecordedUpToItsLimit)
     qel_flist_destroy(list, &eb);
 }
 
-TEST_F(Alarms, FilesAreKeptOpenOrSharedAsConfigured)
+TEST_F(Alarms, AContextKeepsItsFileOpenAsConfigured)
 {
     attach({limit_of(ms, 1)});
     context().alarm_mode = keep_alarm_file_open;
@@ -283,28 +302,44 @@ TEST_F(Alarms, FilesAreKeptOpenOrSharedAsConfigured)
     context().alarm_at = nullptr;
     end({.opcode = 3});
 
+    const one_level_record record;
+    unique_fd slot;
+    perf_alarm_persist(&slot, record.alarm, 0);
+    const int kept = slot.get();
+    perf_alarm_persist(&slot, record.alarm, 0);
+    EXPECT_EQ(slot.get(), kept);
+    perf_alarm_persist(&slot, record.alarm, 1);
+    EXPECT_FALSE(static_cast<bool>(slot)) << "the caller asked for it";
+    EXPECT_EQ(count_of(temp_dir::read(dir_.file("7_8.from.to.alarm.txt")), "=== ALARM"), 3);
+}
+
+TEST_F(Alarms, TheSharedFileIsWrittenUnderItsLockAndClosed)
+{
     settings_for_startup().single_file = true;
     snprintf(settings_for_startup().single_file_base, path_bytes, "%s/all.7", dir_.path().c_str());
-    context().alarm_at = &entry_.limits[0];
-    run_slow(2 * ms);
-    EXPECT_EQ(
-        count_of(temp_dir::read(dir_.file("all.7.20251115_133000.20251115_134500.alarm.txt")), "=== ALARM"),
-        1);
-    EXPECT_FALSE(static_cast<bool>(context().alarm_file));
+    const one_level_record record;
+    const std::string path = dir_.file("all.7.from.to.alarm.txt");
+    unique_fd slot;
+    __perf_data_file_lock(data_file_, DATA_FILE_LOCK_ALARM);
+    std::thread writer(perf_alarm_persist, &slot, record.alarm, 0);
+    usleep(50'000);
+    EXPECT_EQ(access(path.c_str(), F_OK), -1);
+    __perf_data_file_unlock(data_file_, DATA_FILE_LOCK_ALARM);
+    writer.join();
+    EXPECT_EQ(count_of(temp_dir::read(path), "=== ALARM"), 1);
+    EXPECT_FALSE(static_cast<bool>(slot));
 
-    snprintf(settings_for_startup().single_file_base, path_bytes, "%s", std::string(1010, 'q').c_str());
-    const std::string overflow = fake_os::captured_stderr([&] { run_slow(2 * ms); });
-    EXPECT_NE(overflow.find("perf_alarm_persist : fpath overflow[qqq"), std::string::npos);
-    snprintf(settings_for_startup().single_file_base, path_bytes, "%s/all.7", dir_.path().c_str());
+    const auto errors_of_one = [&] {
+        return fake_os::captured_stderr([&] { perf_alarm_persist(nullptr, record.alarm, 0); });
+    };
     fake_os::fail(fake_os::call::open_file, 1, EACCES);
-    EXPECT_NE(fake_os::captured_stderr([&] {
-                  run_slow(2 * ms);
-              }).find("perf_alarm_persist : failed opening alarm file["),
-              std::string::npos);
-    fake_os::fail(fake_os::call::write_file, 1, ENOSPC);
     EXPECT_NE(
-        fake_os::captured_stderr([&] { run_slow(2 * ms); }).find("perf_alarm_persist : failed writing alarm"),
+        errors_of_one().find("perf_alarm_persist : failed opening alarm file[" + path + "] pid[7] tid[8]\n"),
         std::string::npos);
+    fake_os::fail(fake_os::call::write_file, 1, ENOSPC);
+    EXPECT_NE(errors_of_one().find("perf_alarm_persist : failed writing alarm"), std::string::npos);
+    snprintf(settings_for_startup().single_file_base, path_bytes, "%s", std::string(1010, 'q').c_str());
+    EXPECT_NE(errors_of_one().find("perf_alarm_persist : fpath overflow[qqq"), std::string::npos);
 }
 
 TEST_F(Alarms, WithTheFlusherRecordsAreHandedOverAndWrittenNewestFirst)
