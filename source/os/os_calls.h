@@ -71,6 +71,7 @@ int at_exit(void (*handler)());
 int at_fork_in_child(void (*handler)());
 int create_thread(pthread_t& thread, void* (*body)(void*), void* argument); // joinable; an error number, or 0
 int join_thread(pthread_t thread);
+int join_thread_within(pthread_t thread, int64_t duration_tv); // an error number, or 0
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*));
 
 } // namespace ostrum::os

@@ -284,6 +284,12 @@ int join_thread(pthread_t thread)
     return pthread_join(thread, nullptr);
 }
 
+int join_thread_within(pthread_t thread, int64_t duration_tv)
+{
+    const timespec until = as_timespec(realtime_ns() + duration_tv);
+    return pthread_timedjoin_np(thread, nullptr, &until);
+}
+
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*))
 {
     return pthread_key_create(&key, destructor);

@@ -139,10 +139,15 @@ TEST(Lifecycle, ExitWhileOthersAreAtWorkEndsSoonAndLosesNothingFinished)
 TEST(Lifecycle, ExitFromASignalHandlerInTheMiddleOfHooksDoesNotHang)
 {
     for (int delay_ms = 20; delay_ms < 60; delay_ms += 7) {
-        const host_run run = run_host({{"ostrum_var_time", "3"}, {"ostrum_status_check_frequency", "0"}},
+        const char* async = delay_ms % 2 == 0 ? "0" : "1";
+        const host_run run = run_host({{"ostrum_var_time", "3"},
+                                       {"ostrum_status_check_frequency", "0"},
+                                       {"ostrum_async_flushing", async},
+                                       {"ostrum_max_log_size", "100"}},
                                       "on_signal ALRM {exit 4}; alarm " + std::to_string(delay_ms) +
                                           "; repeat 100000000 {op 3}");
         EXPECT_EQ(run.exit_status, 4) << run.errors;
+        EXPECT_GT(calls_of(run, 3), 0);
     }
 }
 

@@ -387,6 +387,11 @@ int join_thread(pthread_t thread)
     return real_os::join_thread(thread);
 }
 
+int join_thread_within(pthread_t thread, int64_t duration_tv)
+{
+    return real_os::join_thread_within(thread, duration_tv);
+}
+
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*))
 {
     return fault_due(call::create_thread_key) ? EAGAIN : real_os::create_thread_key(key, destructor);

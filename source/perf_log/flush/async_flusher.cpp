@@ -42,6 +42,8 @@ void block_host_signals()
     os::signal_mask(SIG_BLOCK, &set, nullptr);
 }
 
+constexpr int64_t hurry_limit_tv = 1'000'000'000;
+
 // What one pass has taken out of the queue.
 struct flush_work {
     queued_tree* trees;
@@ -101,7 +103,7 @@ void write_alarms(const flush_work& work)
 // Where the file cannot be opened again, the tree is written as one without a file is.
 void write_tree(queued_tree& queued)
 {
-    if (queued.reopens_file) {
+    if (queued.reopens_file && queued.source.new_node_count > 0) {
         open_log_file(&queued.source);
     }
     flush_aggregation_tree_to_file(&queued.source, queued.source.tree);
@@ -125,6 +127,20 @@ void write_trees(const flush_work& work)
 }
 
 } // namespace
+
+void hurry_flushing_thread(flush_record& record)
+{
+    if (!has_flushing_thread(record) || !is_other_thread_of_this_process() ||
+        pthread_mutex_trylock(&record.mutex) != 0) {
+        return;
+    }
+    record.terminate = 1;
+    pthread_cond_signal(&record.condition);
+    pthread_mutex_unlock(&record.mutex);
+    if (os::join_thread_within(record.thread, hurry_limit_tv) == 0) {
+        record.thread = 0;
+    }
+}
 
 void finish_flushing_thread(flush_record& record)
 {

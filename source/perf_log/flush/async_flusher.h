@@ -18,6 +18,10 @@ namespace ostrum {
 // there is no thread, or when the caller is that thread.
 void finish_flushing_thread(flush_record& record);
 
+// Exit in the midst of a hook: the same, but it waits for a second only, since the thread may need what the
+// hook holds.
+void hurry_flushing_thread(flush_record& record);
+
 // True while this very process has a thread that works for the record.
 bool has_flushing_thread(const flush_record& record);
 

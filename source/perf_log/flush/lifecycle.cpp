@@ -138,8 +138,13 @@ void release_at_thread_exit(void* value)
 void release_at_process_exit(void)
 {
     end_tracing();
-    if (fatal_signal_received() || inside_library()) {
+    if (fatal_signal_received()) {
         report_loss_at_exit();
+        return;
+    }
+    if (inside_library()) {
+        report_loss_at_exit();
+        hurry_flushing_thread(process_flush_record());
         return;
     }
     const library_scope scope;
