@@ -10,25 +10,25 @@ namespace ostrum {
 namespace {
 
 constexpr key_field counter_keys[] = {
-    {keep_opcode, offsetof(counter_entry, opcode), field_kind::number},
-    {keep_opcode, offsetof(counter_entry, opname), field_kind::text},
-    {keep_obj_type, offsetof(counter_entry, obj_type), field_kind::text},
-    {keep_program, offsetof(counter_entry, program), field_kind::text},
-    {keep_opflags, offsetof(counter_entry, opflags), field_kind::number},
-    {keep_fname, offsetof(counter_entry, fname), field_kind::text},
-    {keep_lineno, offsetof(counter_entry, lineno), field_kind::number},
-    {keep_db_number, offsetof(counter_entry, db_number), field_kind::number}};
+    {keep_opcode, field_kind::number, offsetof(counter_entry, opcode)},
+    {keep_opcode, field_kind::text, offsetof(counter_entry, opname)},
+    {keep_obj_type, field_kind::text, offsetof(counter_entry, obj_type)},
+    {keep_program, field_kind::text, offsetof(counter_entry, program)},
+    {keep_opflags, field_kind::number, offsetof(counter_entry, opflags)},
+    {keep_fname, field_kind::text, offsetof(counter_entry, fname)},
+    {keep_lineno, field_kind::number, offsetof(counter_entry, lineno)},
+    {keep_db_number, field_kind::number, offsetof(counter_entry, db_number)}};
 constexpr size_t counter_totals[] = {offsetof(counter_entry, recs),    offsetof(counter_entry, calls),
                                      offsetof(counter_entry, errors),  offsetof(counter_entry, total_t),
                                      offsetof(counter_entry, u_cpu_t), offsetof(counter_entry, s_cpu_t)};
 
-constexpr key_field error_keys[] = {{error_by_dbno, offsetof(error_entry, dbno), field_kind::number},
-                                    {error_by_program, offsetof(error_entry, program), field_kind::text},
-                                    {error_by_opcode, offsetof(error_entry, opcode), field_kind::number},
-                                    {error_by_opcode, offsetof(error_entry, opname), field_kind::text},
-                                    {error_by_class, offsetof(error_entry, err_class), field_kind::number},
-                                    {error_by_location, offsetof(error_entry, location), field_kind::number},
-                                    {error_by_errnum, offsetof(error_entry, errnum), field_kind::number}};
+constexpr key_field error_keys[] = {{error_by_dbno, field_kind::number, offsetof(error_entry, dbno)},
+                                    {error_by_program, field_kind::text, offsetof(error_entry, program)},
+                                    {error_by_opcode, field_kind::number, offsetof(error_entry, opcode)},
+                                    {error_by_opcode, field_kind::text, offsetof(error_entry, opname)},
+                                    {error_by_class, field_kind::number, offsetof(error_entry, err_class)},
+                                    {error_by_location, field_kind::number, offsetof(error_entry, location)},
+                                    {error_by_errnum, field_kind::number, offsetof(error_entry, errnum)}};
 constexpr size_t error_totals[] = {offsetof(error_entry, errcnt)};
 
 uint64_t word_at(const char* record, size_t offset)

@@ -24,8 +24,8 @@ enum class field_kind : int32_t { number, text }; // a 64-bit word; a text of te
 
 struct key_field {
     uint32_t bit; // of the mask that keeps the field
-    size_t offset;
     field_kind kind;
+    size_t offset;
 };
 
 // What the merging must know of a record type.

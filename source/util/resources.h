@@ -21,6 +21,7 @@ using heap_ptr = std::unique_ptr<T, release_block>;
 template <typename T>
 heap_ptr<T> heap_zeroed(size_t count = 1)
 {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): T may well be a pointer, in a block of pointers
     return heap_ptr<T>{static_cast<T*>(os::allocate_zeroed(sizeof(T) * count))};
 }
 
