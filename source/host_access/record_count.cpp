@@ -23,15 +23,10 @@ bool has_results_array(int32_t opcode)
            std::end(counted_opcodes);
 }
 
-} // namespace
-
-int32_t count_flist(int32_t opcode, qel_flist_t* list, const qel_errbuf_t* eb)
+[[gnu::noinline]] int32_t count_elements(int32_t opcode, qel_flist_t* list)
 {
-    if (eb != nullptr && eb->errnum != 0) {
-        return 0;
-    }
-    const bool countable = ostrum::host_service(&ostrum::host_bindings::flist_elem_count) != nullptr;
-    if (list == nullptr || !has_results_array(opcode) || !countable) {
+    if (!has_results_array(opcode) ||
+        ostrum::host_service(&ostrum::host_bindings::flist_elem_count) == nullptr) {
         return default_count(opcode);
     }
     qel_errbuf_t counting{};
@@ -40,4 +35,14 @@ int32_t count_flist(int32_t opcode, qel_flist_t* list, const qel_errbuf_t* eb)
         return count;
     }
     return opcode == list_of_one_opcode ? 1 : 0;
+}
+
+} // namespace
+
+int32_t count_flist(int32_t opcode, qel_flist_t* list, const qel_errbuf_t* eb)
+{
+    if (eb != nullptr && eb->errnum != 0) {
+        return 0;
+    }
+    return list != nullptr ? count_elements(opcode, list) : default_count(opcode);
 }

@@ -72,6 +72,10 @@ int at_fork_in_child(void (*handler)());
 int create_thread(pthread_t& thread, void* (*body)(void*), void* argument); // joinable; an error number, or 0
 int join_thread(pthread_t thread);
 int join_thread_within(pthread_t thread, int64_t duration_tv); // an error number, or 0
+// A full memory barrier in every running thread of the process, made from outside (membarrier). False where
+// the system has none; to be registered first, once a process.
+bool register_barrier_in_all_threads();
+bool barrier_in_all_threads();
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*));
 
 } // namespace ostrum::os

@@ -7,7 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <linux/membarrier.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace ostrum::os {
@@ -288,6 +290,16 @@ int join_thread_within(pthread_t thread, int64_t duration_tv)
 {
     const timespec until = as_timespec(realtime_ns() + duration_tv);
     return pthread_timedjoin_np(thread, nullptr, &until);
+}
+
+bool register_barrier_in_all_threads()
+{
+    return syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
+}
+
+bool barrier_in_all_threads()
+{
+    return syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0;
 }
 
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*))

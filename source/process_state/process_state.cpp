@@ -18,10 +18,9 @@ start_mode decide_start_mode(start_mode wanted)
     return this_process.mode.compare_exchange_strong(in_force, wanted) ? wanted : in_force;
 }
 
-int32_t process_id()
+int32_t ask_process_id()
 {
-    const int32_t remembered = this_process.process_id.load(std::memory_order_acquire);
-    return remembered != 0 ? remembered : os::process_id();
+    return os::process_id();
 }
 
 uint64_t thread_id()
@@ -37,15 +36,9 @@ void remember_main_thread()
     }
 }
 
-bool is_main_thread()
-{
-    return this_process.process_id.load(std::memory_order_acquire) != 0 &&
-           pthread_equal(this_process.main_thread.load(std::memory_order_relaxed), pthread_self()) != 0;
-}
-
 void renew_identity_after_fork()
 {
-    this_process.main_thread.store(pthread_self(), std::memory_order_relaxed);
+    this_process.main_thread.store(thread_mark(), std::memory_order_relaxed);
     this_process.process_id.store(os::process_id(), std::memory_order_release);
 }
 

@@ -19,7 +19,7 @@ struct process_record {
     std::atomic<int32_t> initialised;
     std::atomic<start_mode> mode;
     std::atomic<int32_t> process_id;    // 0 = not remembered yet
-    std::atomic<pthread_t> main_thread; // valid once the process id is there
+    std::atomic<uintptr_t> main_thread; // its mark; 0 = not remembered yet
 };
 extern process_record this_process;
 
@@ -53,11 +53,26 @@ inline void end_tracing()
     this_process.mode.store(start_mode::closed, std::memory_order_relaxed);
 }
 
-int32_t process_id(); // no system call once start-up has run; renewed in a forked child
+int32_t ask_process_id(); // a system call
+// No system call once start-up has run; renewed in a forked child.
+inline int32_t process_id()
+{
+    const int32_t remembered = this_process.process_id.load(std::memory_order_acquire);
+    return remembered != 0 ? remembered : ask_process_id();
+}
 uint64_t thread_id(); // pthread_self() as 64 bits
 
+// Tells this thread from all others that live; cheaper than its id. Never 0.
+inline uintptr_t thread_mark()
+{
+    return reinterpret_cast<uintptr_t>(&thread_is_inside);
+}
+
 void remember_main_thread(); // the calling thread and its process, if none is remembered yet
-bool is_main_thread();
+inline bool is_main_thread()
+{
+    return this_process.main_thread.load(std::memory_order_relaxed) == thread_mark();
+}
 void renew_identity_after_fork(); // child: process id, and the calling thread as main thread
 
 // True from the first instruction of a hook, or of start-up, to its last on this thread. A hook that

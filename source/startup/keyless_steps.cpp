@@ -6,6 +6,7 @@
 #include "data_file/data_file.h"
 #include "os/os_calls.h"
 #include "perf_log/context/context_list.h"
+#include "perf_log/context/thread_slots.h"
 #include "perf_log/flush/lifecycle.h"
 #include "perf_log/flush/timed_flush.h"
 #include "process_state/signals.h"

@@ -111,7 +111,7 @@ TEST_F(TimedFlush, WritesWhatIsDueAndAsksWhereTheContextIsBusy)
     event.opcode = 5;
     event.phase = op_phase::start;
     write_log(contexts_[1], &event); // inside an operation
-    acquire(contexts_[2]->lock);     // in the middle of a hook
+    acquire_for_hook(contexts_[2]->lock);
     timeout_handler_func("test");
     release(contexts_[2]->lock);
     EXPECT_EQ(count_of(trace_text(), "VRT_OP_ELAPSED"), 98);

@@ -392,6 +392,16 @@ int join_thread_within(pthread_t thread, int64_t duration_tv)
     return real_os::join_thread_within(thread, duration_tv);
 }
 
+bool register_barrier_in_all_threads()
+{
+    return !fault_due(call::barrier) && real_os::register_barrier_in_all_threads();
+}
+
+bool barrier_in_all_threads()
+{
+    return !fault_due(call::barrier) && real_os::barrier_in_all_threads();
+}
+
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*))
 {
     return fault_due(call::create_thread_key) ? EAGAIN : real_os::create_thread_key(key, destructor);

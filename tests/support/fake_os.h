@@ -30,6 +30,7 @@ enum class call {
     at_fork_in_child,
     create_thread,
     create_thread_key,
+    barrier,
     count_of_calls
 };
 

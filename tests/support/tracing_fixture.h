@@ -13,6 +13,7 @@
 #include "config/settings.h"
 #include "data_file/variables.h"
 #include "perf_log/context/context_list.h"
+#include "perf_log/context/thread_slots.h"
 #include "perf_log/flush/lifecycle.h"
 #include "perf_log/operation/write_log.h"
 #include "process_state/process_state.h"

@@ -70,13 +70,6 @@ bt_tree* ostrum::create_agg_tree()
     return bt_create(sizeof(agg_node), __ostrum_agg_cmp_fn, __ostrum_agg_free_fn);
 }
 
-bool ostrum::is_same_path(const agg_node& key, const agg_node& node)
-{
-    return key.opcode == node.opcode && key.lineno == node.lineno && key.flags == node.flags &&
-           key.db_num == node.db_num && key.bucket_id == node.bucket_id &&
-           (key.bucket_id > 0 || compare_texts(key, node) == 0);
-}
-
 uint64_t ostrum_hash_aggr_node(const agg_node* key)
 {
     uint64_t hash = fnv_offset_basis;

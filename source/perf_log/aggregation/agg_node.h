@@ -85,9 +85,6 @@ struct destroy_agg_tree {
 };
 using agg_tree_ptr = std::unique_ptr<bt_tree, destroy_agg_tree>;
 
-// Whether a key's path is that of a stored node: what the ordering would find equal, without the hash.
-bool is_same_path(const agg_node& key, const agg_node& node);
-
 } // namespace ostrum
 
 extern "C" {

@@ -37,38 +37,16 @@ void make_node(agg_node& node, const agg_node& key)
     own_text(node.obj_type, node.ptr_obj_type);
 }
 
-// A call that ended in error never lowers the minimum.
-void take_extremes(total_record& totals, const total_record& added)
+void update_live_counter(agg_node& node, const node_addition& addition)
 {
-    if (added.total_errors == 0 && (totals.min_tv == 0 || totals.min_tv > added.min_tv)) {
-        totals.min_tv = added.min_tv;
-    }
-    totals.max_tv = std::max(totals.max_tv, added.max_tv);
-}
-
-void add_totals(total_record& totals, const total_record& added)
-{
-    totals.total_tv += added.total_tv;
-    totals.cm_cache_tv += added.cm_cache_tv;
-    totals.total_recs += added.total_recs;
-    totals.total_calls += added.total_calls;
-    totals.total_errors += added.total_errors;
-    totals.cm_cache_calls += added.cm_cache_calls;
-    totals.user_cpu_tv += added.user_cpu_tv;
-    totals.sys_cpu_tv += added.sys_cpu_tv;
-    take_extremes(totals, added);
-}
-
-void update_live_counter(agg_node& node, const agg_node& key)
-{
-    const total_record& added = key.main;
+    const total_record& added = addition.totals;
     if (node.live_counter != nullptr) {
         rt_counter_update(node.live_counter, added.total_calls, added.total_errors, added.total_recs,
                           added.total_tv, added.user_cpu_tv, added.sys_cpu_tv);
         return;
     }
-    const bool by_line = (key.log_time & live_counter_by_line) != 0;
-    const bool by_flags = (key.log_time & live_counter_by_flags) != 0;
+    const bool by_line = (addition.log_time & live_counter_by_line) != 0;
+    const bool by_flags = (addition.log_time & live_counter_by_flags) != 0;
     node.live_counter = rt_counter_add(__ostrum_get_data_file_handle(), node.opcode, node.opname,
                                        by_flags ? static_cast<uint32_t>(node.flags) : 0,
                                        by_line ? node.lineno : 0, node.program, by_line ? node.fname : "",
@@ -77,40 +55,40 @@ void update_live_counter(agg_node& node, const agg_node& key)
 }
 
 // Which attributes tell errors apart is the operator's choice; the others are left 0 or empty.
-void count_error(const agg_node& node, const agg_node& key)
+void count_error(const agg_node& node, const node_addition& addition)
 {
     const int32_t detail = configured().error_counter_level;
     const bool by_opcode = (detail & error_by_opcode) != 0;
     const char* name = node.opname[0] != '\0' ? node.opname : get_opname(node.opcode, nullptr);
     const auto word = [&](error_counter_bits bit, int index) -> uint32_t {
-        return (detail & bit) != 0 && key.err_info != nullptr ? key.err_info[index] : 0;
+        return (detail & bit) != 0 && addition.err_info != nullptr ? addition.err_info[index] : 0;
     };
     rt_error_add(__ostrum_get_data_file_handle(), (detail & error_by_dbno) != 0 ? node.db_num : 0,
                  by_opcode ? node.opcode : 0, by_opcode ? name : "",
                  (detail & error_by_program) != 0 ? node.program : "", word(error_by_class, 1),
-                 word(error_by_location, 0), word(error_by_errnum, 2), key.main.total_errors);
+                 word(error_by_location, 0), word(error_by_errnum, 2), addition.totals.total_errors);
 }
 
-void update_shared_counters(agg_node& node, const agg_node& key)
+void update_shared_counters(agg_node& node, const node_addition& addition)
 {
-    const int32_t deepest = (key.log_time & live_counter_two_levels) != 0 ? 1 : 0;
-    if (key.single_trace != 0 || key.level > deepest) {
+    if (addition.single_trace || addition.level > deepest_counted_level(addition.log_time)) {
         return;
     }
-    if ((key.log_time & live_counter_on) != 0) {
-        update_live_counter(node, key);
+    if ((addition.log_time & live_counter_on) != 0) {
+        update_live_counter(node, addition);
     }
-    if (configured().error_counter_level != 0 && key.main.total_errors > 0) {
-        count_error(node, key);
+    if (addition.totals.total_errors > 0 && configured().error_counter_level != 0) {
+        count_error(node, addition);
     }
 }
 
 // Buckets go by position: the first has no lower bound and the last no upper one, whatever the values.
 // Lower buckets are made on the way, higher ones when they are first hit.
-bool update_buckets(agg_node& node, const agg_node& key)
+bool update_buckets(agg_node& node, const node_addition& addition)
 {
     const opcode_buckets& def = *node.bucket_def;
-    const int64_t elapsed_tv = key.bucket_source != nullptr ? key.bucket_source->total_tv : key.main.total_tv;
+    const int64_t elapsed_tv =
+        addition.bucket_source != nullptr ? addition.bucket_source->total_tv : addition.totals.total_tv;
     total_record** link = &node.main.next;
     for (int32_t k = 0; k <= def.threshold_count; ++k, link = &(*link)->next) {
         const bool first = k == 0;
@@ -127,29 +105,46 @@ bool update_buckets(agg_node& node, const agg_node& key)
             (*link)->be_tv = upper_tv;
         }
         if ((first || elapsed_tv >= lower_tv) && (last || elapsed_tv < upper_tv)) {
-            agg_update_bucket_totals(*link, &key.main);
+            agg_update_bucket_totals(*link, &addition.totals);
             return true;
         }
     }
     return true;
 }
 
-bool merge_into_node(agg_node& node, const agg_node& key)
+node_addition addition_of(const agg_node& key)
 {
-    node.caller_ref_1 = key.caller_ref_1;
+    return {key.main,  key.bucket_source, key.caller_ref_1,      key.caller_ref_2,         key.err_info,
+            key.level, key.log_time,      key.single_trace != 0, key.count_in_buckets == 1};
+}
+
+bool merge_key(agg_node& node, const agg_node& key)
+{
     if (key.main.total_calls == start_marker) {
+        node.caller_ref_1 = key.caller_ref_1;
         return true;
     }
-    node.caller_ref_2 = key.caller_ref_2;
-    add_totals(node.main, key.main);
-    update_shared_counters(node, key);
-    if (node.bucket_def != nullptr && node.bucket_def->threshold_count >= 0 && key.count_in_buckets == 1) {
-        return update_buckets(node, key);
+    return add_to_node(node, addition_of(key));
+}
+
+} // namespace
+
+bool ostrum::count_in_file_and_buckets(agg_node& node, const node_addition& addition)
+{
+    update_shared_counters(node, addition);
+    if (addition.counts_in_buckets && has_buckets(node)) {
+        return update_buckets(node, addition);
     }
     return true;
 }
 
-} // namespace
+bool ostrum::add_to_node(agg_node& node, const node_addition& addition)
+{
+    node.caller_ref_1 = addition.caller_ref_1;
+    node.caller_ref_2 = addition.caller_ref_2;
+    add_totals(node.main, addition.totals);
+    return count_in_file_and_buckets(node, addition);
+}
 
 void agg_update_bucket_totals(total_record* bucket, const total_record* added)
 {
@@ -168,7 +163,7 @@ int32_t agg_upd_fn(void* node_record, const void* key_record, uint32_t status, v
         make_node(*node, *key);
         break;
     case BT_EXISTED:
-        if (!merge_into_node(*node, *key)) {
+        if (!merge_key(*node, *key)) {
             return 0;
         }
         break;

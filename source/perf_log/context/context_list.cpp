@@ -169,6 +169,7 @@ void leave_inherited_contexts_alone()
 void initialise_context_list()
 {
     pthread_mutex_init(&the_list.mutex, nullptr);
+    prepare_owned_locks();
 }
 
 void empty_list_after_fork()

@@ -1,6 +1,6 @@
 #ifndef OSTRUM_PERF_LOG_CONTEXT_CONTEXT_LIST_H
 #define OSTRUM_PERF_LOG_CONTEXT_CONTEXT_LIST_H
-// The process's list of contexts, newest first, and how a thread keeps the ones it uses.
+// The process's list of contexts, newest first.
 //
 // Locks: the list mutex is held for searches, links and unlinks only; never for file work, and never
 // together with a context's lock. Beside the list stands a table by (pid, key) with the same answers.
@@ -34,20 +34,6 @@ log_context* unlink_first(); // with the list's reference; null at the end
 // Pins up to `most` contexts of this process, of threads only, that this visit has not seen yet.
 int32_t pin_unvisited(log_context** out, int32_t most, uint64_t visit);
 uint64_t begin_visit();
-
-// The calling thread's slot: the context that the thread holds a reference to, or null. create_slots
-// makes the thread-specific keys; the destructor runs with the slot's context when its thread ends.
-int32_t create_context_key(void (*destructor)(void* context)); // 0, or an error number
-pthread_key_t context_key();
-void* shown_context_key(); // the key as debug lines show it
-log_context* thread_slot();
-void set_thread_slot(log_context* context); // does not touch references
-
-// The calling thread's cache of keyed contexts; each entry holds a reference.
-log_context* cached_context(int32_t pid, int32_t key);
-void cache_context(log_context* context, int32_t pid, int32_t key); // takes a reference of its own
-void drop_cached(int32_t pid, int32_t key);
-void forget_thread_slots_after_fork(); // child: slot and cache, without giving references back
 
 } // namespace ostrum
 #endif

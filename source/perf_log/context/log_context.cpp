@@ -71,6 +71,8 @@ log_context* init_log_info(int32_t pid, int32_t key)
         err_print("init_log_info : out of memory\n");
         return nullptr;
     }
+    own_lock(context->lock);
+    initialise_path_index(context->index);
     context->references = 1;
     context->depth = no_depth;
     context->trace.pid = pid;

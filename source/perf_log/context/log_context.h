@@ -17,7 +17,7 @@
 #include "perf_log/aggregation/call_frame.h"
 #include "perf_log/buckets/alarm_config.h"
 #include "perf_log/context/context_lock.h"
-#include "perf_log/context/path_hints.h"
+#include "perf_log/context/path_index.h"
 #include "util/resources.h"
 
 namespace ostrum {
@@ -59,7 +59,7 @@ struct trace_source {
     uint64_t tid;              // 0 for a keyed context
     char program[text_bytes];  // calling program, at most 126 characters
     bt_tree* tree;             // owned; null after a failed hand-over
-    uint64_t tree_generation;  // counts emptied and exchanged trees: nodes of an older one are gone
+    uint32_t tree_generation;  // counts emptied and exchanged trees: nodes of an older one are gone
     int32_t new_node_count;    // nodes made since the last flush; 0 = nothing to write
     shared_trace_file* file;   // held; null in single-file mode and while closed
     bool single_file;          // the trace goes to the shared single file
@@ -91,8 +91,8 @@ struct variable_handles {
 struct log_context {
     context_lock lock;
     std::atomic<int32_t> references;
-    bool released;  // off the list: files closed, trees gone
-    bool from_fork; // inherited by a forked child: its data belong to the parent
+    std::atomic<bool> released; // off the list: files closed, trees gone; set under the lock
+    bool from_fork;             // inherited by a forked child: its data belong to the parent
 
     trace_source trace;
     bt_tree* single_tree;     // owned; per-operation tree
@@ -106,7 +106,7 @@ struct log_context {
     uint32_t top_sequence;       // of the outermost operation in progress
     uint32_t current_sequence;   // of the operation last started or ended at this level
     call_frame frames[max_call_frames];
-    path_hints hints;
+    path_index index; // owned; of the nodes of the aggregation tree
 
     // steering, refreshed from the data file between operations
     int32_t time_mode;
@@ -142,18 +142,6 @@ inline void pin(log_context* context)
 {
     context->references.fetch_add(1, std::memory_order_relaxed);
 }
-
-// Holds a context's lock for one scope.
-class context_guard {
-public:
-    explicit context_guard(log_context& context) : context_(context) { acquire(context.lock); }
-    ~context_guard() { release(context_.lock); }
-    context_guard(const context_guard&) = delete;
-    context_guard& operator=(const context_guard&) = delete;
-
-private:
-    log_context& context_;
-};
 
 } // namespace ostrum
 #endif

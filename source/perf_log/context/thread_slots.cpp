@@ -1,42 +1,28 @@
+#include "perf_log/context/thread_slots.h"
+
 #include <utility>
 
 #include "os/os_calls.h"
-#include "perf_log/context/context_list.h"
+#include "util/resources.h"
 
 namespace ostrum {
+
+constinit thread_local thread_slots slots_of_this_thread{};
 
 namespace {
 
 // The keys are made once, at start-up, before any context is handed out.
 struct slot_keys {
     pthread_key_t context;
-    pthread_key_t cache; // its value only brings the destructor to threads that used the cache
+    pthread_key_t cache; // its value is the cache, so that the destructor frees it
     bool context_made;
     bool cache_made;
 };
 constinit slot_keys keys{};
 
-struct cache_entry {
-    int32_t pid;
-    int32_t key;
-    log_context* context; // holds a reference; null = free
-};
+constexpr uint32_t swept_at_once = 8;
 
-constexpr uint32_t cache_entries = 16;
-
-struct thread_cache {
-    cache_entry entries[cache_entries];
-    bool destructor_armed;
-};
-// In the static TLS block: an access costs no call.
-[[gnu::tls_model("initial-exec")]] constinit thread_local thread_cache cache{};
-
-cache_entry& entry_of(int32_t pid, int32_t key)
-{
-    return cache.entries[(static_cast<uint32_t>(pid) + static_cast<uint32_t>(key)) % cache_entries];
-}
-
-void drop(cache_entry& entry)
+void drop(cached_context_entry& entry)
 {
     log_context* context = std::exchange(entry.context, nullptr);
     if (context != nullptr) {
@@ -44,21 +30,37 @@ void drop(cache_entry& entry)
     }
 }
 
-void drop_cache_at_thread_exit(void*)
+void free_cache_at_thread_exit(void* value)
 {
-    cache.destructor_armed = false;
-    for (cache_entry& entry : cache.entries) {
-        drop(entry);
+    const heap_ptr<cached_context_entry> cache{static_cast<cached_context_entry*>(value)};
+    slots_of_this_thread.cache = nullptr;
+    for (uint32_t i = 0; i < cached_contexts; ++i) {
+        drop(cache.get()[i]);
     }
 }
 
 // Without the destructor the references of a thread that ends would never be given back.
-bool arm_destructor()
+bool make_cache()
 {
-    if (!cache.destructor_armed && keys.cache_made) {
-        cache.destructor_armed = pthread_setspecific(keys.cache, &cache) == 0;
+    heap_ptr<cached_context_entry> cache = heap_zeroed<cached_context_entry>(cached_contexts);
+    if (!keys.cache_made || !cache || pthread_setspecific(keys.cache, cache.get()) != 0) {
+        return false;
     }
-    return cache.destructor_armed;
+    slots_of_this_thread.cache = cache.release();
+    return true;
+}
+
+// Contexts that were released while they stood here, of keys that nobody asks for again: with every new
+// entry a few are looked at, so that they do not gather.
+void sweep_released()
+{
+    thread_slots& slots = slots_of_this_thread;
+    for (uint32_t i = 0; i < swept_at_once; ++i) {
+        cached_context_entry& entry = slots.cache[slots.next_swept++ % cached_contexts];
+        if (entry.context != nullptr && entry.context->released.load(std::memory_order_relaxed)) {
+            drop(entry);
+        }
+    }
 }
 
 } // namespace
@@ -67,7 +69,7 @@ int32_t create_context_key(void (*destructor)(void* context))
 {
     const int error = os::create_thread_key(keys.context, destructor);
     keys.context_made = error == 0;
-    keys.cache_made = error == 0 && os::create_thread_key(keys.cache, drop_cache_at_thread_exit) == 0;
+    keys.cache_made = error == 0 && os::create_thread_key(keys.cache, free_cache_at_thread_exit) == 0;
     return error;
 }
 
@@ -81,30 +83,20 @@ void* shown_context_key()
     return reinterpret_cast<void*>(uintptr_t{keys.context}); // NOLINT(performance-no-int-to-ptr): only shown
 }
 
-log_context* thread_slot()
-{
-    return keys.context_made ? static_cast<log_context*>(pthread_getspecific(keys.context)) : nullptr;
-}
-
 void set_thread_slot(log_context* context)
 {
-    if (keys.context_made) {
-        pthread_setspecific(keys.context, context);
+    if (keys.context_made && pthread_setspecific(keys.context, context) == 0) {
+        slots_of_this_thread.own = context;
     }
-}
-
-log_context* cached_context(int32_t pid, int32_t key)
-{
-    const cache_entry& entry = entry_of(pid, key);
-    return entry.pid == pid && entry.key == key ? entry.context : nullptr;
 }
 
 void cache_context(log_context* context, int32_t pid, int32_t key)
 {
-    if (!arm_destructor()) {
+    if (slots_of_this_thread.cache == nullptr && !make_cache()) {
         return;
     }
-    cache_entry& entry = entry_of(pid, key);
+    sweep_released();
+    cached_context_entry& entry = cache_entry_of(pid, key);
     drop(entry);
     pin(context);
     entry = {pid, key, context};
@@ -112,16 +104,15 @@ void cache_context(log_context* context, int32_t pid, int32_t key)
 
 void drop_cached(int32_t pid, int32_t key)
 {
-    cache_entry& entry = entry_of(pid, key);
-    if (entry.pid == pid && entry.key == key) {
-        drop(entry);
+    if (cached_context(pid, key) != nullptr) {
+        drop(cache_entry_of(pid, key));
     }
 }
 
 void forget_thread_slots_after_fork()
 {
-    for (cache_entry& entry : cache.entries) {
-        entry.context = nullptr;
+    for (uint32_t i = 0; slots_of_this_thread.cache != nullptr && i < cached_contexts; ++i) {
+        slots_of_this_thread.cache[i].context = nullptr;
     }
     set_thread_slot(nullptr);
 }

@@ -67,23 +67,23 @@ int32_t replant_running_calls(const log_context& context, bt_tree* tree, call_fr
 }
 
 // What the running call of a level has used so far, and not yet been charged for.
-agg_node part_done_so_far(const log_context& context, int32_t level, int64_t now_tv, const cpu_times& cpu)
+node_addition part_done_so_far(const log_context& context, int32_t level, int64_t now_tv, const cpu_times& cpu)
 {
     const call_frame& frame = context.frames[level];
-    agg_node key{};
-    key.level = level;
-    key.log_time = context.time_mode;
-    key.caller_ref_1 = frame.node->caller_ref_1;
-    key.caller_ref_2 = frame.node->caller_ref_2;
+    node_addition part{};
+    part.level = level;
+    part.log_time = context.time_mode;
+    part.caller_ref_1 = frame.node->caller_ref_1;
+    part.caller_ref_2 = frame.node->caller_ref_2;
     const int64_t elapsed_tv = std::max<int64_t>(now_tv - frame.start_tv, 0);
-    key.main.total_tv = elapsed_tv;
-    key.main.min_tv = elapsed_tv;
-    key.main.max_tv = elapsed_tv;
+    part.totals.total_tv = elapsed_tv;
+    part.totals.min_tv = elapsed_tv;
+    part.totals.max_tv = elapsed_tv;
     if (configured().collect_cpu_levels > level) {
-        key.main.user_cpu_tv = cpu.user_tv - frame.user_cpu_tv;
-        key.main.sys_cpu_tv = cpu.sys_tv - frame.sys_cpu_tv;
+        part.totals.user_cpu_tv = cpu.user_tv - frame.user_cpu_tv;
+        part.totals.sys_cpu_tv = cpu.sys_tv - frame.sys_cpu_tv;
     }
-    return key;
+    return part;
 }
 
 void remember_flushed_part(total_record& own, const total_record& part)
@@ -104,8 +104,8 @@ void charge_running_calls(log_context& context, const call_frame* new_stack, int
         if (frame.node == nullptr) {
             continue;
         }
-        const agg_node part = part_done_so_far(context, level, now_tv, cpu);
-        if (agg_upd_fn(frame.node, &part, BT_EXISTED, nullptr) != 1) {
+        const node_addition part = part_done_so_far(context, level, now_tv, cpu);
+        if (!add_to_node(*frame.node, part)) {
             err_print("inside_opcode_flush : failed updating aggregation node\n");
         }
         if (frame.first_start_tv == 0) {
@@ -115,7 +115,7 @@ void charge_running_calls(log_context& context, const call_frame* new_stack, int
         frame.user_cpu_tv = cpu.user_tv;
         frame.sys_cpu_tv = cpu.sys_tv;
         frame.node = new_stack[level].node;
-        remember_flushed_part(frame.own, part.main);
+        remember_flushed_part(frame.own, part.totals);
     }
 }
 

@@ -5,6 +5,7 @@
 #include "config/settings.h"
 #include "os/os_calls.h"
 #include "perf_log/context/context_list.h"
+#include "perf_log/context/thread_slots.h"
 #include "perf_log/flush/async_flusher.h"
 #include "perf_log/flush/flush.h"
 #include "perf_log/output/trace_file.h"
@@ -53,6 +54,7 @@ void empty_context(log_context& context)
     }
     destroy_trees(context);
     ++context.trace.tree_generation;
+    release_path_index(context.index);
     close_files(context);
     context.trace_opcodes = {};
     std::for_each(std::begin(context.frames), std::end(context.frames), clear_frame);
@@ -121,6 +123,7 @@ void release_at_thread_exit(void* value)
 {
     const library_scope scope;
     auto* context = static_cast<log_context*>(value);
+    set_thread_slot(nullptr);
     if (debug_on(debug_general)) {
         debug_print("release_at_thread_exit : cleanup thread - lip[%p]\n", value);
     }

@@ -3,6 +3,7 @@
 #include "config/settings.h"
 #include "os/os_calls.h"
 #include "perf_log/context/context_list.h"
+#include "perf_log/context/thread_slots.h"
 #include "perf_log/flush/alarm_detection.h"
 #include "perf_log/flush/flush.h"
 #include "perf_log/flush/inside_opcode_flush.h"

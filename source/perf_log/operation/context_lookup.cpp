@@ -1,6 +1,7 @@
 #include "perf_log/operation/context_lookup.h"
 
 #include "perf_log/context/context_list.h"
+#include "perf_log/context/thread_slots.h"
 #include "perf_log/flush/lifecycle.h"
 #include "process_state/process_state.h"
 #include "startup/initialise.h"
@@ -10,36 +11,30 @@ namespace ostrum {
 
 namespace {
 
-struct found_context {
-    log_context* context = nullptr;
-    bool pinned = false; // the finder must give a reference back
-};
-
-// A quiet start hands out no context, and neither does a process that is about to end.
 bool contexts_available()
 {
     if (initialised_state() == 0) {
         (void)__ostrum_init(0);
     }
-    return initialised_state() >= 1 && decided_start_mode() == start_mode::full;
+    return hands_out_contexts();
 }
 
-found_context find_own()
+held_context find_own()
 {
-    if (log_context* context = thread_slot()) {
+    if (log_context* context = kept_context(nullptr)) {
         return {context, false};
     }
     log_context* context = lip_list_add(nullptr, process_id(), own_thread_key);
     if (context == nullptr) {
-        return {};
+        return {nullptr, false};
     }
     set_thread_slot(context); // the slot takes over the reference
     return {context, thread_slot() != context};
 }
 
-found_context find_named(const context_name& name)
+held_context find_named(const context_name& name)
 {
-    if (log_context* context = cached_context(name.pid, name.key)) {
+    if (log_context* context = kept_context(&name)) {
         return {context, false};
     }
     log_context* context = lip_list_add(nullptr, name.pid, name.key);
@@ -50,7 +45,7 @@ found_context find_named(const context_name& name)
 }
 
 // A context that was released meanwhile: this thread gives up its hold on it.
-void let_go(const found_context& found, const context_name* name)
+void let_go(const held_context& found, const context_name* name)
 {
     if (found.pinned) {
         unpin(found.context);
@@ -63,16 +58,22 @@ void let_go(const found_context& found, const context_name* name)
     }
 }
 
+// Neither locked nor certain to be live.
+held_context find_any(const context_name* name)
+{
+    return name != nullptr ? find_named(*name) : find_own();
+}
+
 // The context of the name, or the thread's own, with its lock held; one that was released meanwhile is let
 // go of and looked for again. Null when there is none to be had.
-found_context acquire_live(const context_name* name)
+held_context acquire_live(const context_name* name)
 {
     for (;;) {
-        const found_context found = name != nullptr ? find_named(*name) : find_own();
+        const held_context found = find_any(name);
         if (found.context == nullptr) {
-            return {};
+            return {nullptr, false};
         }
-        acquire(found.context->lock);
+        acquire_for_hook(found.context->lock);
         if (!found.context->released) {
             return found;
         }
@@ -88,11 +89,11 @@ log_context* find_live(const context_name* name)
     if (!scope.entered() || !contexts_available()) {
         return nullptr; // inside a hook of this thread, which may hold any lock
     }
-    const found_context found = acquire_live(name);
-    if (found.context == nullptr) {
-        return nullptr;
+    held_context found = find_any(name);
+    while (found.context != nullptr && found.context->released) {
+        let_go(found, name);
+        found = find_any(name);
     }
-    release(found.context->lock);
     if (found.pinned) {
         unpin(found.context);
     }
@@ -110,29 +111,14 @@ bool is_valid_key(int32_t key)
 
 } // namespace
 
-locked_context::locked_context(const context_name* name)
+held_context find_and_lock_context(const context_name* name)
 {
     if (!contexts_available()) {
-        return;
+        return {nullptr, false};
     }
     const context_name* wanted = name != nullptr && is_valid_key(name->key) ? name : nullptr;
-    found_context found = acquire_live(wanted);
-    if (found.context == nullptr && wanted != nullptr) {
-        found = acquire_live(nullptr);
-    }
-    context_ = found.context;
-    pinned_ = found.pinned;
-}
-
-locked_context::~locked_context()
-{
-    if (context_ == nullptr) {
-        return;
-    }
-    release(context_->lock);
-    if (pinned_) {
-        unpin(context_);
-    }
+    const held_context found = acquire_live(wanted);
+    return found.context == nullptr && wanted != nullptr ? acquire_live(nullptr) : found;
 }
 
 } // namespace ostrum

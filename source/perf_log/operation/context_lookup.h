@@ -4,6 +4,8 @@
 #include <cstdint>
 
 #include "perf_log/context/log_context.h"
+#include "perf_log/context/thread_slots.h"
+#include "process_state/process_state.h"
 
 namespace ostrum {
 
@@ -13,24 +15,64 @@ struct context_name {
     int32_t key;
 };
 
-// A context found or made for one hook, locked until the end of the scope. Without a name, or with one
-// that has no context, it is the calling thread's own. Empty when there is none to be had: logging is
-// disabled, memory is short, or the process has begun to exit. Brings the library up when nothing has.
-class locked_context {
-public:
-    explicit locked_context(const context_name* name);
-    ~locked_context();
-    locked_context(const locked_context&) = delete;
-    locked_context& operator=(const locked_context&) = delete;
+// The context that the calling thread keeps by that name, or for itself; null when it must be looked for.
+inline log_context* kept_context(const context_name* name)
+{
+    return name != nullptr ? cached_context(name->pid, name->key) : thread_slot();
+}
 
-    explicit operator bool() const { return context_ != nullptr; }
-    log_context& operator*() const { return *context_; }
-    log_context* operator->() const { return context_; }
+// A quiet start hands out no context, and neither does a process that is about to end.
+inline bool hands_out_contexts()
+{
+    return initialised_state() >= 1 && decided_start_mode() == start_mode::full;
+}
 
-private:
-    log_context* context_ = nullptr;
-    bool pinned_ = false; // found without a slot or cache entry that would keep it
+// A context with its lock held.
+struct held_context {
+    log_context* context; // null = none
+    bool pinned;          // without a slot or cache entry that would keep it
 };
+
+// The context that the calling thread keeps and owns, entered. Null: it has to be had the long way.
+inline log_context* enter_own_context(const context_name* name)
+{
+    log_context* kept = kept_context(name);
+    if (kept == nullptr || !is_own(kept->lock) || !enter_as_owner(kept->lock)) [[unlikely]] {
+        return nullptr;
+    }
+    if (kept->released.load(std::memory_order_relaxed)) [[unlikely]] {
+        leave_as_owner(kept->lock);
+        return nullptr;
+    }
+    return kept;
+}
+
+// The long way: a context that another thread made, that has to be looked for or made; or the library has
+// to be brought up first.
+held_context find_and_lock_context(const context_name* name);
+
+// The context of one hook call: the named one, or without a name, or one that has no context, the calling
+// thread's own. None when there is none to be had: logging is disabled, memory is short, or the process has
+// begun to exit. To be given back with leave_context.
+inline held_context enter_context(const context_name* name)
+{
+    if (hands_out_contexts()) [[likely]] {
+        if (log_context* own = enter_own_context(name)) [[likely]] {
+            return {own, false};
+        }
+    } else if (initialised_state() != 0) {
+        return {nullptr, false};
+    }
+    return find_and_lock_context(name);
+}
+
+inline void leave_context(const held_context& held)
+{
+    release(held.context->lock);
+    if (held.pinned) [[unlikely]] {
+        unpin(held.context);
+    }
+}
 
 } // namespace ostrum
 

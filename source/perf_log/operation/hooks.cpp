@@ -22,21 +22,32 @@ constexpr const char* error_log_file = "source/perf_log/operation/hooks.cpp";
 
 // What every hook does around its own work: the clock first, nothing when the thread is inside the
 // library already, the context held meanwhile, errno as it was.
-template <typename Work>
-int64_t run_hook(const context_name* name, Work work)
-{
-    const int saved_errno = errno;
-    const int64_t now_tv = os::realtime_ns();
-    const library_scope scope;
-    if (scope.entered()) {
-        const locked_context context(name);
-        if (context) {
-            work(*context, now_tv);
+class hook_call {
+public:
+    explicit hook_call(const context_name* name)
+        : error_(errno), saved_errno_(error_), now_tv_(os::realtime_ns()),
+          held_(scope_.entered() ? enter_context(name) : held_context{})
+    {}
+    ~hook_call()
+    {
+        if (held_.context != nullptr) {
+            leave_context(held_);
         }
+        error_ = saved_errno_;
     }
-    errno = saved_errno;
-    return now_tv;
-}
+    hook_call(const hook_call&) = delete;
+    hook_call& operator=(const hook_call&) = delete;
+
+    [[nodiscard]] int64_t now_tv() const { return now_tv_; }
+    [[nodiscard]] log_context* context() const { return held_.context; } // null: nothing to do
+
+private:
+    int& error_;
+    const int saved_errno_;
+    const int64_t now_tv_;
+    const library_scope scope_;
+    const held_context held_;
+};
 
 qel_errbuf_t error_buffer(int32_t errnum, int32_t err_class, int32_t location)
 {
@@ -101,34 +112,23 @@ struct call_details {
     int64_t db;
 };
 
-op_event call_of(const call_details& call, int64_t now_tv)
+op_event call_of(const call_details& call, const hook_call& hook)
 {
-    op_event event{};
-    event.now_tv = now_tv;
-    event.opcode = static_cast<int32_t>(call.opcode);
-    event.opname = call.name;
-    event.opflags = call.opflags;
-    event.program = call.program;
-    event.file = call.file;
-    event.line = call.line;
-    event.obj_type = call.obj_type;
-    event.obj_id = call.obj_id;
-    event.db = call.db;
-    return event;
-}
-
-void start_call(log_context& context, op_event& event)
-{
-    ++context.open_hook_calls;
-    event.phase = op_phase::start;
-    write_log(&context, &event);
-}
-
-void end_call(log_context& context, op_event& event)
-{
-    event.phase = op_phase::end;
-    write_log(&context, &event);
-    --context.open_hook_calls;
+    return {.now_tv = hook.now_tv(),
+            .opcode = static_cast<int32_t>(call.opcode),
+            .opname = call.name,
+            .opflags = call.opflags,
+            .program = call.program,
+            .file = call.file,
+            .line = call.line,
+            .obj_type = call.obj_type,
+            .obj_id = call.obj_id,
+            .db = call.db,
+            .in_flist = nullptr,
+            .out_flist = nullptr,
+            .end_flags = 0,
+            .record_count = 0,
+            .ebuf = nullptr};
 }
 
 // The common end of a function: its error buffer lives for this call only.
@@ -137,7 +137,7 @@ void end_function(log_context& context, op_event& event, int32_t error, const qe
     event.end_flags = error != 0 ? end_flag_error : 0;
     event.record_count = 1;
     event.ebuf = &ebuf;
-    end_call(context, event);
+    log_operation_end(context, event);
 }
 
 } // namespace
@@ -146,48 +146,61 @@ int64_t __ostrum_log_start_op(const context_name* name, uint32_t opcode, const c
                               void* in_flist, const char* file, int32_t line, const char* obj_type,
                               int64_t obj_id, int64_t db, void* ebuf)
 {
-    return run_hook(name, [&](log_context& context, int64_t now_tv) {
-        char* program = context.trace.program;
-        if (context.depth < 0) {
-            get_program(program, sizeof(context.trace.program));
+    const hook_call hook(name);
+    if (log_context* context = hook.context()) {
+        ++context->open_hook_calls;
+        if (context->depth < 0) {
+            get_program(context->trace.program, sizeof(context->trace.program));
         }
-        op_event event =
-            call_of({opcode, opname, opflags, program, file, line, obj_type, obj_id, db}, now_tv);
-        event.in_flist = in_flist;
-        event.ebuf = static_cast<const qel_errbuf_t*>(ebuf);
-        start_call(context, event);
-    });
+        if (!pass_start(*context)) {
+            op_event event = call_of(
+                {opcode, opname, opflags, context->trace.program, file, line, obj_type, obj_id, db}, hook);
+            event.in_flist = in_flist;
+            event.ebuf = static_cast<const qel_errbuf_t*>(ebuf);
+            log_operation_start(*context, event);
+        }
+    }
+    return hook.now_tv();
 }
 
 int64_t __ostrum_log_end_op(const context_name* name, uint32_t opcode, const char* opname, uint32_t opflags,
                             void* in_flist, void* out_flist, uint32_t end_flags, const char* file,
                             int32_t line, const char* obj_type, int64_t obj_id, int64_t db, void* ebuf)
 {
-    return run_hook(name, [&](log_context& context, int64_t now_tv) {
-        const auto* error = static_cast<const qel_errbuf_t*>(ebuf);
-        op_event event = call_of(
-            {opcode, opname, opflags, context.trace.program, file, line, obj_type, obj_id, db}, now_tv);
-        event.in_flist = in_flist;
-        event.out_flist = out_flist;
-        event.end_flags = end_flags;
-        event.record_count = count_flist(event.opcode, static_cast<qel_flist_t*>(out_flist), error);
-        event.ebuf = error;
-        end_call(context, event);
-        if (context.depth < 0) {
-            report_failed_operation(error, in_flist);
+    const hook_call hook(name);
+    if (log_context* context = hook.context()) {
+        if (!pass_end(*context)) {
+            op_event event = call_of(
+                {opcode, opname, opflags, context->trace.program, file, line, obj_type, obj_id, db}, hook);
+            event.in_flist = in_flist;
+            event.out_flist = out_flist;
+            event.end_flags = end_flags;
+            event.ebuf = static_cast<const qel_errbuf_t*>(ebuf);
+            event.record_count = count_flist(event.opcode, static_cast<qel_flist_t*>(out_flist), event.ebuf);
+            log_operation_end(*context, event);
+            if (context->depth < 0) {
+                report_failed_operation(event.ebuf, in_flist);
+            }
         }
-    });
+        --context->open_hook_calls;
+    }
+    return hook.now_tv();
 }
 
 int64_t __ostrum_log_start_fn(const context_name* name, uint32_t opcode, const char* fn_name,
                               uint32_t opflags, const char* program, const char* file, int32_t line,
                               const char* obj_type, int64_t obj_id, int64_t db)
 {
-    return run_hook(name, [&](log_context& context, int64_t now_tv) {
-        op_event event =
-            call_of({opcode, fn_name, opflags, program, file, line, obj_type, obj_id, db}, now_tv);
-        start_call(context, event);
-    });
+    const hook_call hook(name);
+    if (log_context* context = hook.context()) {
+        ++context->open_hook_calls;
+        if (!pass_start(*context)) {
+            log_operation_start(
+                *context,
+                call_of({opcode, fn_name, opflags, program, file, line, obj_type, obj_id, db}, hook));
+        }
+    }
+    return hook.now_tv();
 }
 
 int64_t __ostrum_log_end_fn(const context_name* name, uint32_t opcode, const char* fn_name, uint32_t opflags,
@@ -195,19 +208,27 @@ int64_t __ostrum_log_end_fn(const context_name* name, uint32_t opcode, const cha
                             const char* obj_type, int64_t obj_id, int64_t db, int32_t errnum,
                             int32_t err_class, int32_t location)
 {
-    return run_hook(name, [&](log_context& context, int64_t now_tv) {
-        op_event event =
-            call_of({opcode, fn_name, opflags, program, file, line, obj_type, obj_id, db}, now_tv);
-        end_function(context, event, error, error_buffer(errnum, err_class, location));
-    });
+    const hook_call hook(name);
+    if (log_context* context = hook.context()) {
+        if (!pass_end(*context)) {
+            op_event event =
+                call_of({opcode, fn_name, opflags, program, file, line, obj_type, obj_id, db}, hook);
+            end_function(*context, event, error, error_buffer(errnum, err_class, location));
+        }
+        --context->open_hook_calls;
+    }
+    return hook.now_tv();
 }
 
 int64_t __ostrum_log_end_default(const context_name* name, int32_t error, int32_t errnum, int32_t err_class,
                                  int32_t location)
 {
-    return run_hook(name, [&](log_context& context, int64_t now_tv) {
-        op_event event = end_of_innermost(context);
-        event.now_tv = now_tv;
-        end_function(context, event, error, error_buffer(errnum, err_class, location));
-    });
+    const hook_call hook(name);
+    if (log_context* context = hook.context()) {
+        op_event event = end_of_innermost(*context);
+        event.now_tv = hook.now_tv();
+        end_function(*context, event, error, error_buffer(errnum, err_class, location));
+        --context->open_hook_calls;
+    }
+    return hook.now_tv();
 }

@@ -13,7 +13,7 @@ inline constexpr uint32_t end_flag_error = 0x4; // function ends: the caller rep
 
 // One hook call, as the per-operation logging sees it. Texts and references are the caller's.
 struct op_event {
-    op_phase phase;
+    op_phase phase = op_phase::start; // as write_log is told
     int64_t now_tv;
     int32_t opcode;
     const char* opname;

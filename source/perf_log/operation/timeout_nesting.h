@@ -2,6 +2,8 @@
 #define OSTRUM_PERF_LOG_OPERATION_TIMEOUT_NESTING_H
 #include <cstdint>
 
+#include "process_state/process_state.h"
+
 namespace ostrum {
 
 // The timeout nesting word: how deep the main thread is inside the logging, and whether a timed flush
@@ -9,13 +11,39 @@ namespace ostrum {
 inline constexpr uint32_t nesting_count_mask = 0x0FFFFFFF;
 inline constexpr uint32_t timeout_deferred = 1U << 28;
 inline constexpr uint32_t timeout_running = 1U << 29;
-uint32_t& timeout_nesting_word();
+
+// Owned by timeout_nesting.cpp; here because every hook counts.
+struct timeout_nesting_state {
+    uint32_t word;
+    int32_t process; // in a forked child the parent's count means nothing
+};
+extern timeout_nesting_state timeout_nesting;
+
+inline uint32_t& timeout_nesting_word()
+{
+    return timeout_nesting.word;
+}
+
+void run_deferred_timeout();
 
 // Counts one stay inside the logging; on leaving, runs the flush that was put off.
 class timeout_nesting_scope {
 public:
-    timeout_nesting_scope();
-    ~timeout_nesting_scope();
+    timeout_nesting_scope() : on_main_thread_(is_main_thread())
+    {
+        if (on_main_thread_) {
+            if (timeout_nesting.process != process_id()) [[unlikely]] {
+                timeout_nesting = {0, process_id()};
+            }
+            ++timeout_nesting.word;
+        }
+    }
+    ~timeout_nesting_scope()
+    {
+        if (on_main_thread_ && --timeout_nesting.word == timeout_deferred) [[unlikely]] {
+            run_deferred_timeout();
+        }
+    }
     timeout_nesting_scope(const timeout_nesting_scope&) = delete;
     timeout_nesting_scope& operator=(const timeout_nesting_scope&) = delete;
 

@@ -59,83 +59,103 @@ int32_t live_counter_options(const log_context& context)
     return context.time_mode | (context.grouped_transaction ? live_counter_two_levels : 0);
 }
 
-// Which path. The text copies of a key are left unset: only its pointers are read.
-void fill_identity(agg_node& key, const log_context& context, const op_event& event)
+path_identity identity_of(const op_event& event)
 {
-    key.opcode = event.opcode;
-    key.flags = static_cast<int32_t>(event.opflags);
+    return {event.opcode,
+            static_cast<int32_t>(event.opflags),
+            event.line,
+            event.db,
+            text_or_empty(event.program),
+            text_or_empty(event.opname),
+            text_or_empty(event.file),
+            text_or_empty(event.obj_type)};
+}
+
+// A key for the trees. The text copies are left unset: only its pointers are read.
+void fill_key(agg_node& key, const log_context& context, const op_event& event)
+{
+    const path_identity path = identity_of(event);
+    key.opcode = path.opcode;
+    key.flags = path.flags;
     key.level = context.depth;
     key.pid = static_cast<uint32_t>(context.trace.pid);
     key.tid = context.trace.tid;
-    key.ptr_program = text_or_empty(event.program);
-    key.ptr_opname = text_or_empty(event.opname);
-    key.ptr_fname = text_or_empty(event.file);
-    key.ptr_obj_type = text_or_empty(event.obj_type);
-    key.lineno = event.line;
-    key.db_num = event.db;
+    key.lineno = path.lineno;
+    key.db_num = path.db_num;
+    key.ptr_program = path.program;
+    key.ptr_opname = path.opname;
+    key.ptr_fname = path.fname;
+    key.ptr_obj_type = path.obj_type;
+    key.count_in_buckets = 0;
     key.bucket_id = 0;
+    key.log_time = live_counter_options(context);
+    key.single_trace = 0;
+    key.main = total_record{};
+    key.main.total_calls = start_marker;
+    key.bucket_source = nullptr;
     key.bucket_def = nullptr;
+    key.caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
+    key.caller_ref_2 = 0;
     key.live_counter = nullptr;
     key.sub_opcode_tree = nullptr;
-}
-
-void fill_start_key(agg_node& key, const log_context& context, const op_event& event)
-{
-    fill_identity(key, context, event);
-    key.count_in_buckets = 0;
-    key.log_time = live_counter_options(context);
-    key.single_trace = 0;
-    key.bucket_source = nullptr;
-    key.caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
     key.err_info = nullptr;
-    key.main.total_calls = start_marker;
+    key.hash_code = ostrum_hash_aggr_node(&key);
 }
 
-// What the call adds to the node that its frame holds. The node knows the path, so the key does not
-// repeat it.
-void fill_end_key(agg_node& key, const log_context& context, const op_event& event, const call_frame& frame,
-                  const call_cost& cost)
+total_record totals_of(const op_event& event, int32_t level, const call_cost& cost)
 {
     const bool cache_flag = (event.end_flags & end_flag_error) != 0;
-    key.level = context.depth;
-    key.count_in_buckets = 1;
-    key.log_time = live_counter_options(context);
-    key.single_trace = 0;
-    key.main.total_tv = cost.elapsed_tv;
-    key.main.min_tv = cost.elapsed_tv;
-    key.main.max_tv = cost.elapsed_tv;
-    key.main.cm_cache_tv = cache_flag ? cost.elapsed_tv : 0;
-    key.main.total_recs = event.record_count;
-    key.main.total_calls = 1;
-    key.main.total_errors = is_recorded_error(event, context.depth) ? 1 : 0;
-    key.main.cm_cache_calls = cache_flag ? 1 : 0;
-    key.main.user_cpu_tv = cost.cpu.user_tv;
-    key.main.sys_cpu_tv = cost.cpu.sys_tv;
-    key.main.bs_tv = 0;
-    key.main.be_tv = 0;
-    key.main.next = nullptr;
-    key.bucket_source = own_totals_in_use(frame) ? &frame.own : nullptr;
-    key.caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
-    key.caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist);
-    key.err_info = event.ebuf != nullptr ? &event.ebuf->location : nullptr;
+    return {.total_tv = cost.elapsed_tv,
+            .min_tv = cost.elapsed_tv,
+            .max_tv = cost.elapsed_tv,
+            .cm_cache_tv = cache_flag ? cost.elapsed_tv : 0,
+            .total_recs = event.record_count,
+            .total_calls = 1,
+            .total_errors = is_recorded_error(event, level) ? 1 : 0,
+            .cm_cache_calls = cache_flag ? 1 : 0,
+            .user_cpu_tv = cost.cpu.user_tv,
+            .sys_cpu_tv = cost.cpu.sys_tv,
+            .bs_tv = 0,
+            .be_tv = 0,
+            .next = nullptr};
 }
 
-// Debug listing of a key, which needs the identity that an end key leaves out.
-void dump_key(agg_node& key, const log_context& context, const op_event& event, const char* label)
+// What the call adds to the node that its frame holds.
+node_addition addition_of(const log_context& context, const op_event& event, const call_frame& frame,
+                          const call_cost& cost)
 {
-    if (debug_on(debug_fine)) {
-        fill_identity(key, context, event);
-        key.hash_code = ostrum_hash_aggr_node(&key);
-        __ostrum_dump_agg_node(&key, label);
+    return {.totals = totals_of(event, context.depth, cost),
+            .bucket_source = own_totals_in_use(frame) ? &frame.own : nullptr,
+            .caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist),
+            .caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist),
+            .err_info = event.ebuf != nullptr ? &event.ebuf->location : nullptr,
+            .level = context.depth,
+            .log_time = live_counter_options(context),
+            .single_trace = false,
+            .counts_in_buckets = true};
+}
+
+// Debug listing of a start or end: as the key that it is, with what it adds.
+[[gnu::noinline, gnu::cold]] void dump_call(const log_context& context, const op_event& event,
+                                            const total_record* added, const char* label)
+{
+    agg_node key;
+    fill_key(key, context, event);
+    if (added != nullptr) {
+        key.main = *added;
     }
+    __ostrum_dump_agg_node(&key, label);
+}
+
+bool traces_flists(const log_context& context)
+{
+    return context.flist_mode > 0 && !context.skip_flist_trace && is_open(context.flist_trace);
 }
 
 // The record of this start or end in the field-list trace.
-void trace_flist(log_context& context, const op_event& event, flist_direction direction)
+[[gnu::noinline]] void write_flist_record(log_context& context, const op_event& event,
+                                          flist_direction direction)
 {
-    if (context.flist_mode <= 0 || context.skip_flist_trace || !is_open(context.flist_trace)) {
-        return;
-    }
     void* flist = direction == flist_direction::in ? event.in_flist : event.out_flist;
     const flist_entry entry{direction,  event.opcode,    event.opname,   event.opflags, event.now_tv,
                             event.file, event.line,      event.obj_type, event.obj_id,  event.db,
@@ -158,71 +178,85 @@ void begin_frame(log_context& context, const op_event& event, const cpu_times& c
     frame.own.total_calls = start_marker;
 }
 
-// The tree that the nodes of a level are in; null below a caller that has called nothing yet.
-const bt_tree* tree_of_level(const trace_source& trace, int32_t level, const agg_node* caller)
+// Where the nodes of this level are; no tree below a caller that has called nothing yet.
+path_place place_of_level(const log_context& context)
 {
-    if (level == 0) {
-        return trace.tree;
+    const trace_source& trace = context.trace;
+    if (context.depth == 0) {
+        return {trace.tree, trace.tree_generation};
     }
-    return caller != nullptr ? caller->sub_opcode_tree : nullptr;
+    const agg_node* caller = context.frames[context.depth - 1].node;
+    return {caller != nullptr ? caller->sub_opcode_tree : nullptr, trace.tree_generation};
 }
 
-// The node of the key's path in the aggregation tree, new or known; null when memory is short.
-agg_node* find_or_insert_path(log_context& context, agg_node& key)
+// For a path that is not remembered: its node in the aggregation tree, new or known. Without memory for it
+// the frame has none.
+[[gnu::noinline]] void insert_path(log_context& context, const op_event& event, call_frame& frame)
 {
     trace_source& trace = context.trace;
-    const int32_t level = context.depth;
-    const agg_node* caller = level > 0 ? context.frames[level - 1].node : nullptr;
-    const bt_tree* tree = tree_of_level(trace, level, caller);
-    agg_node* node = find_hinted(context.hints, trace.tree_generation, tree, key);
-    if (node != nullptr) {
-        node->caller_ref_1 = key.caller_ref_1;
-        context.frames[level].node = node;
-        return node;
-    }
-    key.hash_code = ostrum_hash_aggr_node(&key);
-    const uint32_t result = insert_agg_node(trace.tree, context.frames, &key, level, &node);
+    agg_node key;
+    fill_key(key, context, event);
+    frame.key_hash = key.hash_code;
+    agg_node* node = nullptr;
+    const uint32_t result = insert_agg_node(trace.tree, context.frames, &key, context.depth, &node);
     if (result == BT_FAIL) {
-        err_print("write_log : error inserting aggregate - level[%d] opcode[%d]\n", level, key.opcode);
-        return nullptr;
+        err_print("write_log : error inserting aggregate - level[%d] opcode[%d]\n", context.depth,
+                  key.opcode);
+        return;
     }
     if (result == BT_INSERTED) {
         ++trace.new_node_count;
     }
     // The first call from a caller has made the tree of its callees.
-    remember_path(context.hints, tree_of_level(trace, level, caller), key, node);
-    return node;
+    const path_place place = place_of_level(context);
+    remember_path(context.index, place, mark_of(place, identity_of(event)), node, trace.new_node_count);
 }
 
-void insert_into_single_tree(log_context& context, const op_event& event, agg_node& key)
+void enter_path(log_context& context, const op_event& event, call_frame& frame)
 {
+    const path_identity path = identity_of(event);
+    const path_place place = place_of_level(context);
+    agg_node* node = find_path(context.index, place, path, mark_of(place, path));
+    if (node == nullptr) [[unlikely]] {
+        insert_path(context, event, frame);
+        return;
+    }
+    node->caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
+    frame.node = node;
+    frame.key_hash = node->hash_code;
+}
+
+[[gnu::noinline]] void insert_into_single_tree(log_context& context, const op_event& event, call_frame& frame)
+{
+    agg_node key;
+    fill_key(key, context, event);
     key.single_trace = 1;
-    key.hash_code = ostrum_hash_aggr_node(&key);
-    context.frames[context.depth].key_hash = key.hash_code;
+    frame.key_hash = key.hash_code;
     if (insert_agg_node(context.single_tree, context.frames, &key, context.depth, nullptr) == BT_FAIL) {
         err_print("write_log : error inserting single tree - level[%d] opcode[%d]\n", context.depth,
                   key.opcode);
     }
-    dump_key(key, context, event, "ENTER-SINGLE");
+    if (debug_on(debug_fine)) {
+        dump_call(context, event, nullptr, "ENTER-SINGLE");
+    }
 }
 
 void enter_nodes(log_context& context, const op_event& event, const cpu_times& cpu, bool aggregate)
 {
-    agg_node key;
-    fill_start_key(key, context, event);
+    call_frame& frame = context.frames[context.depth];
     begin_frame(context, event, cpu);
     if (aggregate) {
-        const agg_node* node = find_or_insert_path(context, key);
-        context.frames[context.depth].key_hash =
-            node != nullptr ? node->hash_code : ostrum_hash_aggr_node(&key);
-        dump_key(key, context, event, "ENTER");
+        enter_path(context, event, frame);
+        if (debug_on(debug_fine)) {
+            dump_call(context, event, nullptr, "ENTER");
+        }
     }
     if (context.single_tree_active) {
-        insert_into_single_tree(context, event, key);
+        insert_into_single_tree(context, event, frame);
     }
 }
 
-void log_start(log_context& context, const op_event& event)
+void begin_operation(log_context& context, const op_event& event)
 {
     if (++context.depth >= max_call_frames) {
         return; // counted, without a frame
@@ -243,7 +277,9 @@ void log_start(log_context& context, const op_event& event)
     } else {
         return;
     }
-    trace_flist(context, event, flist_direction::in);
+    if (traces_flists(context)) {
+        write_flist_record(context, event, flist_direction::in);
+    }
 }
 
 // ---- end ----
@@ -256,16 +292,52 @@ call_cost measure_call(log_context& context, const call_frame& frame, const op_e
             {cpu.user_tv - frame.user_cpu_tv, cpu.sys_tv - frame.sys_cpu_tv}};
 }
 
-void update_node(log_context& context, const op_event& event, agg_node* node, agg_node& key,
-                 const char* label)
+void report_failed_update(const log_context& context, const op_event& event)
 {
-    dump_key(key, context, event, label);
-    if (agg_upd_fn(node, &key, BT_EXISTED, nullptr) != 1) {
-        err_print(
-            "perf_log : failed updating aggregation - level[%d] opcode[%d](%s) opflags[%#x] program[%s] "
-            "filename[%s] lineno[%d] obj_type[%s] db_num[%ld]\n",
-            key.level, event.opcode, text_or_empty(event.opname), event.opflags, text_or_empty(event.program),
-            text_or_empty(event.file), event.line, text_or_empty(event.obj_type), event.db);
+    err_print("perf_log : failed updating aggregation - level[%d] opcode[%d](%s) opflags[%#x] program[%s] "
+              "filename[%s] lineno[%d] obj_type[%s] db_num[%ld]\n",
+              context.depth, event.opcode, text_or_empty(event.opname), event.opflags,
+              text_or_empty(event.program), text_or_empty(event.file), event.line,
+              text_or_empty(event.obj_type), event.db);
+}
+
+bool is_counted_beside_its_node(const log_context& context, const agg_node& node)
+{
+    return context.depth <= deepest_counted_level(live_counter_options(context)) || has_buckets(node);
+}
+
+// The many nested calls without buckets only add to their node.
+void update_node(const log_context& context, const op_event& event, const call_frame& frame,
+                 const call_cost& cost)
+{
+    if (debug_on(debug_fine)) {
+        const total_record added = totals_of(event, context.depth, cost);
+        dump_call(context, event, &added, "EXIT");
+    }
+    agg_node* node = frame.node;
+    if (node == nullptr) {
+        report_failed_update(context, event);
+        return;
+    }
+    node->caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
+    node->caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist);
+    add_totals(node->main, totals_of(event, context.depth, cost));
+    if (is_counted_beside_its_node(context, *node) &&
+        !count_in_file_and_buckets(*node, addition_of(context, event, frame, cost))) {
+        report_failed_update(context, event);
+    }
+}
+
+[[gnu::noinline]] void update_single_node(const log_context& context, const op_event& event,
+                                          const call_frame& frame, const call_cost& cost)
+{
+    node_addition call = addition_of(context, event, frame, cost);
+    call.single_trace = true;
+    if (debug_on(debug_fine)) {
+        dump_call(context, event, &call.totals, "EXIT-SINGLE");
+    }
+    if (frame.single_node == nullptr || !add_to_node(*frame.single_node, call)) {
+        report_failed_update(context, event);
     }
 }
 
@@ -285,17 +357,14 @@ void add_to_own_totals(total_record& own, const total_record& added)
 
 void merge_into_nodes(log_context& context, call_frame& frame, const op_event& event, const call_cost& cost)
 {
-    agg_node key;
-    fill_end_key(key, context, event, frame, cost);
     if (is_aggregated(context)) {
-        update_node(context, event, frame.node, key, "EXIT");
+        update_node(context, event, frame, cost);
     }
     if (context.single_tree_active) {
-        key.single_trace = 1;
-        update_node(context, event, frame.single_node, key, "EXIT-SINGLE");
+        update_single_node(context, event, frame, cost);
     }
     if (own_totals_in_use(frame)) {
-        add_to_own_totals(frame.own, key.main);
+        add_to_own_totals(frame.own, totals_of(event, context.depth, cost));
     }
 }
 
@@ -337,7 +406,9 @@ void end_open_frame(log_context& context, const op_event& event)
         const ended_call ended{event.opname, event.file, event.line};
         raise_final_alarm(context, ended, whole_elapsed_tv(frame, cost), event.now_tv);
     }
-    trace_flist(context, event, flist_direction::out);
+    if (traces_flists(context)) {
+        write_flist_record(context, event, flist_direction::out);
+    }
     if (context.depth == 0 && context.single_tree_active) {
         return_single_tree(context, event);
     }
@@ -346,7 +417,7 @@ void end_open_frame(log_context& context, const op_event& event)
     clear_frame(frame);
 }
 
-void log_end(log_context& context, const op_event& event)
+void end_operation(log_context& context, const op_event& event)
 {
     if (context.depth >= max_call_frames) {
         --context.depth; // it never had a frame
@@ -354,27 +425,38 @@ void log_end(log_context& context, const op_event& event)
         end_open_frame(context, event);
     } else {
         // An end without a start: nothing to measure, but it is shown, and what is due is flushed.
-        trace_flist(context, event, flist_direction::out);
+        if (traces_flists(context)) {
+            write_flist_record(context, event, flist_direction::out);
+        }
         flush_between_operations(context, event.now_tv);
     }
 }
 
 } // namespace
+
+void log_operation_start(log_context& context, const op_event& event)
+{
+    const timeout_nesting_scope nesting;
+    begin_operation(context, event);
+}
+
+void log_operation_end(log_context& context, const op_event& event)
+{
+    const timeout_nesting_scope nesting;
+    end_operation(context, event);
+}
+
 } // namespace ostrum
 
 void write_log(ostrum::log_context* context, const ostrum::op_event* event)
 {
-    using namespace ostrum;
-    op_event timed;
-    if (event->now_tv < 1) {
-        timed = *event;
-        timed.now_tv = os::realtime_ns();
-        event = &timed;
+    ostrum::op_event timed = *event;
+    if (timed.now_tv < 1) {
+        timed.now_tv = ostrum::os::realtime_ns();
     }
-    const timeout_nesting_scope nesting;
-    if (event->phase == op_phase::start) {
-        log_start(*context, *event);
+    if (timed.phase == ostrum::op_phase::start) {
+        ostrum::log_operation_start(*context, timed);
     } else {
-        log_end(*context, *event);
+        ostrum::log_operation_end(*context, timed);
     }
 }
