@@ -25,6 +25,13 @@ text_part third_field(const char* correlation)
     return end != nullptr ? text_part{begin, static_cast<size_t>(end - begin)} : text_part{"", 0};
 }
 
+char* copy_program(char* out, int32_t size, const char* correlation)
+{
+    const text_part name = third_field(correlation);
+    ostrum::copy_text(out, std::min(static_cast<size_t>(size), name.length + 2) - 1, name.begin);
+    return out;
+}
+
 } // namespace
 
 char* get_program(char* out, int32_t size)
@@ -33,7 +40,15 @@ char* get_program(char* out, int32_t size)
         return out;
     }
     out[0] = '\0';
-    const text_part name = third_field(perf_get_correlation_id());
-    ostrum::copy_text(out, std::min(static_cast<size_t>(size), name.length + 2) - 1, name.begin);
-    return out;
+    return copy_program(out, size, perf_get_correlation_id());
+}
+
+void ostrum::refresh_program(char* program, int32_t size, known_correlation& known)
+{
+    const char* id = correlation_without_guard();
+    if (strcmp(id, known.id) != 0) {
+        copy_text(known.id, sizeof(known.id), id);
+        program[0] = '\0';
+        copy_program(program, size, id);
+    }
 }

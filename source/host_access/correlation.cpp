@@ -7,3 +7,10 @@ const char* perf_get_correlation_id(void)
     const char* id = ostrum::call_host(&ostrum::host_bindings::get_correlation);
     return id != nullptr ? id : "";
 }
+
+const char* ostrum::correlation_without_guard()
+{
+    const auto service = host_service(&host_bindings::get_correlation);
+    const char* id = service != nullptr ? service() : nullptr;
+    return id != nullptr ? id : "";
+}

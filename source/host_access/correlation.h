@@ -5,4 +5,9 @@ extern "C" {
 // The calling thread's correlation id; borrowed; "" where the host gives none.
 const char* perf_get_correlation_id(void);
 }
+
+namespace ostrum {
+// The same for a caller that can bear being cancelled in the host's service.
+const char* correlation_without_guard();
+} // namespace ostrum
 #endif

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "config/program_name.h"
 #include "data_file/layout.h"
 #include "host_access/opcode_list.h"
 #include "ostrum_util.h"
@@ -98,6 +99,8 @@ struct log_context {
     bt_tree* single_tree;     // owned; per-operation tree
     bool single_tree_active;  // nothing sets it in this build
     bool grouped_transaction; // nothing sets it in this build
+
+    known_correlation correlation; // that trace.program was taken from
 
     // the call stack
     int32_t depth;               // innermost open frame; -1 = none; may exceed the frames

@@ -395,14 +395,14 @@ void flush_between_operations(log_context& context, int64_t now_tv)
     }
 }
 
-void end_open_frame(log_context& context, const op_event& event)
+inline void end_open_frame(log_context& context, const op_event& event)
 {
     call_frame& frame = context.frames[context.depth];
     const call_cost cost = measure_call(context, frame, event);
     if (is_aggregated(context) || context.single_tree_active) {
         merge_into_nodes(context, frame, event, cost);
     }
-    if (context.depth == 0) {
+    if (context.depth == 0 && context.alarm_at != nullptr) {
         const ended_call ended{event.opname, event.file, event.line};
         raise_final_alarm(context, ended, whole_elapsed_tv(frame, cost), event.now_tv);
     }
