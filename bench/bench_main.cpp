@@ -1,16 +1,19 @@
-// Runs every scenario in processes of its own and prints one table: medians, and their ratio to the
-// clock floor measured in between in the same process.
+// Runs the scenarios in processes of their own and prints one table: figures beside what they are held to.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <set>
+#include <sstream>
 #include <stdexcept>
 
 #include <stdlib.h>
 
 #include "child_process.h"
+#include "report.h"
+#include "rows.h"
 #include "scenarios.h"
 
 namespace ostrum_bench {
@@ -18,15 +21,14 @@ namespace {
 
 constexpr const char* child_word = "--scenario";
 constexpr const char* samples_file = "samples.txt";
-constexpr const char* limited_row = "nested pair";
-constexpr double limit_in_floors = 3.0;
-constexpr run_length full_length{21, "0.05"};
-constexpr run_length quick_length{3, "0.005"};
+constexpr run_plan quick_plan{1, 3};
 
 struct settings {
     bool quick = false;
-    bool check = false;
-    std::string only; // a scenario's name; empty = all
+    std::set<int> rows; // empty = all
+    std::string only;   // a scenario's name; empty = those of the rows
+    std::string child;  // a scenario's name: this is its process
+    int repetitions = 0;
 };
 
 class scratch_directory {
@@ -52,107 +54,96 @@ private:
     std::string path_;
 };
 
-const scenario& scenario_named(const std::string& name)
+run_plan plan_of(const scenario& chosen, const settings& given)
 {
-    const auto all = scenarios();
-    const auto found =
-        std::find_if(all.begin(), all.end(), [&](const scenario& each) { return name == each.name; });
-    if (found == all.end()) {
-        throw std::runtime_error("unknown scenario " + name);
-    }
-    return *found;
+    return given.quick ? run_plan{std::min(chosen.plan.processes, quick_plan.processes),
+                                  std::min(chosen.plan.repetitions, quick_plan.repetitions)}
+                       : chosen.plan;
 }
 
-const run_length& length_of(const settings& given)
+void run_process(const scenario& chosen, const settings& given, const std::string& directory,
+                 pooled_samples& into)
 {
-    return given.quick ? quick_length : full_length;
-}
-
-void run_process(const scenario& chosen, const settings& given, const std::string& directory, samples& into)
-{
-    std::vector<std::string> words{child_word, chosen.name};
+    std::vector<std::string> words{child_word, chosen.name, "--repetitions",
+                                   std::to_string(plan_of(chosen, given).repetitions)};
     if (given.quick) {
         words.emplace_back("--quick");
     }
-    const bool done = run_self(directory, words, chosen.environment);
-    if (!done) {
+    if (!run_self(directory, words, chosen.environment)) {
         std::cerr << std::ifstream(directory + "/output.txt").rdbuf();
         throw std::runtime_error(std::string("scenario ") + chosen.name + " failed");
     }
-    read_samples(directory + "/" + samples_file, into);
+    samples values;
+    read_samples(directory + "/" + samples_file, values);
+    pool(values, into);
 }
 
-samples measure(const scenario& chosen, const settings& given)
+bool is_wanted(const row& line, const settings& given)
 {
-    samples values;
+    return given.only.empty() ? given.rows.empty() || given.rows.contains(line.number)
+                              : given.only == line.measured.scenario ||
+                                    (line.base.scenario != nullptr && given.only == line.base.scenario);
+}
+
+bool is_wanted(const scenario& each, const settings& given)
+{
+    if (!given.only.empty()) {
+        return given.only == each.name;
+    }
+    const auto needs = [&each](const sample_name& source) {
+        return source.scenario != nullptr && source.scenario == std::string(each.name);
+    };
+    const auto all = rows();
+    return std::any_of(all.begin(), all.end(), [&](const row& line) {
+        return is_wanted(line, given) && (needs(line.measured) || needs(line.base));
+    });
+}
+
+// One process of each scenario after the other, then the next round: what a row compares is measured
+// in turn.
+scenario_samples measure_all(const settings& given)
+{
+    scenario_samples values;
     const scratch_directory shared;
-    if (chosen.register_benchmarks != nullptr) {
-        run_process(chosen, given, shared.path(), values);
-        return values;
+    bool more = true;
+    for (int round = 0; more; ++round) {
+        more = false;
+        for (const scenario& each : scenarios()) {
+            if (!is_wanted(each, given) || round >= plan_of(each, given).processes) {
+                continue;
+            }
+            more = true;
+            progress(each.name, round + 1, plan_of(each, given).processes);
+            const scratch_directory own;
+            pooled_samples discarded; // the first process makes the file that the others find
+            const bool is_shared = each.directory == directory_use::shared;
+            if (is_shared && round == 0) {
+                run_process(each, given, shared.path(), discarded);
+            }
+            run_process(each, given, is_shared ? shared.path() : own.path(), values[each.name]);
+        }
     }
-    if (!chosen.new_directory) {
-        samples discarded; // this first process makes the file that the others find
-        run_process(chosen, given, shared.path(), discarded);
-    }
-    for (int process = 0; process < length_of(given).repetitions; ++process) {
-        const scratch_directory own;
-        run_process(chosen, given, chosen.new_directory ? own.path() : shared.path(), values);
-    }
+    progress_done();
     return values;
 }
 
-// Prints the rows of one scenario; false when the limited row is above its limit.
-bool print_rows(const samples& values)
+void run_parent(const settings& given)
 {
-    const double floor_ns = median(values.at(floor_row));
-    bool within = true;
-    for (const auto& [row, repetitions] : values) {
-        if (row == floor_row) {
-            continue;
+    const scenario_samples values = measure_all(given);
+    print_heading(values);
+    for (const row& line : rows()) {
+        if (is_wanted(line, given)) {
+            print_row(line, values);
         }
-        const double ns = median(repetitions);
-        const double ratio = ns / floor_ns;
-        std::printf("%-52s %12.1f %10.2f %10.1f\n", row.c_str(), ns, ratio, floor_ns);
-        within = within && (row != limited_row || ratio < limit_in_floors);
     }
-    std::fflush(stdout);
-    return within;
-}
-
-int run_all(const settings& given)
-{
-    std::printf("medians of %d repetitions; the floor is measured between them in the same process\n\n",
-                length_of(given).repetitions);
-    std::printf("%-52s %12s %10s %10s\n", "", "ns", "x floor", "floor ns");
-    std::vector<double> floors;
-    bool within = true;
-    for (const scenario& each : scenarios()) {
-        if (!given.only.empty() && given.only != each.name) {
-            continue;
-        }
-        const samples values = measure(each, given);
-        floors.push_back(median(values.at(floor_row)));
-        within = print_rows(values) && within;
-    }
-    const double floor_ns = median(floors);
-    std::printf("%-52s %12.1f %10.2f %10.1f\n", floor_row, floor_ns, 1.0, floor_ns);
-    if (!within) {
-        std::printf("\n\"%s\" costs %.0f times the floor or more\n", limited_row, limit_in_floors);
-    }
-    return given.check && !within ? 1 : 0;
-}
-
-void run_child(const std::string& name, const settings& given)
-{
-    write_samples(samples_file, run_scenario(scenario_named(name), length_of(given)));
 }
 
 constexpr const char* help_text =
-    "usage: ostrum_bench [--quick] [--check] [--only SCENARIO]\n"
-    "Measures the library's hooks, flushes and start-up.\n"
+    "usage: ostrum_bench [--quick] [--rows N,M...] [--only SCENARIO]\n"
+    "Measures what the library costs and prints the table of results.\n"
     "  --quick  few, short repetitions: shows that everything runs, not what it costs\n"
-    "  --check  exit status 1 when a nested pair costs 3 times the clock floor or more\n"
-    "  --only   one scenario: ";
+    "  --rows   only these rows; 0 stands for those without a number\n"
+    "  --only   only the rows of one scenario: ";
 
 void print_help()
 {
@@ -163,30 +154,53 @@ void print_help()
     std::cout << "\n";
 }
 
+std::set<int> parse_rows(const std::string& text)
+{
+    std::set<int> numbers;
+    std::istringstream list(text);
+    for (std::string number; std::getline(list, number, ',');) {
+        numbers.insert(std::stoi(number));
+    }
+    return numbers;
+}
+
+// False when the words are none that are known.
+bool parse(const std::vector<std::string>& words, settings& given)
+{
+    for (size_t at = 0; at < words.size(); ++at) {
+        const std::string& word = words[at];
+        const bool has_next = at + 1 < words.size();
+        if (word == "--quick") {
+            given.quick = true;
+        } else if (word == "--rows" && has_next) {
+            given.rows = parse_rows(words[++at]);
+        } else if (word == "--only" && has_next) {
+            given.only = scenario_named(words[++at]).name;
+        } else if (word == child_word && has_next) {
+            given.child = words[++at];
+        } else if (word == "--repetitions" && has_next) {
+            given.repetitions = std::stoi(words[++at]);
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
 int run(const std::vector<std::string>& words)
 {
     settings given;
-    std::string child;
-    for (size_t at = 0; at < words.size(); ++at) {
-        const bool has_next = at + 1 < words.size();
-        if (words[at] == "--quick") {
-            given.quick = true;
-        } else if (words[at] == "--check") {
-            given.check = true;
-        } else if (words[at] == "--only" && has_next) {
-            given.only = scenario_named(words[++at]).name;
-        } else if (words[at] == child_word && has_next) {
-            child = words[++at];
-        } else {
-            print_help();
-            return words[at] == "--help" ? 0 : 2;
-        }
+    if (!parse(words, given)) {
+        print_help();
+        return words.front() == "--help" ? 0 : 2;
     }
-    if (!child.empty()) {
-        run_child(child, given);
-        return 0;
+    if (given.child.empty()) {
+        run_parent(given);
+    } else {
+        write_samples(samples_file,
+                      run_scenario(scenario_named(given.child), given.repetitions, given.quick));
     }
-    return run_all(given);
+    return 0;
 }
 
 } // namespace

@@ -1,6 +1,4 @@
-#include <chrono>
-#include <ctime>
-
+#include "calls.h"
 #include "scenarios.h"
 
 namespace ostrum_bench {
@@ -20,7 +18,7 @@ void read_clock_twice()
 
 void register_floor()
 {
-    benchmark::RegisterBenchmark(floor_row, [](benchmark::State& state) {
+    benchmark::RegisterBenchmark(floor_name, [](benchmark::State& state) {
         for (auto _ : state) {
             read_clock_twice();
         }
@@ -30,12 +28,12 @@ void register_floor()
 double floor_once()
 {
     constexpr int rounds = 10'000;
-    const auto start = std::chrono::steady_clock::now();
-    for (int round = 0; round < rounds; ++round) {
-        read_clock_twice();
-    }
-    const std::chrono::duration<double, std::nano> elapsed = std::chrono::steady_clock::now() - start;
-    return elapsed.count() / rounds;
+    const double total_ns = elapsed_ns(CLOCK_THREAD_CPUTIME_ID, [] {
+        for (int round = 0; round < rounds; ++round) {
+            read_clock_twice();
+        }
+    });
+    return total_ns / rounds;
 }
 
 } // namespace ostrum_bench

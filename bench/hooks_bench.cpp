@@ -1,68 +1,25 @@
-// Start/end pairs through the exported hooks, as a host calls them.
-#include <algorithm>
-#include <chrono>
-#include <numeric>
-#include <random>
+// Start/end pairs of known paths, steered by the environment of the scenario.
+#include <fstream>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
-#include <unistd.h>
-
-#include <ostrum.h>
-#include <qel_platform.h>
-
+#include "calls.h"
 #include "scenarios.h"
 
 namespace ostrum_bench {
 namespace {
 
-constexpr uint32_t outer_opcode = 1;
-constexpr uint32_t measured_opcode = 3;
-constexpr uint32_t first_sibling_opcode = 1000;
-constexpr int flushed_records = 1000;
-constexpr int flushes_a_repetition = 4; // few: each writes some 200 kB
+constexpr int nested_paths = tree_paths - 1;
+constexpr int many_contexts = 256;
 
-qel_errbuf_t no_error{};
-const int32_t own_pid = getpid(); // a system call, so not for the loops
-
-void start_op(uint32_t opcode, const char* name)
+benchmark::Counter units(int count)
 {
-    benchmark::DoNotOptimize(
-        ostrum_log_start_op(opcode, name, 0, nullptr, "hooks_bench.cpp", 10, "/part", 1, 1, &no_error));
+    return {static_cast<double>(count), benchmark::Counter::kAvgThreads};
 }
 
-void end_op(uint32_t opcode, const char* name)
+void register_op_pair(const char* name)
 {
-    benchmark::DoNotOptimize(ostrum_log_end_op(opcode, name, 0, nullptr, nullptr, 0, "hooks_bench.cpp", 10,
-                                               "/part", 1, 1, &no_error));
-}
-
-void start_keyed(int32_t key)
-{
-    benchmark::DoNotOptimize(ostrum_log_start_op_key(own_pid, key, measured_opcode, "measured", 0, nullptr,
-                                                     "hooks_bench.cpp", 20, "/part", 1, 1, &no_error));
-}
-
-void end_keyed(int32_t key)
-{
-    benchmark::DoNotOptimize(ostrum_log_end_op_key(own_pid, key, measured_opcode, "measured", 0, nullptr,
-                                                   nullptr, 0, "hooks_bench.cpp", 20, "/part", 1, 1,
-                                                   &no_error));
-}
-
-// The platform's strong entry keeps it linked; logging must be on, or something else would be measured.
-void start_library()
-{
-    qel_platform_init();
-    if (ostrum_init() != 0) {
-        throw std::runtime_error("ostrum_init failed");
-    }
-}
-
-void register_pair(const char* row)
-{
-    benchmark::RegisterBenchmark(row, [](benchmark::State& state) {
+    benchmark::RegisterBenchmark(name, [](benchmark::State& state) {
         for (auto _ : state) {
             start_op(measured_opcode, "measured");
             end_op(measured_opcode, "measured");
@@ -70,36 +27,27 @@ void register_pair(const char* row)
     });
 }
 
-void register_keyed_pairs(const std::string& what)
+void register_fn_pair(const char* name)
 {
-    start_library();
-    for (const int threads : {1, 2, 4}) {
-        const std::string row = what + std::to_string(threads) + (threads == 1 ? " thread" : " threads");
-        benchmark::RegisterBenchmark(row.c_str(), [](benchmark::State& state) {
-            const int32_t key = state.thread_index();
-            for (auto _ : state) {
-                start_keyed(key);
-                end_keyed(key);
-            }
-        })->Threads(threads);
-    }
+    benchmark::RegisterBenchmark(name, [](benchmark::State& state) {
+        for (auto _ : state) {
+            start_fn(measured_opcode, "measured");
+            end_fn(measured_opcode, "measured");
+        }
+    });
 }
 
-// Every sibling path once, in an order that a tree gains nothing from.
-std::vector<uint32_t> shuffled_opcodes(int count)
+void register_nested_walk()
 {
-    std::vector<uint32_t> opcodes(static_cast<size_t>(count));
-    std::iota(opcodes.begin(), opcodes.end(), first_sibling_opcode);
-    std::shuffle(opcodes.begin(), opcodes.end(), std::mt19937(1)); // NOLINT(cert-msc32-c,cert-msc51-cpp)
-    return opcodes;
-}
-
-void call_siblings(const std::vector<uint32_t>& opcodes)
-{
-    for (const uint32_t opcode : opcodes) {
-        start_op(opcode, "sibling");
-        end_op(opcode, "sibling");
-    }
+    start_op(tree_root().opcode, tree_root().name, tree_root().line); // stays open
+    call_tree(nested_walk());
+    benchmark::RegisterBenchmark("nested pair in the tree", [](benchmark::State& state) {
+        const std::span<const tree_call> calls = nested_walk();
+        for (auto _ : state) {
+            call_tree(calls);
+        }
+        state.counters[units_counter] = units(nested_paths);
+    });
 }
 
 } // namespace
@@ -110,91 +58,100 @@ void register_disabled()
     if (ostrum_init() == 0) {
         throw std::runtime_error("ostrum_init should have failed");
     }
-    register_pair("pair, library disabled");
+    register_op_pair("pair");
 }
 
-void register_timing_off()
+void register_timing_only()
 {
     start_library();
-    register_pair("pair, timing off");
+    start_op(outer_opcode, "outer"); // stays open
+    register_op_pair("nested pair");
 }
 
 void register_nested()
 {
     start_library();
-    start_op(outer_opcode, "outer"); // stays open: every measured pair is nested in it
-    register_pair("nested pair");
+    register_nested_walk();
+}
+
+// The bounds leave calls of some ten nanoseconds, and what calls them, in one of the middle buckets.
+void register_nested_buckets()
+{
+    std::ofstream("buckets.txt") << "* 0.000000010 0.000000020 0.001 1\n";
+    start_library();
+    register_nested_walk();
 }
 
 void register_outermost()
 {
     start_library();
-    register_pair("outermost pair, no live counter");
+    register_fn_pair("outermost pair, function hooks");
+    register_op_pair("outermost pair, operation hooks");
 }
 
-void register_outermost_live()
+// Each thread walks the whole tree in a keyed context of its own.
+void register_keyed_tree()
 {
     start_library();
-    register_pair("outermost pair, live counter");
-}
-
-void register_keyed()
-{
-    register_keyed_pairs("keyed outermost pair, ");
-}
-
-void register_keyed_live()
-{
-    register_keyed_pairs("keyed outermost pair, one live counter, ");
-}
-
-void register_siblings()
-{
-    start_library();
-    for (const int count : {10, 100, 1'000, 10'000}) {
-        const std::string row = "nested pair among " + std::to_string(count) + " sibling paths";
-        benchmark::RegisterBenchmark(row.c_str(), [count](benchmark::State& state) {
-            const std::vector<uint32_t> opcodes = shuffled_opcodes(count);
-            const std::string parent = "parent of " + std::to_string(count);
-            start_op(0, parent.c_str());
-            call_siblings(opcodes); // the nodes are made before the measurement
-            size_t next = 0;
+    for (const int threads : {1, 2}) {
+        const std::string name = "keyed tree, threads: " + std::to_string(threads);
+        benchmark::RegisterBenchmark(name.c_str(), [](benchmark::State& state) {
+            const int32_t key = state.thread_index();
             for (auto _ : state) {
-                start_op(opcodes[next], "sibling");
-                end_op(opcodes[next], "sibling");
-                next = next + 1 < opcodes.size() ? next + 1 : 0;
+                call_keyed_tree(key, tree_walk());
             }
-            end_op(0, parent.c_str());
-        });
+            state.counters[units_counter] = units(tree_paths);
+        })->Threads(threads);
     }
 }
 
-// With a maximum of one operation between flushes, each outermost start writes what the last one left.
-void register_flush()
+// Who waits for the other thread's update is asleep now and then: the time on the wall counts.
+void register_one_counter()
 {
     start_library();
-    benchmark::RegisterBenchmark("one record flushed",
-                                 [](benchmark::State& state) {
-                                     const std::vector<uint32_t> opcodes =
-                                         shuffled_opcodes(flushed_records - 1);
-                                     const auto leave_records = [&opcodes] {
-                                         call_siblings(opcodes);
-                                         end_op(outer_opcode, "outer");
-                                     };
-                                     start_op(outer_opcode, "outer");
-                                     leave_records();
-                                     for (auto _ : state) {
-                                         const auto start = std::chrono::steady_clock::now();
-                                         start_op(outer_opcode, "outer");
-                                         const std::chrono::duration<double> elapsed =
-                                             std::chrono::steady_clock::now() - start;
-                                         state.SetIterationTime(elapsed.count());
-                                         leave_records();
-                                     }
-                                     state.counters[units_counter] = flushed_records;
-                                 })
-        ->UseManualTime()
-        ->Iterations(flushes_a_repetition);
+    for (const int threads : {1, 2}) {
+        const std::string name = "empty operations, threads: " + std::to_string(threads);
+        benchmark::RegisterBenchmark(name.c_str(),
+                                     [](benchmark::State& state) {
+                                         const int32_t key = state.thread_index();
+                                         for (auto _ : state) {
+                                             start_keyed(key, measured_opcode, "measured");
+                                             end_keyed(key, measured_opcode, "measured");
+                                         }
+                                     })
+            ->Threads(threads)
+            ->UseRealTime();
+    }
+}
+
+// The process has one keyed context at first, later all of them; which, the order of the runs decides,
+// so the two are scenarios of their own.
+void register_one_context()
+{
+    start_library();
+    benchmark::RegisterBenchmark("keyed pair", [](benchmark::State& state) {
+        for (auto _ : state) {
+            start_keyed(0, measured_opcode, "measured");
+            end_keyed(0, measured_opcode, "measured");
+        }
+    });
+}
+
+void register_many_contexts()
+{
+    register_one_context();
+    for (int32_t key = 0; key < many_contexts; ++key) {
+        start_keyed(key, measured_opcode, "measured");
+        end_keyed(key, measured_opcode, "measured");
+    }
+    benchmark::RegisterBenchmark("keyed pair, all in turn", [](benchmark::State& state) {
+        int32_t key = 0;
+        for (auto _ : state) {
+            start_keyed(key, measured_opcode, "measured");
+            end_keyed(key, measured_opcode, "measured");
+            key = (key + 1) % many_contexts;
+        }
+    });
 }
 
 } // namespace ostrum_bench

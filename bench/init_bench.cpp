@@ -1,34 +1,30 @@
-#include <chrono>
 #include <stdexcept>
-#include <string>
 
-#include <ostrum.h>
-
+#include "calls.h"
 #include "scenarios.h"
 
 namespace ostrum_bench {
 namespace {
 
-samples measure_init(const char* row)
+samples measure_init(const char* name)
 {
     const double floor_ns = floor_once();
-    const auto start = std::chrono::steady_clock::now();
-    const int32_t result = ostrum_init();
-    const std::chrono::duration<double, std::nano> elapsed = std::chrono::steady_clock::now() - start;
+    int32_t result = 0;
+    const double ns = elapsed_ns(CLOCK_MONOTONIC, [&] { result = ostrum_init(); });
     if (result != 0) {
         throw std::runtime_error("ostrum_init failed");
     }
-    return {{floor_row, {floor_ns}}, {row, {elapsed.count()}}};
+    return {{floor_name, {floor_ns}}, {name, {ns}}};
 }
 
 } // namespace
 
-samples measure_init_new_file()
+samples measure_init_new_file(int /*repetitions*/)
 {
     return measure_init("ostrum_init, data file made");
 }
 
-samples measure_init_existing_file()
+samples measure_init_existing_file(int /*repetitions*/)
 {
     return measure_init("ostrum_init, data file there");
 }

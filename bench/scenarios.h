@@ -1,6 +1,7 @@
 #ifndef OSTRUM_BENCH_SCENARIOS_H
 #define OSTRUM_BENCH_SCENARIOS_H
-// The configurations that are measured, each in a process (or several) of its own.
+// The configurations that are measured, each in processes of its own, since settings are read once per
+// process.
 #include <span>
 #include <string>
 #include <utility>
@@ -10,23 +11,33 @@
 
 namespace ostrum_bench {
 
-struct run_length {
-    int repetitions;        // of each benchmark, and processes where a scenario needs several
-    const char* min_time_s; // of one repetition
+// How often a scenario is measured: so many processes, so many repetitions in each.
+struct run_plan {
+    int processes;
+    int repetitions;
 };
+inline constexpr run_plan several_processes{3, 7}; // no single process's memory layout decides
+inline constexpr run_plan one_process{1, 21};
+inline constexpr run_plan new_process_each{21, 1}; // for what a process does once
+inline constexpr run_plan few_long_runs{1, 15};
+
+enum class directory_use { one_each, shared }; // shared: what a process leaves is there for the next one
 
 struct scenario {
     const char* name;
     std::vector<std::pair<const char*, const char*>> environment;
-    void (*register_benchmarks)(); // or null, with
-    samples (*measure)();          // one sample a process: what happens once per process
-    bool new_directory;            // for each process of it
+    void (*register_benchmarks)();       // or null, with
+    samples (*measure)(int repetitions); // what measures by hand, the floor in between
+    run_plan plan = several_processes;
+    directory_use directory = directory_use::one_each;
+    const char* repetition_s = "0.02"; // of a registered benchmark, at least
 };
 
 std::span<const scenario> scenarios();
+const scenario& scenario_named(const std::string& name); // throws for an unknown one
 
 // In the process of that scenario: runs it to the end.
-samples run_scenario(const scenario& chosen, const run_length& length);
+samples run_scenario(const scenario& chosen, int repetitions, bool quick);
 
 // floor_bench.cpp
 void register_floor();
@@ -34,18 +45,39 @@ double floor_once(); // ns for two clock reads, over a short loop
 
 // hooks_bench.cpp
 void register_disabled();
-void register_timing_off();
+void register_timing_only();
 void register_nested();
+void register_nested_buckets();
 void register_outermost();
-void register_outermost_live();
-void register_keyed();
-void register_keyed_live();
+void register_keyed_tree();
+void register_one_counter();
+void register_one_context();
+void register_many_contexts();
+
+// paths_bench.cpp
 void register_siblings();
-void register_flush();
+samples measure_first_visit_cold(int repetitions);
+samples measure_first_visit_after_flush(int repetitions);
+samples measure_heap(int repetitions);
+
+// flush_bench.cpp
+samples measure_flush(int repetitions);
+
+// handover_bench.cpp
+samples measure_handover(int repetitions);
+samples measure_latency(int repetitions);
+
+// system_calls_bench.cpp
+samples measure_system_calls(int repetitions);
+
+// data_file_bench.cpp
+void register_monitored();
+samples measure_last_counter(int repetitions);
+samples measure_query(int repetitions);
 
 // init_bench.cpp
-samples measure_init_new_file();
-samples measure_init_existing_file();
+samples measure_init_new_file(int repetitions);
+samples measure_init_existing_file(int repetitions);
 
 } // namespace ostrum_bench
 #endif
