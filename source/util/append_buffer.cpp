@@ -1,13 +1,12 @@
 #include "util/append_buffer.h"
 
 #include <cerrno>
-#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
 
-#include "ostrum_util.h"
+#include "util/decimal_text.h"
 #include "util/guarded_write.h"
 
 namespace ostrum {
@@ -17,7 +16,6 @@ namespace {
 constexpr size_t cut_at_bytes = size_t{1024} * 1024;
 constexpr size_t first_heap_bytes = size_t{64} * 1024;
 constexpr size_t longest_formatted_bytes = 2048;
-constexpr uint32_t nine_decimals = 9;
 
 // Cuts the file off before what was written last, unless somebody has appended to it since. Not the host's
 // own standard streams.
@@ -39,13 +37,13 @@ append_buffer::append_buffer(int fd) : fd_(fd)
 
 void append_buffer::add_character(char c)
 {
-    add(&c, 1);
+    add({&c, 1});
 }
 
 void append_buffer::add_text(const char* text)
 {
     if (text != nullptr) {
-        add(text, strlen(text));
+        add(std::string_view(text));
     }
 }
 
@@ -61,26 +59,27 @@ void append_buffer::add_formatted(const char* format, ...)
 
 void append_buffer::add_number(int64_t value)
 {
-    char digits[24];
-    const auto end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
-    add(digits, static_cast<size_t>(end - digits));
+    filled_to(put_number(room_for(longest_number), value));
 }
 
 void append_buffer::add_unsigned(uint64_t value)
 {
-    char digits[24];
-    const auto end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
-    add(digits, static_cast<size_t>(end - digits));
+    filled_to(put_unsigned(room_for(longest_number), value));
 }
 
-void append_buffer::add_time(int64_t value_tv)
+char* append_buffer::room_for(size_t count)
 {
-    if (value_tv == 0) {
-        add_character('0');
-        return;
+    if (!has_room(count) && !grow(count)) {
+        write_out();
     }
-    char text[64];
-    add_text(ostrum_fmt_tv(value_tv, text, sizeof(text), nine_decimals));
+    return bytes_ + used_bytes_;
+}
+
+void append_buffer::filled_to(const char* end)
+{
+    const auto count = static_cast<size_t>(end - (bytes_ + used_bytes_));
+    used_bytes_ += count;
+    bytes_added_ += static_cast<int64_t>(count);
 }
 
 void append_buffer::cut_here()
@@ -96,11 +95,13 @@ bool append_buffer::finish()
     return !failed_;
 }
 
-void append_buffer::add(const char* bytes, size_t count)
+void append_buffer::add(std::string_view text)
 {
+    const char* bytes = text.data();
+    size_t count = text.size();
     bytes_added_ += static_cast<int64_t>(count);
     while (count > 0) {
-        if (!make_room(count)) {
+        if (!has_room(count) && !grow(count) && !has_room(1)) {
             write_out();
         }
         const size_t room = capacity_bytes_ - used_bytes_;
@@ -112,18 +113,15 @@ void append_buffer::add(const char* bytes, size_t count)
     }
 }
 
-bool append_buffer::make_room(size_t count)
+bool append_buffer::grow(size_t count)
 {
-    if (used_bytes_ + count <= capacity_bytes_) {
-        return true;
-    }
     size_t wanted = capacity_bytes_ < first_heap_bytes ? first_heap_bytes : capacity_bytes_ * 2;
     while (wanted < used_bytes_ + count) {
         wanted *= 2;
     }
     auto* larger = static_cast<char*>(os::reallocate(large_.get(), wanted));
     if (larger == nullptr) {
-        return used_bytes_ < capacity_bytes_;
+        return false;
     }
     if (!large_) {
         memcpy(larger, small_, used_bytes_);

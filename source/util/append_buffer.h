@@ -2,6 +2,7 @@
 #define OSTRUM_UTIL_APPEND_BUFFER_H
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "util/resources.h"
 
@@ -13,14 +14,21 @@ namespace ostrum {
 // pieces instead: nothing is lost, only the protection against mixing.
 class append_buffer {
 public:
+    static constexpr size_t most_in_a_row = 2048;
+
     explicit append_buffer(int fd);
 
+    void add(std::string_view text);
     void add_character(char c);
     void add_text(const char* text);                                                   // null: nothing
     void add_formatted(const char* format, ...) __attribute__((format(printf, 2, 3))); // cut at 2,047
     void add_number(int64_t value);
     void add_unsigned(uint64_t value);
-    void add_time(int64_t value_tv); // 9 decimals; "0" for zero
+
+    // For writers that put their characters there themselves: `count` of them in a row, at most
+    // most_in_a_row; then the end of those that are used.
+    char* room_for(size_t count);
+    void filled_to(const char* end);
 
     void cut_here(); // between two records of the top level
     bool finish();   // writes the rest; false when any write failed, now or before
@@ -28,15 +36,14 @@ public:
     [[nodiscard]] int64_t bytes_added() const { return bytes_added_; }
 
 private:
-    void add(const char* bytes, size_t count);
-    [[nodiscard]] bool make_room(size_t count);
+    [[nodiscard]] bool has_room(size_t count) const { return capacity_bytes_ - used_bytes_ >= count; }
+    bool grow(size_t count); // so that it has room for them; false when memory is short
     void write_out();
 
-    static constexpr size_t small_bytes = 2048;
-    char small_[small_bytes]; // serves until the heap does, and when it does not
+    char small_[most_in_a_row]; // serves until the heap does, and when it does not
     heap_ptr<char> large_;
     char* bytes_ = small_;
-    size_t capacity_bytes_ = small_bytes;
+    size_t capacity_bytes_ = most_in_a_row;
     size_t used_bytes_ = 0;
     int64_t bytes_added_ = 0;
     int fd_;

@@ -1,5 +1,6 @@
 #include "host_abi/host_services.h"
 #include "support/fake_os.h"
+#include "util/decimal_text.h"
 #include "util/local_time.h"
 #include "util/time_value.h"
 
@@ -22,6 +23,7 @@ QEL_API void nmu_decimal_destroy(nmu_decimal_t* d);
 namespace {
 
 using fake_os::call;
+using namespace ostrum;
 
 constexpr int64_t afternoon_tv = 1'763'212'641'123'456'789; // 2025/11/15 13:17:21 UTC
 
@@ -82,6 +84,22 @@ TEST_F(TimeTest, EveryFormAndItsOddities)
     for (const format_case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.tv << " with code 0x" << std::hex << c.code);
         EXPECT_EQ(formatted(c.tv, c.code), c.text);
+    }
+}
+
+TEST_F(TimeTest, InPlaceTextIsThatOfTheFormatterAndOfPrintf)
+{
+    fake_os::freeze_clock(afternoon_tv);
+    for (const int64_t value :
+         {int64_t{0}, int64_t{7}, int64_t{10}, int64_t{99}, int64_t{100}, int64_t{10'203}, tv_per_s - 1,
+          tv_per_s, 10 * tv_per_s + 1, afternoon_tv, INT32_MAX * tv_per_s, (INT32_MAX + 1L) * tv_per_s + 5,
+          INT64_MAX, int64_t{-1}, int64_t{-120}, INT64_MIN}) {
+        SCOPED_TRACE(value);
+        char text[longest_time];
+        EXPECT_EQ(std::string(text, put_time(text, value)), value == 0 ? "0" : formatted(value, 9));
+        EXPECT_EQ(std::string(text, put_number(text, value)), std::to_string(value));
+        const auto bits = static_cast<uint64_t>(value);
+        EXPECT_EQ(std::string(text, put_unsigned(text, bits)), std::to_string(bits));
     }
 }
 

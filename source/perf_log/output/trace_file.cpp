@@ -58,13 +58,13 @@ bool rotate_when_full(int fd, const char* path)
 bool write_tree(int fd, const trace_source& source, bt_tree* tree, int32_t& record_count)
 {
     append_buffer out(fd);
-    print_context context{};
-    context.out = &out;
+    print_context context{&out,
+                          owner_fields(static_cast<uint32_t>(source.pid), source.tid),
+                          {},
+                          source.last_flush_s * ns_per_second,
+                          static_cast<int64_t>(os::wall_seconds()) * ns_per_second,
+                          0};
     copy_text(context.program, sizeof(context.program), source.program);
-    context.pid = static_cast<uint32_t>(source.pid);
-    context.tid = source.tid;
-    context.start_tv = source.last_flush_s * ns_per_second;
-    context.end_tv = static_cast<int64_t>(os::wall_seconds()) * ns_per_second;
     record_count = __flush_aggregation_tree_to_file(&context, tree, tree);
     return record_count >= 0;
 }

@@ -21,52 +21,46 @@ namespace {
 // the same in every build, whatever directory it was made in.
 constexpr const char* frame_file = "source/perf_log/output/tree_writer.cpp";
 constexpr int32_t frame_start_line = 2240;
-constexpr int32_t frame_end_line = 2283;
 constexpr int32_t elapsed_opcode = -2;
 
-trace_line frame_line(const print_context& context, int32_t lineno)
+void write_frame_start(const print_context& context)
 {
     trace_line line{};
     line.opcode = elapsed_opcode;
     line.opname = get_opname(elapsed_opcode, nullptr);
     line.time_tv = context.start_tv;
     line.fname = frame_file;
-    line.lineno = lineno;
-    line.pid = context.pid;
-    line.tid = context.tid;
+    line.lineno = frame_start_line;
+    line.owner = &context.owner;
     line.program = context.program;
-    return line;
-}
-
-void write_frame_start(print_context& context)
-{
-    const trace_line line = frame_line(context, frame_start_line);
     write_perf(context.out, trace_kind::start, &line);
 }
 
-void write_frame_end(print_context& context)
+void write_frame_end(const print_context& context)
 {
-    trace_line line = frame_line(context, frame_end_line);
-    line.totals.total_tv = context.end_tv;
-    line.totals.total_calls = 1;
+    total_record totals{};
+    totals.total_tv = context.end_tv;
+    totals.total_calls = 1;
+    trace_line line{};
+    line.totals = &totals;
     write_perf(context.out, trace_kind::figures, &line);
 }
 
 trace_line path_line(const agg_node& node, const print_context& context)
 {
-    trace_line line{};
-    line.level = node.level + 1;
-    line.opcode = node.opcode;
-    line.flags = node.flags;
-    line.opname = node.opname[0] != '\0' ? node.opname : get_opname(node.opcode, nullptr);
-    line.fname = node.fname;
-    line.lineno = node.lineno;
-    line.pid = context.pid;
-    line.tid = context.tid;
-    line.program = node.program;
-    line.obj_type = node.obj_type;
-    line.db_num = node.db_num;
-    return line;
+    return {.level = node.level + 1,
+            .opcode = node.opcode,
+            .flags = node.flags,
+            .opname = node.opname[0] != '\0' ? node.opname : get_opname(node.opcode, nullptr),
+            .time_tv = 0,
+            .fname = node.fname,
+            .lineno = node.lineno,
+            .owner = &context.owner,
+            .program = node.program,
+            .bucket = 0,
+            .obj_type = node.obj_type,
+            .db_num = node.db_num,
+            .totals = &node.main};
 }
 
 void write_buckets(const agg_node& node, const trace_line& path, append_buffer* out)
@@ -75,10 +69,7 @@ void write_buckets(const agg_node& node, const trace_line& path, append_buffer* 
     line.level = path.level + 1;
     for (const total_record* bucket = node.main.next; bucket != nullptr; bucket = bucket->next) {
         ++line.bucket;
-        line.totals = *bucket;
-        if (bucket->total_calls == 0) {
-            line.totals.min_tv = 0;
-        }
+        line.totals = bucket;
         write_perf(out, trace_kind::start, &line);
         write_perf(out, trace_kind::figures, &line);
     }
@@ -99,14 +90,11 @@ int32_t print_aggregation_record(void* record, void* context, int32_t /*depth*/)
 {
     const agg_node& node = *static_cast<const agg_node*>(record);
     auto& print = *static_cast<print_context*>(context);
-    trace_line line = path_line(node, print);
+    const trace_line line = path_line(node, print);
     write_perf(print.out, trace_kind::start, &line);
     const bool callees_written = node.sub_opcode_tree == nullptr ||
                                  __flush_aggregation_tree_to_file(&print, nullptr, node.sub_opcode_tree) >= 0;
     write_buckets(node, line, print.out);
-    line.totals = node.main;
-    line.totals.bs_tv = 0;
-    line.totals.be_tv = 0;
     write_perf(print.out, trace_kind::figures, &line);
     return callees_written ? BT_CONTINUE : BT_FAIL;
 }
@@ -129,23 +117,6 @@ int32_t __flush_aggregation_tree_to_file(print_context* context, bt_tree* top_tr
     }
     return context->record_count;
 }
-
-namespace {
-
-print_context dump_context(append_buffer& out, int32_t pid, uint64_t tid, int64_t start, int64_t end,
-                           const char* program)
-{
-    print_context context{};
-    context.out = &out;
-    copy_text(context.program, sizeof(context.program), program);
-    context.pid = static_cast<uint32_t>(pid != 0 ? pid : process_id());
-    context.tid = tid != 0 ? tid : thread_id();
-    context.start_tv = start;
-    context.end_tv = end;
-    return context;
-}
-
-} // namespace
 
 int32_t perf_flush_aggregation_tree(const char* path, bt_tree* tree, int32_t pid, uint64_t tid, int64_t start,
                                     int64_t end, const char* program)
@@ -178,6 +149,9 @@ int32_t perf_flush_aggregation_tree(const char* path, bt_tree* tree, int32_t pid
         }
     }
     append_buffer out(to_stdout ? 1 : file.get());
-    print_context context = dump_context(out, pid, tid, start, end, program);
+    const owner_fields owner(static_cast<uint32_t>(pid != 0 ? pid : process_id()),
+                             tid != 0 ? tid : thread_id());
+    print_context context{&out, owner, {}, start, end, 0};
+    copy_text(context.program, sizeof(context.program), program);
     return __flush_aggregation_tree_to_file(&context, tree, tree);
 }

@@ -6,16 +6,15 @@
 
 #include "data_file/layout.h"
 #include "ostrum_util.h"
-#include "util/append_buffer.h"
+#include "perf_log/output/trace_record.h"
 
 namespace ostrum {
 
 // One flush in progress.
 struct print_context {
     append_buffer* out;
+    owner_fields owner;
     char program[text_bytes];
-    uint32_t pid;
-    uint64_t tid;
     int64_t start_tv;
     int64_t end_tv;
     int32_t record_count; // top-level paths written
