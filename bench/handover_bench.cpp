@@ -1,7 +1,10 @@
 // With asynchronous flushing: what handing a tree over costs, and what the flusher at work costs the hooks
 // of another thread.
-#include <stdexcept>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <string>
+#include <thread>
 
 #include "calls.h"
 #include "scenarios.h"
@@ -39,10 +42,11 @@ struct handover_kind {
     int32_t first_key;
 };
 constexpr int32_t contexts_a_kind = 21;
-constexpr int32_t busy_key = 3 * contexts_a_kind;
 constexpr handover_kind kinds[] = {{"asleep", small_tree, false, 0},
                                    {"asleep, big tree", big_tree, false, contexts_a_kind},
-                                   {"busy", small_tree, true, 2 * contexts_a_kind}};
+                                   {"busy", small_tree, true, 2 * contexts_a_kind},
+                                   {"busy, big tree", big_tree, true, 3 * contexts_a_kind}};
+constexpr int32_t busy_key = 4 * contexts_a_kind;
 
 void keep_flusher_busy()
 {
@@ -54,19 +58,76 @@ void keep_flusher_busy()
     }
 }
 
-void measure_handovers(const handover_kind& kind, const flusher_clock& flusher, samples& values)
+void hand_over(const handover_kind& kind, int32_t key, samples& values)
 {
-    if (kind.busy) {
-        keep_flusher_busy();
-    }
+    values[kind.name].push_back(elapsed_ns(CLOCK_MONOTONIC, [key] { end_outermost(key); }));
+}
+
+void measure_asleep(const handover_kind& kind, const flusher_clock& flusher, samples& values)
+{
     for (int32_t key = kind.first_key; key < kind.first_key + contexts_a_kind; ++key) {
         gather(key, kind.paths);
-        if (!kind.busy) {
-            flusher.wait_until_asleep();
-        }
-        values[kind.name].push_back(elapsed_ns(CLOCK_MONOTONIC, [key] { end_outermost(key); }));
+        flusher.wait_until_asleep();
+        hand_over(kind, key, values);
     }
-    values[floor_name].push_back(floor_once());
+}
+
+// All trees are there before the flusher gets its work, which does not last long.
+void measure_busy(const handover_kind& kind, samples& values)
+{
+    for (int32_t key = kind.first_key; key < kind.first_key + contexts_a_kind; ++key) {
+        gather(key, kind.paths);
+    }
+    keep_flusher_busy();
+    for (int32_t key = kind.first_key; key < kind.first_key + contexts_a_kind; ++key) {
+        hand_over(kind, key, values);
+    }
+}
+
+// The same wake-up without the library: what no hand-over that wakes a sleeping thread can go below.
+class sleeper {
+public:
+    sleeper() : thread_([this] { sleep_and_clear(); }) {}
+    ~sleeper()
+    {
+        ended_ = true;
+        wake();
+        thread_.join();
+    }
+    sleeper(const sleeper&) = delete;
+    sleeper& operator=(const sleeper&) = delete;
+    void wake()
+    {
+        {
+            const std::scoped_lock guard(mutex_);
+            has_work_ = true;
+        }
+        condition_.notify_one();
+    }
+
+private:
+    void sleep_and_clear()
+    {
+        while (!ended_) {
+            std::unique_lock guard(mutex_);
+            condition_.wait(guard, [this] { return has_work_; });
+            has_work_ = false;
+        }
+    }
+    std::mutex mutex_;
+    std::condition_variable condition_;
+    bool has_work_ = false;
+    std::atomic<bool> ended_ = false;
+    std::thread thread_;
+};
+
+void measure_bare_wakes(samples& values)
+{
+    sleeper other;
+    for (int wake = 0; wake < contexts_a_kind; ++wake) {
+        busy_wait(asleep_after);
+        values["bare wake"].push_back(elapsed_ns(CLOCK_MONOTONIC, [&other] { other.wake(); }));
+    }
 }
 
 // ---- latencies ----
@@ -149,10 +210,17 @@ samples measure_handover(int repetitions)
     }
     samples values;
     for (int done = 0; done < repetitions; done += contexts_a_kind) {
-        wait_for_next_second();
         for (const handover_kind& kind : kinds) {
-            measure_handovers(kind, flusher, values);
+            wait_for_next_second(); // also what kept the flusher busy comes due again
+            flusher.wait_until_asleep();
+            if (kind.busy) {
+                measure_busy(kind, values);
+            } else {
+                measure_asleep(kind, flusher, values);
+            }
         }
+        measure_bare_wakes(values);
+        values[floor_name].push_back(floor_once());
     }
     return values;
 }

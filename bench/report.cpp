@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include <cmath>
 #include <cstdio>
 
 #include <unistd.h>
@@ -13,11 +14,22 @@ struct cell {
     char text[cell_bytes];
 };
 
-cell number_cell(std::optional<double> value, const char* unit)
+cell limit_cell(const std::optional<double>& limit, const char* unit)
+{
+    cell result{"-"};
+    if (limit) {
+        std::snprintf(result.text, sizeof(result.text), "%g %s", *limit, unit);
+    }
+    return result;
+}
+
+// As many decimals as say something.
+cell figure_cell(const std::optional<double>& value, const char* unit)
 {
     cell result{"-"};
     if (value) {
-        const int decimals = *value >= 1'000 ? 0 : *value >= 100 ? 1 : 2;
+        const double size = std::fabs(*value);
+        const int decimals = size >= 1'000 || size == 0 ? 0 : size >= 100 ? 1 : size >= 0.1 ? 2 : 4;
         std::snprintf(result.text, sizeof(result.text), "%.*f %s", decimals, *value, unit);
     }
     return result;
@@ -72,8 +84,8 @@ void print_row(const row& line, const scenario_samples& values)
     if (line.number > 0) {
         std::snprintf(number, sizeof(number), "%d", line.number);
     }
-    std::printf("%3s  %-50s %11s %11s %11s  %s\n", number, line.what, number_cell(line.reach, line.unit).text,
-                number_cell(line.aim, line.unit).text, number_cell(value, line.unit).text,
+    std::printf("%3s  %-50s %11s %11s %11s  %s\n", number, line.what, limit_cell(line.reach, line.unit).text,
+                limit_cell(line.aim, line.unit).text, figure_cell(value, line.unit).text,
                 value ? verdict(line, *value) : "not measured");
 }
 

@@ -35,12 +35,18 @@ double flusher_clock::ns() const
     return clock_ns(static_cast<clockid_t>(~static_cast<uint32_t>(thread_) << 3U | cpu_time_of_thread));
 }
 
+void busy_wait(std::chrono::milliseconds duration)
+{
+    const auto end = std::chrono::steady_clock::now() + duration;
+    while (std::chrono::steady_clock::now() < end) {
+    }
+}
+
 void flusher_clock::wait_until_asleep() const
 {
-    constexpr std::chrono::milliseconds a_while{3};
-    for (double before_ns = -1; before_ns != ns();) {
-        before_ns = ns();
-        std::this_thread::sleep_for(a_while);
+    for (double used_ns = -1; used_ns != ns();) {
+        used_ns = ns();
+        busy_wait(asleep_after);
     }
 }
 
