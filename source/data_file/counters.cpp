@@ -41,7 +41,7 @@ bool matches(const counter_entry& entry, const counter_key& key)
 }
 
 // Under the entry's lock.
-void add_totals(counter_entry& entry, const counter_totals& totals)
+inline void add_totals(counter_entry& entry, const counter_totals& totals)
 {
     add_to_total(entry.recs, totals.recs);
     add_to_total(entry.calls, totals.calls);
@@ -60,7 +60,8 @@ void clear_totals(counter_entry& entry)
     }
 }
 
-void update(counter_entry& entry, const counter_totals& totals, int64_t lock_limit_tv)
+[[gnu::always_inline]] inline void update(counter_entry& entry, const counter_totals& totals,
+                                          int64_t lock_limit_tv)
 {
     const slot_guard guard(entry.lock, lock_limit_tv);
     if (guard) {

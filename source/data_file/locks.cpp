@@ -84,7 +84,7 @@ mutex_kinds kinds_made_here()
 }
 
 // Any other kind has rules that foreign bytes can turn into a crash of the host or a wait without end.
-bool usable(const pthread_mutex_t& mutex)
+[[gnu::always_inline]] inline bool usable(const pthread_mutex_t& mutex)
 {
     static const mutex_kinds ours = kinds_made_here();
     const int kind = kind_of(mutex);
@@ -134,9 +134,9 @@ bool wait_for_mutex(lock_slot& slot, int64_t limit_tv)
     return false;
 }
 
-bool acquire_mutex(lock_slot& slot, int64_t limit_tv)
+[[gnu::always_inline]] inline bool acquire_mutex(lock_slot& slot, int64_t limit_tv)
 {
-    if (usable(slot.mutex) && pthread_mutex_trylock(&slot.mutex) == 0) {
+    if (usable(slot.mutex) && pthread_mutex_trylock(&slot.mutex) == 0) [[likely]] {
         forget_stuck(slot);
         return true;
     }

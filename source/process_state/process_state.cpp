@@ -38,6 +38,7 @@ void remember_main_thread()
 
 void renew_identity_after_fork()
 {
+    this_process.timeout_nesting = 0; // what the parent was inside of means nothing here
     this_process.main_thread.store(thread_mark(), std::memory_order_relaxed);
     this_process.process_id.store(os::process_id(), std::memory_order_release);
 }

@@ -20,6 +20,7 @@ struct process_record {
     std::atomic<start_mode> mode;
     std::atomic<int32_t> process_id;    // 0 = not remembered yet
     std::atomic<uintptr_t> main_thread; // its mark; 0 = not remembered yet
+    uint32_t timeout_nesting;           // the main thread's; see timeout_nesting.h
 };
 extern process_record this_process;
 

@@ -92,25 +92,11 @@ log_context* init_log_info(int32_t pid, int32_t key)
     return context.release();
 }
 
-void clear_frame(call_frame& frame)
+void destroy_owned_list(call_frame& frame)
 {
-    if (frame.owns_in_flist) {
+    if (std::exchange(frame.owns_in_flist, false)) {
         flist_destroy(static_cast<qel_flist_t*>(frame.in_flist));
     }
-    // The body of its own totals means nothing while they are not in use, and this runs in every end hook.
-    frame.start_tv = 0;
-    frame.first_start_tv = 0;
-    frame.user_cpu_tv = 0;
-    frame.sys_cpu_tv = 0;
-    frame.in_flist = nullptr;
-    frame.owns_in_flist = false;
-    frame.opcode = 0;
-    frame.opflags = 0;
-    frame.sequence = 0;
-    frame.key_hash = 0;
-    frame.node = nullptr;
-    frame.single_node = nullptr;
-    frame.own.total_calls = start_marker;
 }
 
 void close_files(log_context& context)

@@ -138,7 +138,28 @@ inline constexpr int32_t no_depth = -1;
 // null after diagnostic lines. A thread's own context carries the calling thread's id.
 log_context* init_log_info(int32_t pid, int32_t key);
 
-void clear_frame(call_frame& frame);    // destroys an owned input list
+void destroy_owned_list(call_frame& frame); // the input list, if the frame owns it
+
+inline void clear_frame(call_frame& frame)
+{
+    if (frame.owns_in_flist) [[unlikely]] {
+        destroy_owned_list(frame);
+    }
+    // The body of its own totals means nothing while they are not in use, and this runs in every end hook.
+    frame.start_tv = 0;
+    frame.first_start_tv = 0;
+    frame.user_cpu_tv = 0;
+    frame.sys_cpu_tv = 0;
+    frame.in_flist = nullptr;
+    frame.opcode = 0;
+    frame.opflags = 0;
+    frame.sequence = 0;
+    frame.key_hash = 0;
+    frame.node = nullptr;
+    frame.single_node = nullptr;
+    frame.own.total_calls = start_marker;
+}
+
 void close_files(log_context& context); // trace file, field-list trace and alarm file
 void unpin(log_context* context);       // gives a reference back; the last one frees the memory
 inline void pin(log_context* context)

@@ -55,7 +55,8 @@ inline qel_errbuf_t error_buffer(int32_t errnum, int32_t err_class, int32_t loca
 }
 
 // The common end of a function: its error buffer lives for this call only.
-inline void end_function(log_context& context, op_event& event, int32_t error, const qel_errbuf_t& ebuf)
+[[gnu::always_inline]] inline void end_function(log_context& context, op_event& event, int32_t error,
+                                                const qel_errbuf_t& ebuf)
 {
     event.end_flags = error != 0 ? end_flag_error : 0;
     event.record_count = 1;

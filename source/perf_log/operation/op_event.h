@@ -31,5 +31,26 @@ struct op_event {
     const qel_errbuf_t* ebuf; // null = none
 };
 
+// A copy that does not make the compiler keep the original in memory, as copying the whole would.
+[[gnu::always_inline]] inline op_event member_by_member(const op_event& event)
+{
+    return {.phase = event.phase,
+            .now_tv = event.now_tv,
+            .opcode = event.opcode,
+            .opname = event.opname,
+            .opflags = event.opflags,
+            .program = event.program,
+            .file = event.file,
+            .line = event.line,
+            .obj_type = event.obj_type,
+            .obj_id = event.obj_id,
+            .db = event.db,
+            .in_flist = event.in_flist,
+            .out_flist = event.out_flist,
+            .end_flags = event.end_flags,
+            .record_count = event.record_count,
+            .ebuf = event.ebuf};
+}
+
 } // namespace ostrum
 #endif

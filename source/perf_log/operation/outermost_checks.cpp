@@ -97,10 +97,10 @@ void prepare_flist_trace(log_context& context, int32_t opcode, bool reopen)
 
 } // namespace
 
-void check_at_outermost_start(log_context& context, const op_event& event)
+void check_at_outermost_start(log_context& context, int32_t opcode, int64_t now_tv)
 {
     aggregation_period period;
-    const bool new_period = status_check(context, event.now_tv, period);
+    const bool new_period = status_check(context, now_tv, period);
     context.lines_since_flush += context.lines_since_flush < INT32_MAX ? 1 : 0;
     const int32_t max_lines = configured().max_log_size;
     const bool max_exceeded = max_lines != 0 && context.lines_since_flush >= max_lines;
@@ -120,7 +120,7 @@ void check_at_outermost_start(log_context& context, const op_event& event)
     if (!keeps_alarm_file || new_period) {
         context.alarm_file.reset();
     }
-    prepare_flist_trace(context, event.opcode, max_exceeded || new_period);
+    prepare_flist_trace(context, opcode, max_exceeded || new_period);
 }
 
 } // namespace ostrum

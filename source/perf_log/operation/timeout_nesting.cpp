@@ -4,8 +4,6 @@
 
 namespace ostrum {
 
-constinit timeout_nesting_state timeout_nesting{};
-
 void run_deferred_timeout()
 {
     __ostrum_sig_safe_exec_callback("write_log");

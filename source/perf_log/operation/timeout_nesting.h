@@ -12,16 +12,9 @@ inline constexpr uint32_t nesting_count_mask = 0x0FFFFFFF;
 inline constexpr uint32_t timeout_deferred = 1U << 28;
 inline constexpr uint32_t timeout_running = 1U << 29;
 
-// Owned by timeout_nesting.cpp; here because every hook counts.
-struct timeout_nesting_state {
-    uint32_t word;
-    int32_t process; // in a forked child the parent's count means nothing
-};
-extern timeout_nesting_state timeout_nesting;
-
 inline uint32_t& timeout_nesting_word()
 {
-    return timeout_nesting.word;
+    return this_process.timeout_nesting;
 }
 
 void run_deferred_timeout();
@@ -32,15 +25,12 @@ public:
     timeout_nesting_scope() : on_main_thread_(is_main_thread())
     {
         if (on_main_thread_) {
-            if (timeout_nesting.process != process_id()) [[unlikely]] {
-                timeout_nesting = {0, process_id()};
-            }
-            ++timeout_nesting.word;
+            ++timeout_nesting_word();
         }
     }
     ~timeout_nesting_scope()
     {
-        if (on_main_thread_ && --timeout_nesting.word == timeout_deferred) [[unlikely]] {
+        if (on_main_thread_ && --timeout_nesting_word() == timeout_deferred) [[unlikely]] {
             run_deferred_timeout();
         }
     }

@@ -1,39 +1,14 @@
 #include "perf_log/operation/write_log.h"
 
-#include <algorithm>
-
-#include "config/settings.h"
 #include "flist_trace/flist_writer.h"
 #include "flist_trace/perf_flist.h"
 #include "os/os_calls.h"
 #include "perf_log/flush/alarm_detection.h"
 #include "perf_log/flush/flush.h"
-#include "perf_log/operation/outermost_checks.h"
-#include "perf_log/operation/timeout_nesting.h"
-#include "process_metrics/cpu_usage.h"
-#include "util/diagnostics.h"
-#include "util/text.h"
 
 namespace ostrum {
 
 namespace {
-
-// Elapsed and CPU time of the call that ends.
-struct call_cost {
-    int64_t elapsed_tv = 0;
-    cpu_times cpu;
-};
-
-// Always at the outermost level while timing is on, deeper only when timing goes to a file.
-bool is_aggregated(const log_context& context)
-{
-    return context.depth == 0 ? context.time_mode > 0 : logs_to_file(context.time_mode);
-}
-
-bool is_outermost(const log_context& context)
-{
-    return context.depth == 0 || (context.depth == 1 && context.grouped_transaction);
-}
 
 cpu_times cpu_at_level(int32_t level)
 {
@@ -42,33 +17,6 @@ cpu_times cpu_at_level(int32_t level)
         get_cpu_usage(&cpu.user_tv, &cpu.sys_tv);
     }
     return cpu;
-}
-
-// An error of these two numbers is part of normal work below the outermost level.
-bool is_recorded_error(const op_event& event, int32_t depth)
-{
-    if (event.ebuf == nullptr || event.ebuf->errnum == 0) {
-        return false;
-    }
-    const uint32_t errnum = event.ebuf->errnum;
-    return depth == 0 || (errnum != 37 && errnum != 120);
-}
-
-int32_t live_counter_options(const log_context& context)
-{
-    return context.time_mode | (context.grouped_transaction ? live_counter_two_levels : 0);
-}
-
-path_identity identity_of(const op_event& event)
-{
-    return {event.opcode,
-            static_cast<int32_t>(event.opflags),
-            event.line,
-            event.db,
-            text_or_empty(event.program),
-            text_or_empty(event.opname),
-            text_or_empty(event.file),
-            text_or_empty(event.obj_type)};
 }
 
 // A key for the trees. The text copies are left unset: only its pointers are read.
@@ -102,43 +50,13 @@ void fill_key(agg_node& key, const log_context& context, const op_event& event)
     key.hash_code = ostrum_hash_aggr_node(&key);
 }
 
-total_record totals_of(const op_event& event, int32_t level, const call_cost& cost)
-{
-    const bool cache_flag = (event.end_flags & end_flag_error) != 0;
-    return {.total_tv = cost.elapsed_tv,
-            .min_tv = cost.elapsed_tv,
-            .max_tv = cost.elapsed_tv,
-            .cm_cache_tv = cache_flag ? cost.elapsed_tv : 0,
-            .total_recs = event.record_count,
-            .total_calls = 1,
-            .total_errors = is_recorded_error(event, level) ? 1 : 0,
-            .cm_cache_calls = cache_flag ? 1 : 0,
-            .user_cpu_tv = cost.cpu.user_tv,
-            .sys_cpu_tv = cost.cpu.sys_tv,
-            .bs_tv = 0,
-            .be_tv = 0,
-            .next = nullptr};
-}
-
-// What the call adds to the node that its frame holds.
-node_addition addition_of(const log_context& context, const op_event& event, const call_frame& frame,
-                          const call_cost& cost)
-{
-    return {.totals = totals_of(event, context.depth, cost),
-            .bucket_source = own_totals_in_use(frame) ? &frame.own : nullptr,
-            .caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist),
-            .caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist),
-            .err_info = event.ebuf != nullptr ? &event.ebuf->location : nullptr,
-            .level = context.depth,
-            .log_time = live_counter_options(context),
-            .single_trace = false,
-            .counts_in_buckets = true};
-}
-
 // Debug listing of a start or end: as the key that it is, with what it adds.
-[[gnu::noinline, gnu::cold]] void dump_call(const log_context& context, const op_event& event,
-                                            const total_record* added, const char* label)
+void dump_call(const log_context& context, const op_event& event, const total_record* added,
+               const char* label)
 {
+    if (!debug_on(debug_fine)) {
+        return;
+    }
     agg_node key;
     fill_key(key, context, event);
     if (added != nullptr) {
@@ -153,8 +71,7 @@ bool traces_flists(const log_context& context)
 }
 
 // The record of this start or end in the field-list trace.
-[[gnu::noinline]] void write_flist_record(log_context& context, const op_event& event,
-                                          flist_direction direction)
+void write_flist_record(log_context& context, const op_event& event, flist_direction direction)
 {
     void* flist = direction == flist_direction::in ? event.in_flist : event.out_flist;
     const flist_entry entry{direction,  event.opcode,    event.opname,   event.opflags, event.now_tv,
@@ -165,33 +82,9 @@ bool traces_flists(const log_context& context)
 
 // ---- start ----
 
-void begin_frame(log_context& context, const op_event& event, const cpu_times& cpu)
-{
-    call_frame& frame = context.frames[context.depth];
-    frame.start_tv = event.now_tv;
-    frame.user_cpu_tv = cpu.user_tv;
-    frame.sys_cpu_tv = cpu.sys_tv;
-    frame.in_flist = event.in_flist;
-    frame.opcode = static_cast<uint32_t>(event.opcode);
-    frame.opflags = event.opflags;
-    frame.sequence = context.current_sequence;
-    frame.own.total_calls = start_marker;
-}
-
-// Where the nodes of this level are; no tree below a caller that has called nothing yet.
-path_place place_of_level(const log_context& context)
-{
-    const trace_source& trace = context.trace;
-    if (context.depth == 0) {
-        return {trace.tree, trace.tree_generation};
-    }
-    const agg_node* caller = context.frames[context.depth - 1].node;
-    return {caller != nullptr ? caller->sub_opcode_tree : nullptr, trace.tree_generation};
-}
-
 // For a path that is not remembered: its node in the aggregation tree, new or known. Without memory for it
 // the frame has none.
-[[gnu::noinline]] void insert_path(log_context& context, const op_event& event, call_frame& frame)
+void insert_path(log_context& context, const op_event& event, call_frame& frame)
 {
     trace_source& trace = context.trace;
     agg_node key;
@@ -214,19 +107,15 @@ path_place place_of_level(const log_context& context)
 
 void enter_path(log_context& context, const op_event& event, call_frame& frame)
 {
-    const path_identity path = identity_of(event);
-    const path_place place = place_of_level(context);
-    agg_node* node = find_path(context.index, place, path, mark_of(place, path));
-    if (node == nullptr) [[unlikely]] {
+    if (agg_node* node = find_known_path(context, event)) {
+        enter_node(frame, event, *node);
+    } else {
         insert_path(context, event, frame);
-        return;
     }
-    node->caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
-    frame.node = node;
-    frame.key_hash = node->hash_code;
+    dump_call(context, event, nullptr, "ENTER");
 }
 
-[[gnu::noinline]] void insert_into_single_tree(log_context& context, const op_event& event, call_frame& frame)
+void insert_into_single_tree(log_context& context, const op_event& event, call_frame& frame)
 {
     agg_node key;
     fill_key(key, context, event);
@@ -236,50 +125,7 @@ void enter_path(log_context& context, const op_event& event, call_frame& frame)
         err_print("write_log : error inserting single tree - level[%d] opcode[%d]\n", context.depth,
                   key.opcode);
     }
-    if (debug_on(debug_fine)) {
-        dump_call(context, event, nullptr, "ENTER-SINGLE");
-    }
-}
-
-void enter_nodes(log_context& context, const op_event& event, const cpu_times& cpu, bool aggregate)
-{
-    call_frame& frame = context.frames[context.depth];
-    begin_frame(context, event, cpu);
-    if (aggregate) {
-        enter_path(context, event, frame);
-        if (debug_on(debug_fine)) {
-            dump_call(context, event, nullptr, "ENTER");
-        }
-    }
-    if (context.single_tree_active) {
-        insert_into_single_tree(context, event, frame);
-    }
-}
-
-void begin_operation(log_context& context, const op_event& event)
-{
-    if (++context.depth >= max_call_frames) {
-        return; // counted, without a frame
-    }
-    if (is_outermost(context)) {
-        check_at_outermost_start(context, event);
-    }
-    const bool aggregate = is_aggregated(context);
-    context.current_sequence = ++context.operation_sequence;
-    if (context.depth == 0) {
-        context.top_sequence = context.current_sequence;
-    }
-    const cpu_times cpu = cpu_at_level(context.depth);
-    if (aggregate || context.single_tree_active) {
-        enter_nodes(context, event, cpu, aggregate);
-    } else if (context.flist_mode > 0) {
-        begin_frame(context, event, cpu);
-    } else {
-        return;
-    }
-    if (traces_flists(context)) {
-        write_flist_record(context, event, flist_direction::in);
-    }
+    dump_call(context, event, nullptr, "ENTER-SINGLE");
 }
 
 // ---- end ----
@@ -288,54 +134,29 @@ call_cost measure_call(log_context& context, const call_frame& frame, const op_e
 {
     const cpu_times cpu = cpu_at_level(context.depth);
     context.current_sequence = frame.sequence;
-    return {std::max<int64_t>(event.now_tv - frame.start_tv, 0),
+    return {elapsed_since_start(frame, event),
             {cpu.user_tv - frame.user_cpu_tv, cpu.sys_tv - frame.sys_cpu_tv}};
 }
 
-void report_failed_update(const log_context& context, const op_event& event)
-{
-    err_print("perf_log : failed updating aggregation - level[%d] opcode[%d](%s) opflags[%#x] program[%s] "
-              "filename[%s] lineno[%d] obj_type[%s] db_num[%ld]\n",
-              context.depth, event.opcode, text_or_empty(event.opname), event.opflags,
-              text_or_empty(event.program), text_or_empty(event.file), event.line,
-              text_or_empty(event.obj_type), event.db);
-}
-
-bool is_counted_beside_its_node(const log_context& context, const agg_node& node)
-{
-    return context.depth <= deepest_counted_level(live_counter_options(context)) || has_buckets(node);
-}
-
-// The many nested calls without buckets only add to their node.
-void update_node(const log_context& context, const op_event& event, const call_frame& frame,
-                 const call_cost& cost)
+void update_node(log_context& context, const op_event& event, const call_frame& frame, const call_cost& cost)
 {
     if (debug_on(debug_fine)) {
         const total_record added = totals_of(event, context.depth, cost);
         dump_call(context, event, &added, "EXIT");
     }
-    agg_node* node = frame.node;
-    if (node == nullptr) {
+    if (frame.node == nullptr) {
         report_failed_update(context, event);
         return;
     }
-    node->caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
-    node->caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist);
-    add_totals(node->main, totals_of(event, context.depth, cost));
-    if (is_counted_beside_its_node(context, *node) &&
-        !count_in_file_and_buckets(*node, addition_of(context, event, frame, cost))) {
-        report_failed_update(context, event);
-    }
+    merge_into_node(context, event, frame, cost);
 }
 
-[[gnu::noinline]] void update_single_node(const log_context& context, const op_event& event,
-                                          const call_frame& frame, const call_cost& cost)
+void update_single_node(const log_context& context, const op_event& event, const call_frame& frame,
+                        const call_cost& cost)
 {
     node_addition call = addition_of(context, event, frame, cost);
     call.single_trace = true;
-    if (debug_on(debug_fine)) {
-        dump_call(context, event, &call.totals, "EXIT-SINGLE");
-    }
+    dump_call(context, event, &call.totals, "EXIT-SINGLE");
     if (frame.single_node == nullptr || !add_to_node(*frame.single_node, call)) {
         report_failed_update(context, event);
     }
@@ -383,19 +204,7 @@ void return_single_tree(log_context& context, const op_event& event)
     context.single_tree_active = false;
 }
 
-void flush_between_operations(log_context& context, int64_t now_tv)
-{
-    if (!logs_to_file(context.time_mode) || context.depth >= 0) {
-        return;
-    }
-    if (context.flush_requested.load(std::memory_order_relaxed) ||
-        due_time(context.trace.next_flush_tv) <= now_tv) {
-        flush_aggregation_tree(&context);
-        context.flush_requested = false;
-    }
-}
-
-inline void end_open_frame(log_context& context, const op_event& event)
+void end_open_frame(log_context& context, const op_event& event)
 {
     call_frame& frame = context.frames[context.depth];
     const call_cost cost = measure_call(context, frame, event);
@@ -417,7 +226,29 @@ inline void end_open_frame(log_context& context, const op_event& event)
     clear_frame(frame);
 }
 
-void end_operation(log_context& context, const op_event& event)
+} // namespace
+
+void start_in_full(log_context& context, op_event event)
+{
+    const bool aggregate = is_aggregated(context);
+    const cpu_times cpu = cpu_at_level(context.depth);
+    if (!aggregate && !context.single_tree_active && context.flist_mode <= 0) {
+        return;
+    }
+    call_frame& frame = context.frames[context.depth];
+    begin_frame(context, event, cpu);
+    if (aggregate) {
+        enter_path(context, event, frame);
+    }
+    if (context.single_tree_active) {
+        insert_into_single_tree(context, event, frame);
+    }
+    if (traces_flists(context)) {
+        write_flist_record(context, event, flist_direction::in);
+    }
+}
+
+void end_in_full(log_context& context, op_event event)
 {
     if (context.depth >= max_call_frames) {
         --context.depth; // it never had a frame
@@ -432,18 +263,19 @@ void end_operation(log_context& context, const op_event& event)
     }
 }
 
-} // namespace
-
-void log_operation_start(log_context& context, const op_event& event)
+void report_failed_update(const log_context& context, op_event event)
 {
-    const timeout_nesting_scope nesting;
-    begin_operation(context, event);
+    err_print("perf_log : failed updating aggregation - level[%d] opcode[%d](%s) opflags[%#x] program[%s] "
+              "filename[%s] lineno[%d] obj_type[%s] db_num[%ld]\n",
+              context.depth, event.opcode, text_or_empty(event.opname), event.opflags,
+              text_or_empty(event.program), text_or_empty(event.file), event.line,
+              text_or_empty(event.obj_type), event.db);
 }
 
-void log_operation_end(log_context& context, const op_event& event)
+void flush_tree_now(log_context& context)
 {
-    const timeout_nesting_scope nesting;
-    end_operation(context, event);
+    flush_aggregation_tree(&context);
+    context.flush_requested = false;
 }
 
 } // namespace ostrum

@@ -1,21 +1,251 @@
 #ifndef OSTRUM_PERF_LOG_OPERATION_WRITE_LOG_H
 #define OSTRUM_PERF_LOG_OPERATION_WRITE_LOG_H
+// The decision routine behind every hook: keeps the call stack and decides what of the call is aggregated,
+// traced and counted, and when the context's tree is flushed. The caller holds the context's lock. The stack
+// stays balanced whatever fails.
+//
+// Most calls are plain: aggregated on a path that is known, and nothing else. Their whole way is here, for
+// the hooks to take in; everything else goes on in write_log.cpp, which gets a copy of the event, so that a
+// plain call need not put one together.
+#include <algorithm>
+
+#include "config/settings.h"
 #include "perf_log/context/log_context.h"
 #include "perf_log/operation/op_event.h"
+#include "perf_log/operation/outermost_checks.h"
 #include "perf_log/operation/timeout_nesting.h"
+#include "process_metrics/cpu_usage.h"
+#include "util/diagnostics.h"
+#include "util/text.h"
 
 extern "C" {
-// The decision routine behind every hook: keeps the call stack and decides what of the call is
-// aggregated, traced and counted, and when the context's tree is flushed. The caller holds the context's
-// lock. The stack stays balanced whatever fails. An event without a time gets the present one.
+// Both halves by the event's phase. An event without a time gets the present one.
 void write_log(ostrum::log_context* context, const ostrum::op_event* event);
 }
 
 namespace ostrum {
 
-// The two halves of write_log, for events that have a time.
-void log_operation_start(log_context& context, const op_event& event);
-void log_operation_end(log_context& context, const op_event& event);
+// Elapsed and CPU time of a call that ends.
+struct call_cost {
+    int64_t elapsed_tv = 0;
+    cpu_times cpu;
+};
+
+// ---- the rest of the way, for calls that are not plain ----
+
+void start_in_full(log_context& context, op_event event); // numbered already
+void end_in_full(log_context& context, op_event event);
+void report_failed_update(const log_context& context, op_event event);
+void flush_tree_now(log_context& context);
+
+// ---- what both halves ask ----
+
+// Always at the outermost level while timing is on, deeper only when timing goes to a file.
+inline bool is_aggregated(const log_context& context)
+{
+    return context.depth == 0 ? context.time_mode > 0 : logs_to_file(context.time_mode);
+}
+
+inline bool is_outermost(const log_context& context)
+{
+    return context.depth == 0 || (context.depth == 1 && context.grouped_transaction);
+}
+
+// Whether the call at this depth is aggregated and nothing else is done with it.
+inline bool is_plain(const log_context& context)
+{
+    return is_aggregated(context) && context.flist_mode <= 0 && !context.single_tree_active &&
+           configured().collect_cpu_levels <= context.depth && !debug_on(debug_fine);
+}
+
+inline int32_t live_counter_options(const log_context& context)
+{
+    return context.time_mode | (context.grouped_transaction ? live_counter_two_levels : 0);
+}
+
+// ---- start ----
+
+inline path_identity identity_of(const op_event& event)
+{
+    return {event.opcode,
+            static_cast<int32_t>(event.opflags),
+            event.line,
+            event.db,
+            text_or_empty(event.program),
+            text_or_empty(event.opname),
+            text_or_empty(event.file),
+            text_or_empty(event.obj_type)};
+}
+
+// Where the nodes of this level are; no tree below a caller that has called nothing yet.
+inline path_place place_of_level(const log_context& context)
+{
+    const trace_source& trace = context.trace;
+    if (context.depth == 0) {
+        return {trace.tree, trace.tree_generation};
+    }
+    const agg_node* caller = context.frames[context.depth - 1].node;
+    return {caller != nullptr ? caller->sub_opcode_tree : nullptr, trace.tree_generation};
+}
+
+inline agg_node* find_known_path(const log_context& context, const op_event& event)
+{
+    const path_identity path = identity_of(event);
+    const path_place place = place_of_level(context);
+    return find_path(context.index, place, path, mark_of(place, path));
+}
+
+inline void begin_frame(log_context& context, const op_event& event, const cpu_times& cpu)
+{
+    call_frame& frame = context.frames[context.depth];
+    frame.start_tv = event.now_tv;
+    frame.user_cpu_tv = cpu.user_tv;
+    frame.sys_cpu_tv = cpu.sys_tv;
+    frame.in_flist = event.in_flist;
+    frame.opcode = static_cast<uint32_t>(event.opcode);
+    frame.opflags = event.opflags;
+    frame.sequence = context.current_sequence;
+    frame.own.total_calls = start_marker;
+}
+
+inline void enter_node(call_frame& frame, const op_event& event, agg_node& node)
+{
+    node.caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
+    frame.node = &node;
+    frame.key_hash = node.hash_code;
+}
+
+inline void number_operation(log_context& context)
+{
+    context.current_sequence = ++context.operation_sequence;
+    if (context.depth == 0) {
+        context.top_sequence = context.current_sequence;
+    }
+}
+
+[[gnu::always_inline]] inline void log_operation_start(log_context& context, const op_event& event)
+{
+    const timeout_nesting_scope nesting;
+    if (++context.depth >= max_call_frames) {
+        return; // counted, without a frame
+    }
+    if (is_outermost(context)) {
+        check_at_outermost_start(context, event.opcode, event.now_tv);
+    }
+    number_operation(context);
+    agg_node* node = is_plain(context) ? find_known_path(context, event) : nullptr;
+    if (node == nullptr) [[unlikely]] {
+        start_in_full(context, member_by_member(event));
+        return;
+    }
+    begin_frame(context, event, {});
+    enter_node(context.frames[context.depth], event, *node);
+}
+
+// ---- end ----
+
+// An error of these two numbers is part of normal work below the outermost level.
+inline bool is_recorded_error(const op_event& event, int32_t depth)
+{
+    if (event.ebuf == nullptr || event.ebuf->errnum == 0) {
+        return false;
+    }
+    const uint32_t errnum = event.ebuf->errnum;
+    return depth == 0 || (errnum != 37 && errnum != 120);
+}
+
+inline total_record totals_of(const op_event& event, int32_t level, const call_cost& cost)
+{
+    const bool cache_flag = (event.end_flags & end_flag_error) != 0;
+    return {.total_tv = cost.elapsed_tv,
+            .min_tv = cost.elapsed_tv,
+            .max_tv = cost.elapsed_tv,
+            .cm_cache_tv = cache_flag ? cost.elapsed_tv : 0,
+            .total_recs = event.record_count,
+            .total_calls = 1,
+            .total_errors = is_recorded_error(event, level) ? 1 : 0,
+            .cm_cache_calls = cache_flag ? 1 : 0,
+            .user_cpu_tv = cost.cpu.user_tv,
+            .sys_cpu_tv = cost.cpu.sys_tv,
+            .bs_tv = 0,
+            .be_tv = 0,
+            .next = nullptr};
+}
+
+inline int64_t elapsed_since_start(const call_frame& frame, const op_event& event)
+{
+    return std::max<int64_t>(event.now_tv - frame.start_tv, 0);
+}
+
+// What the call adds to the node that its frame holds.
+inline node_addition addition_of(const log_context& context, const op_event& event, const call_frame& frame,
+                                 const call_cost& cost)
+{
+    return {.totals = totals_of(event, context.depth, cost),
+            .bucket_source = own_totals_in_use(frame) ? &frame.own : nullptr,
+            .caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist),
+            .caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist),
+            .err_info = event.ebuf != nullptr ? &event.ebuf->location : nullptr,
+            .level = context.depth,
+            .log_time = live_counter_options(context),
+            .single_trace = false,
+            .counts_in_buckets = true};
+}
+
+inline bool is_counted_beside_its_node(const log_context& context, const agg_node& node, bool failed)
+{
+    const int32_t options = live_counter_options(context);
+    const bool in_file =
+        context.depth <= deepest_counted_level(options) && (failed || (options & live_counter_on) != 0);
+    return in_file || has_buckets(node);
+}
+
+[[gnu::always_inline]] inline void merge_into_node(log_context& context, const op_event& event,
+                                                   const call_frame& frame, const call_cost& cost)
+{
+    agg_node& node = *frame.node;
+    node.caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
+    node.caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist);
+    const total_record totals = totals_of(event, context.depth, cost);
+    add_totals(node.main, totals);
+    if (is_counted_beside_its_node(context, node, totals.total_errors > 0)) {
+        const node_addition addition = addition_of(context, event, frame, cost);
+        if (!count_in_file_and_buckets(node, addition)) [[unlikely]] {
+            report_failed_update(context, member_by_member(event));
+        }
+    }
+}
+
+inline void flush_between_operations(log_context& context, int64_t now_tv)
+{
+    const bool due = context.flush_requested.load(std::memory_order_relaxed) ||
+                     due_time(context.trace.next_flush_tv) <= now_tv;
+    if (context.depth < 0 && due && logs_to_file(context.time_mode)) [[unlikely]] {
+        flush_tree_now(context);
+    }
+}
+
+[[gnu::always_inline]] inline void log_operation_end(log_context& context, const op_event& event)
+{
+    const timeout_nesting_scope nesting;
+    const bool has_frame = context.depth >= 0 && context.depth < max_call_frames;
+    if (!has_frame || !is_plain(context) || context.alarm_at != nullptr) [[unlikely]] {
+        end_in_full(context, member_by_member(event));
+        return;
+    }
+    call_frame& frame = context.frames[context.depth];
+    if (frame.node == nullptr || own_totals_in_use(frame)) [[unlikely]] {
+        end_in_full(context, member_by_member(event));
+        return;
+    }
+    context.current_sequence = frame.sequence;
+    merge_into_node(context, event, frame, {elapsed_since_start(frame, event), {}});
+    --context.depth;
+    flush_between_operations(context, event.now_tv);
+    clear_frame(frame);
+}
+
+// ---- nested calls that nothing records ----
 
 // Whether nested calls leave nothing behind but their place on the stack; a hook need then not look at
 // what it was told.
