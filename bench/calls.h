@@ -74,6 +74,7 @@ struct tree_call {
 
 // A tree of depth 5 with 20 paths: the outermost operation and 19 paths below it, each called once.
 inline constexpr int tree_paths = 20;
+inline constexpr int nested_paths = tree_paths - 1;
 const std::vector<tree_call>& tree_walk(); // the 20 pairs
 std::span<const tree_call> nested_walk();  // without the outermost operation
 const tree_call& tree_root();
@@ -99,6 +100,9 @@ inline void call_keyed_tree(int32_t key, std::span<const tree_call> calls)
         }
     }
 }
+
+// A bucket file of four bounds. Calls that do nothing, and what calls them, belong to the middle bucket.
+inline constexpr const char* five_buckets = "* 0.000000010 0.000000020 1 10\n";
 
 // Operations below one caller.
 std::vector<uint32_t> shuffled_opcodes(int count);

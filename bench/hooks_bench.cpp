@@ -9,7 +9,6 @@
 namespace ostrum_bench {
 namespace {
 
-constexpr int nested_paths = tree_paths - 1;
 constexpr int many_contexts = 256;
 
 benchmark::Counter units(int count)
@@ -74,10 +73,9 @@ void register_nested()
     register_nested_walk();
 }
 
-// The bounds leave calls of some ten nanoseconds, and what calls them, in one of the middle buckets.
 void register_nested_buckets()
 {
-    std::ofstream("buckets.txt") << "* 0.000000010 0.000000020 0.001 1\n";
+    std::ofstream("buckets.txt") << five_buckets;
     start_library();
     register_nested_walk();
 }
