@@ -151,8 +151,8 @@ TEST(Lifecycle, ExitFromASignalHandlerInTheMiddleOfHooksDoesNotHang)
                                        {"ostrum_status_check_frequency", "0"},
                                        {"ostrum_async_flushing", async},
                                        {"ostrum_max_log_size", "100"}},
-                                      "on_signal ALRM {exit 4}; alarm " + std::to_string(delay_ms) +
-                                          "; repeat 100000000 {op 3}");
+                                      "repeat 300 {op 3}; on_signal ALRM {exit 4}; alarm " +
+                                          std::to_string(delay_ms) + "; repeat 100000000 {op 3}");
         EXPECT_EQ(run.exit_status, 4) << run.errors;
         EXPECT_GT(calls_of(run, 3), 0);
     }
@@ -190,7 +190,7 @@ TEST(Lifecycle, AForkedChildKeepsNoFileOfTheParentsOpen)
 
 TEST(Lifecycle, NeitherAFileSizeLimitNorAClosedStandardErrorReachesTheHost)
 {
-    const host_run limited = run_host({{"ostrum_var_time", "2"}}, "op 3; file_limit 100; exit 6");
+    const host_run limited = run_host({{"ostrum_var_time", "2"}}, "op 3; limit file_size 100; exit 6");
     EXPECT_EQ(limited.exit_status, 6) << limited.errors;
     EXPECT_EQ(limited.text_of_files(".plog.txt"), "") << "what did not fit whole was taken back";
     EXPECT_EQ(run_host({{"ostrum_var_time", "3"}}, "close 2; close 1; close 0; op 3; exit 6").exit_status, 6);
