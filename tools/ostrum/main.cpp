@@ -1,15 +1,39 @@
+#include <clocale>
+#include <csignal>
 #include <iostream>
 #include <string>
 #include <vector>
 
-#include "command_line.h"
+#include <unistd.h>
+
+#include "cli/command.h"
+#include "output/terminal.h"
+
+namespace {
+
+bool wants_pager(const std::vector<std::string>& words)
+{
+    // The others are live, or short, or meant for programs.
+    const bool long_text = !words.empty() && (words.front() == "report" || words.front() == "diff");
+    return long_text && std::find(words.begin(), words.end(), "--follow") == words.end();
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
     try {
-        std::ios::sync_with_stdio(false);
+        std::setlocale(LC_CTYPE, "");
+        std::signal(SIGPIPE, SIG_IGN); // a reader that leaves shows as EPIPE
         const std::vector<std::string> words(argv + 1, argv + argc);
-        return ostrum_tool::run_tool(words, {std::cout, std::cerr});
+        ostrum_tool::descriptor_buffer buffer(STDOUT_FILENO);
+        const ostrum_tool::text_style style = ostrum_tool::style_of_descriptor(STDOUT_FILENO);
+        std::unique_ptr<ostrum_tool::pager> paging;
+        if (wants_pager(words)) {
+            paging = std::make_unique<ostrum_tool::pager>(buffer);
+        }
+        std::ostream out(&buffer);
+        return ostrum_tool::run_tool(words, {out, std::cerr, style, ::isatty(STDERR_FILENO) == 1});
     } catch (...) {
         return 1;
     }

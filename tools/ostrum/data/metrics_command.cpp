@@ -1,4 +1,4 @@
-#include "data_file_command.h"
+#include "data/data_file_command.h"
 
 namespace ostrum_tool {
 namespace {
@@ -31,21 +31,23 @@ constexpr std::array<const char*, metric_words> metric_names{"samples",
                                                              "fe_connects_total",
                                                              "fe_connects_error_total"};
 
-int run_metrics(const arguments& given, const streams& to)
+void show_metrics(const data_file& file, output_format format, const streams& to)
 {
-    const output_format format = format_of(given);
-    const data_file file = data_file_of(given, to);
-    text_table table({{"metric", align::left}, {"value", align::right}});
+    table rows({{"metric", "metric", cell_kind::text}, {"value", "value"}});
     for (size_t word = 0; word < metric_words; ++word) {
-        table.add_row({metric_names[word], std::to_string(file.metrics[word])});
+        rows.add_row({std::string(metric_names[word]), file.metrics[word]});
     }
-    table.print(to.out, format);
-    return 0;
+    rows.print(to.out, format, to.style, {{"kind", "metrics"}});
+}
+
+command_body declare_metrics(CLI::App& app)
+{
+    return declare_data_file_command(app, show_metrics);
 }
 
 } // namespace
 
-const command metrics_command{"metrics", "DATAFILE", "process metrics that the host has published",
-                              data_file_options, run_metrics};
+extern const command metrics_command;
+const command metrics_command{"metrics", "Process metrics that the host has published", declare_metrics};
 
 } // namespace ostrum_tool

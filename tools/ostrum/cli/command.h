@@ -1,0 +1,40 @@
+#ifndef OSTRUM_TOOL_CLI_COMMAND_H
+#define OSTRUM_TOOL_CLI_COMMAND_H
+// A subcommand: its name, its options, and what it does with them. All are listed in command_table.cpp.
+#include <functional>
+#include <ostream>
+#include <span>
+#include <string>
+
+#include <CLI/App.hpp>
+
+#include "output/table.h"
+
+namespace ostrum_tool {
+
+// Data goes to out, talk to err.
+struct streams {
+    std::ostream& out;
+    std::ostream& err;
+    text_style style;             // of out
+    bool err_is_terminal = false; // progress is shown only there
+};
+
+using command_body = std::function<int(const streams& to)>; // returns the exit status
+
+struct command {
+    const char* name;
+    const char* summary;
+    // Adds the options to the subcommand's model and gives what runs once they are parsed. Values live in
+    // the body that is returned.
+    command_body (*declare)(CLI::App& app);
+};
+
+std::span<const command* const> all_commands();
+
+// The whole program: picks the subcommand, runs it, turns what it throws into a line on err.
+// Returns the exit status.
+int run_tool(std::span<const std::string> words, const streams& to);
+
+} // namespace ostrum_tool
+#endif

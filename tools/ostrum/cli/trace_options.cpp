@@ -1,0 +1,161 @@
+#include "cli/trace_options.h"
+
+#include <chrono>
+
+#include "output/progress_line.h"
+#include "output/value_text.h"
+#include "tool_errors.h"
+
+namespace ostrum_tool {
+namespace {
+
+constexpr size_t damages_shown = 5; // of each file
+
+int64_t now_tv()
+{
+    return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+grouping grouping_named(const std::string& name)
+{
+    return name == "thread"    ? grouping::thread
+           : name == "process" ? grouping::process
+           : name == "period"  ? grouping::period
+                               : grouping::none;
+}
+
+} // namespace
+
+void add_record_options(CLI::App& app, record_choice& chosen)
+{
+    app.add_option("--since", chosen.since,
+                   "Only periods that began then or later: \"2026-11-21 10:00\", 10:00, -2h, @1795256941");
+    app.add_option("--until", chosen.until, "Only periods that began before");
+    add_list(app, "--pid", chosen.pids, "Only these processes");
+    add_list(app, "--tid", chosen.tids, "Only these threads; 0: contexts named by a key");
+    add_list(app, "--program", chosen.programs, "Only outermost operations of these calling programs");
+}
+
+void add_brief_option(CLI::App& app, record_choice& chosen)
+{
+    app.add_flag("--brief", chosen.brief,
+                 "One path per operation and caller, whatever its flags, program, source, type, database");
+}
+
+void add_grouping_options(CLI::App& app, record_choice& chosen)
+{
+    app.add_option("--by", chosen.by, "A tree for each: thread, process or period")
+        ->check(CLI::IsMember({"none", "thread", "process", "period"}));
+    app.add_option("--period", chosen.period,
+                   "Length of the periods of --by period, from midnight on: 1h (default)");
+}
+
+void add_view_options(CLI::App& app, view_choice& chosen)
+{
+    add_list(app, "--opcode", chosen.opcodes, "Only paths through these operation numbers");
+    app.add_option("--name", chosen.name_pattern,
+                   "Only paths through operations whose name matches the expression (RE2)");
+    app.add_option("--depth", chosen.max_depth, "Show only the outermost N levels")
+        ->check(CLI::Range(1, 1'000'000));
+    app.add_option("--min-time", chosen.min_time, "Hide paths with less time in total: 10ms");
+}
+
+tree_options tree_options_of(const record_choice& chosen)
+{
+    tree_options options;
+    options.brief = chosen.brief;
+    options.by = grouping_named(chosen.by);
+    options.period_tv = duration_value("--period", chosen.period);
+    if (options.period_tv < 1'000'000'000) {
+        throw usage_error("--period " + chosen.period + ": a second or more is needed");
+    }
+    const int64_t now = now_tv();
+    if (!chosen.since.empty()) {
+        options.filter.since_tv = time_value("--since", chosen.since, now);
+    }
+    if (!chosen.until.empty()) {
+        options.filter.until_tv = time_value("--until", chosen.until, now);
+    }
+    options.filter.pids = chosen.pids;
+    options.filter.tids = chosen.tids;
+    options.filter.programs = chosen.programs;
+    return options;
+}
+
+view_filter view_filter_of(const view_choice& chosen)
+{
+    view_filter filter{chosen.name_pattern, chosen.opcodes, chosen.max_depth, 0};
+    if (!chosen.min_time.empty()) {
+        filter.min_total_tv = duration_value("--min-time", chosen.min_time);
+    }
+    return filter;
+}
+
+named_files files_named(const std::vector<std::string>& operands, const streams& to,
+                        const std::string& ending)
+{
+    named_files named;
+    for (const std::string& operand : operands.empty() ? std::vector<std::string>{"."} : operands) {
+        try {
+            const std::vector<std::string> files = trace_files_of(operand, ending);
+            named.files.insert(named.files.end(), files.begin(), files.end());
+            if (files.empty()) {
+                to.err << "ostrum: " << printable(operand) << ": holds no files *" << ending << "\n";
+            }
+        } catch (const input_error& error) {
+            to.err << "ostrum: " << printable(error.what()) << "\n";
+            named.unreadable = true;
+        }
+    }
+    return named;
+}
+
+void print_damages(const std::vector<file_damages>& damaged, const streams& to)
+{
+    for (const file_damages& file : damaged) {
+        const std::string name = printable(file.file == "-" ? "standard input" : file.file);
+        const size_t shown = std::min(damages_shown, file.list.first.size());
+        for (size_t at = 0; at < shown; ++at) {
+            const damage& each = file.list.first[at];
+            to.err << name << ": offset " << each.offset << ": " << printable(each.what) << "\n";
+        }
+        const int64_t more = file.list.count - static_cast<int64_t>(shown);
+        if (more > 0) {
+            to.err << name << ": and " << more << " more\n";
+        }
+    }
+}
+
+loaded_traces load_traces(const std::vector<std::string>& operands, const record_choice& chosen,
+                          const streams& to)
+{
+    const tree_options options = tree_options_of(chosen);
+    const named_files named = files_named(operands, to);
+    std::vector<trace_input> inputs;
+    for (const std::string& file : named.files) {
+        inputs.push_back({file});
+    }
+    loaded_traces loaded;
+    {
+        read_progress progress;
+        const progress_line shown(progress, to);
+        loaded.set = read_traces(inputs, options, progress);
+    }
+    for (const std::string& failure : loaded.set.unreadable) {
+        to.err << "ostrum: " << printable(failure) << "\n";
+    }
+    print_damages(loaded.set.damaged, to);
+    if (loaded.set.tree.is_full()) {
+        to.err << "ostrum: more than " << call_tree::max_nodes
+               << " paths; the rest is one path, (further paths)\n";
+    }
+    const bool failed = named.unreadable || !loaded.set.unreadable.empty();
+    loaded.status = failed ? exit_input : loaded.set.damaged.empty() ? exit_done : exit_damaged;
+    if (loaded.set.coverage.operations == 0 && !failed) {
+        throw nothing_matched(loaded.set.coverage.left_out > 0 ? "the filters leave nothing of the input"
+                                                               : "no operations found in the input");
+    }
+    return loaded;
+}
+
+} // namespace ostrum_tool

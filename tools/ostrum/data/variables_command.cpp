@@ -1,0 +1,37 @@
+#include <algorithm>
+
+#include "data/data_file_command.h"
+#include "readers/tree_builder.h"
+
+namespace ostrum_tool {
+namespace {
+
+void show_variables(const data_file& file, output_format format, const streams& to)
+{
+    std::vector<variable> variables = file.variables;
+    std::sort(variables.begin(), variables.end(),
+              [](const variable& a, const variable& b) { return a.name < b.name; });
+    table rows({{"variable", "variable", cell_kind::text}, {"value", "value", cell_kind::text}});
+    for (const variable& each : variables) {
+        rows.add_row({each.name, each.value});
+    }
+    if (format == output_format::text) {
+        to.out << variables.size() << " variables, last change "
+               << (file.variables_changed_tv > 0 ? local_time_text(file.variables_changed_tv) : "unknown")
+               << "\n\n";
+    }
+    rows.print(to.out, format, to.style, {{"kind", "vars"}, {"changed_ns", file.variables_changed_tv}});
+}
+
+command_body declare_variables(CLI::App& app)
+{
+    app.alias("variables");
+    return declare_data_file_command(app, show_variables);
+}
+
+} // namespace
+
+extern const command variables_command;
+const command variables_command{"vars", "The variables that steer tracing at run time", declare_variables};
+
+} // namespace ostrum_tool

@@ -1,0 +1,136 @@
+#include "output/value_text.h"
+
+#include <fmt/format.h>
+
+namespace ostrum_tool {
+namespace {
+
+constexpr int64_t ns_per_second = 1'000'000'000;
+
+// Three digits that count: 1.23, 12.3, 123.
+std::string three_digits(double value, const char* unit)
+{
+    const int decimals = value < 9.995 ? 2 : value < 99.95 ? 1 : 0;
+    return fmt::format("{:.{}f}{}", value, decimals, unit);
+}
+
+// Bytes of the UTF-8 character at the begin of a text; 0 when there is none.
+size_t character_bytes(std::string_view text)
+{
+    const auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
+    const size_t length = byte(0) < 0x80   ? 1
+                          : byte(0) < 0xC2 ? 0
+                          : byte(0) < 0xE0 ? 2
+                          : byte(0) < 0xF0 ? 3
+                          : byte(0) < 0xF5 ? 4
+                                           : 0;
+    if (length == 0 || length > text.size()) {
+        return 0;
+    }
+    for (size_t at = 1; at < length; ++at) {
+        if ((byte(at) & 0xC0U) != 0x80U) {
+            return 0;
+        }
+    }
+    const bool overlong_or_surrogate =
+        (byte(0) == 0xE0 && byte(1) < 0xA0) || (byte(0) == 0xED && byte(1) > 0x9F) ||
+        (byte(0) == 0xF0 && byte(1) < 0x90) || (byte(0) == 0xF4 && byte(1) > 0x8F);
+    return overlong_or_surrogate ? 0 : length;
+}
+
+// C0 and C1 controls, and what reorders or hides text.
+bool acts_on_terminal(std::string_view character)
+{
+    const auto byte = [&](size_t at) { return static_cast<unsigned char>(character[at]); };
+    if (character.size() == 1) {
+        return byte(0) < 0x20 || byte(0) == 0x7F;
+    }
+    if (character.size() == 2) {
+        return byte(0) == 0xC2 && byte(1) < 0xA0;
+    }
+    const bool general_punctuation = character.size() == 3 && byte(0) == 0xE2;
+    return general_punctuation &&
+           ((byte(1) == 0x80 && (byte(2) >= 0xA8 || (byte(2) >= 0x8B && byte(2) <= 0x8F)) &&
+             byte(2) <= 0xAE) ||
+            (byte(1) == 0x81 && byte(2) >= 0xA0 && byte(2) <= 0xAF));
+}
+
+} // namespace
+
+std::string duration_text(int64_t duration_tv)
+{
+    if (duration_tv < 0) {
+        return duration_tv == INT64_MIN ? "-" + duration_text(INT64_MAX) : "-" + duration_text(-duration_tv);
+    }
+    const auto ns = static_cast<double>(duration_tv);
+    if (duration_tv < 1'000) {
+        return fmt::format("{}ns", duration_tv);
+    }
+    if (ns < 999.5e3) {
+        return three_digits(ns / 1e3, "us");
+    }
+    if (ns < 999.5e6) {
+        return three_digits(ns / 1e6, "ms");
+    }
+    if (ns < 99.95e9) {
+        return three_digits(ns / 1e9, "s");
+    }
+    const int64_t seconds = duration_tv / ns_per_second;
+    if (seconds < 3600) {
+        return fmt::format("{}m{:02}s", seconds / 60, seconds % 60);
+    }
+    return fmt::format("{}h{:02}m", seconds / 3600, seconds / 60 % 60);
+}
+
+std::string percent_text(double percent)
+{
+    return fmt::format("{:.1f}%", percent);
+}
+
+std::string printable(std::string_view text)
+{
+    std::string shown;
+    while (!text.empty()) {
+        const size_t length = character_bytes(text);
+        const std::string_view character = text.substr(0, length == 0 ? 1 : length);
+        if (length == 0 || acts_on_terminal(character)) {
+            for (const char c : character) {
+                shown += fmt::format("\\x{:02X}", static_cast<unsigned char>(c));
+            }
+        } else {
+            shown += character;
+        }
+        text.remove_prefix(character.size());
+    }
+    return shown;
+}
+
+size_t display_width(std::string_view text)
+{
+    size_t width = 0;
+    for (const char c : text) {
+        width += (static_cast<unsigned char>(c) & 0xC0U) != 0x80U ? 1 : 0;
+    }
+    return width;
+}
+
+std::string operation_text(std::string_view opname, int32_t opcode)
+{
+    const std::string name = opname.empty() ? "(no name)" : printable(opname);
+    return opcode > 0 ? fmt::format("{} ({})", name, opcode) : name;
+}
+
+std::string source_text(std::string_view fname, int32_t lineno)
+{
+    return fname.empty() ? "" : fmt::format("{}:{}", printable(fname), lineno);
+}
+
+std::string db_text(int64_t db_number)
+{
+    const auto group = [bits = static_cast<uint64_t>(db_number)](unsigned shift) {
+        return bits >> shift & 0xFFFFU;
+    };
+    return fmt::format("{}.{}.{}.{}", group(48), group(32), group(16), group(0));
+}
+
+} // namespace ostrum_tool

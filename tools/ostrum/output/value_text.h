@@ -1,0 +1,26 @@
+#ifndef OSTRUM_TOOL_OUTPUT_VALUE_TEXT_H
+#define OSTRUM_TOOL_OUTPUT_VALUE_TEXT_H
+// Values as a person reads them.
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ostrum_tool {
+
+// "850ns", "12.3ms", "4.56s", "3m07s".
+std::string duration_text(int64_t duration_tv);
+// "12.3%"
+std::string percent_text(double percent);
+// Bytes that a terminal would act on, and those that are no UTF-8, are shown as "\xNN".
+std::string printable(std::string_view text);
+// Columns that a text takes on a terminal.
+size_t display_width(std::string_view text);
+// "NAME (7)"; the name alone for operations without a number.
+std::string operation_text(std::string_view opname, int32_t opcode);
+// "file.c:12", or "" without a file.
+std::string source_text(std::string_view fname, int32_t lineno);
+// Four groups of 16 bits, as the server platform writes database numbers: "1.0.0.12".
+std::string db_text(int64_t db_number);
+
+} // namespace ostrum_tool
+#endif

@@ -1,0 +1,58 @@
+#ifndef OSTRUM_TOOL_REPORT_PROFILE_H
+#define OSTRUM_TOOL_REPORT_PROFILE_H
+// A call tree that no longer changes, with what follows from it: who calls whom, and what time is left to
+// each path for itself. All vectors go by the tree's node numbers.
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "readers/call_tree.h"
+
+namespace ostrum_tool {
+
+struct call_profile {
+    call_tree tree;
+    std::vector<std::vector<node_index>> children;
+    std::vector<int64_t> total_tv; // of a path its own; of a group or the root what stands below it
+    std::vector<int64_t> self_tv;  // not spent in recorded callees; never below 0
+};
+
+call_profile profile_of(const call_tree& tree);
+
+// One row for each operation, whatever calls it; under each group when there are groups. Inclusive times
+// count an operation that calls itself once.
+call_profile flat_profile_of(const call_profile& profile);
+
+// Which nodes are shown. Figures stay those of all calls.
+struct view_filter {
+    std::string name_pattern;     // RE2; matched anywhere in the name; empty = all
+    std::vector<int32_t> opcodes; // empty = all
+    int32_t max_depth = 0;        // levels; 0 = all
+    int64_t min_total_tv = 0;
+};
+
+// A path that matches is shown with what stands above and below it. Throws usage_error for a bad pattern.
+std::vector<bool> visible_nodes(const call_profile& profile, const view_filter& filter);
+
+enum class sort_key { total, self, calls, errors, records, average, max, cpu, name };
+
+// The value of --sort. Throws usage_error.
+sort_key sort_key_named(const std::string& name);
+extern const char* const sort_key_names; // for help texts
+
+// Siblings in the order of the key, largest first (names ascending); equal ones by their path.
+std::vector<node_index> sorted_children(const call_profile& profile, node_index parent, sort_key key);
+
+// A name for each child of one node: name and number, and where several share these, also the parts in
+// which they differ.
+class sibling_labels {
+public:
+    sibling_labels(const call_tree& tree, const std::vector<node_index>& siblings);
+    [[nodiscard]] const std::string& of(size_t sibling) const { return labels_[sibling]; }
+
+private:
+    std::vector<std::string> labels_;
+};
+
+} // namespace ostrum_tool
+#endif

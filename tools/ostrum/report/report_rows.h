@@ -1,0 +1,31 @@
+#ifndef OSTRUM_TOOL_REPORT_REPORT_ROWS_H
+#define OSTRUM_TOOL_REPORT_REPORT_ROWS_H
+// The rows of a call-tree report: figures, percentiles and duration histograms of what is visible.
+#include <vector>
+
+#include "output/table.h"
+#include "report/profile.h"
+
+namespace ostrum_tool {
+
+struct report_options {
+    output_format format = output_format::text;
+    sort_key sort = sort_key::total;
+    bool buckets = false;
+    std::vector<double> percentiles;
+    size_t top = 0; // rows of each caller; 0 = all
+};
+
+table report_table(const call_profile& profile, const std::vector<bool>& visible,
+                   const report_options& options);
+
+// The columns that name a path, and their cells: for all tables of paths.
+std::vector<column> path_columns();
+void add_path_cells(std::vector<cell>& cells, const call_tree& tree, node_index index,
+                    const std::string& label);
+
+// A share in percent; unknown of nothing.
+cell share_cell(int64_t part, int64_t whole);
+
+} // namespace ostrum_tool
+#endif
