@@ -5,6 +5,7 @@
 #include "data_file/errors.h"
 #include "host_access/opcode_names.h"
 #include "perf_log/aggregation/call_frame.h"
+#include "perf_log/aggregation/node_update.h"
 #include "util/diagnostics.h"
 #include "util/resources.h"
 #include "util/text.h"
@@ -37,85 +38,31 @@ void make_node(agg_node& node, const agg_node& key)
     own_text(node.obj_type, node.ptr_obj_type);
 }
 
-void update_live_counter(agg_node& node, const node_addition& addition)
-{
-    const total_record& added = addition.totals;
-    if (node.live_counter != nullptr) {
-        rt_counter_update(node.live_counter, added.total_calls, added.total_errors, added.total_recs,
-                          added.total_tv, added.user_cpu_tv, added.sys_cpu_tv);
-        return;
-    }
-    const bool by_line = (addition.log_time & live_counter_by_line) != 0;
-    const bool by_flags = (addition.log_time & live_counter_by_flags) != 0;
-    node.live_counter = rt_counter_add(__ostrum_get_data_file_handle(), node.opcode, node.opname,
-                                       by_flags ? static_cast<uint32_t>(node.flags) : 0,
-                                       by_line ? node.lineno : 0, node.program, by_line ? node.fname : "",
-                                       node.obj_type, node.db_num, added.total_calls, added.total_errors,
-                                       added.total_recs, added.total_tv, added.user_cpu_tv, added.sys_cpu_tv);
-}
-
-// Which attributes tell errors apart is the operator's choice; the others are left 0 or empty.
-void count_error(const agg_node& node, const node_addition& addition)
-{
-    const int32_t detail = configured().error_counter_level;
-    const bool by_opcode = (detail & error_by_opcode) != 0;
-    const char* name = node.opname[0] != '\0' ? node.opname : get_opname(node.opcode, nullptr);
-    const auto word = [&](error_counter_bits bit, int index) -> uint32_t {
-        return (detail & bit) != 0 && addition.err_info != nullptr ? addition.err_info[index] : 0;
-    };
-    rt_error_add(__ostrum_get_data_file_handle(), (detail & error_by_dbno) != 0 ? node.db_num : 0,
-                 by_opcode ? node.opcode : 0, by_opcode ? name : "",
-                 (detail & error_by_program) != 0 ? node.program : "", word(error_by_class, 1),
-                 word(error_by_location, 0), word(error_by_errnum, 2), addition.totals.total_errors);
-}
-
-void update_shared_counters(agg_node& node, const node_addition& addition)
-{
-    if (addition.single_trace || addition.level > deepest_counted_level(addition.log_time)) {
-        return;
-    }
-    if ((addition.log_time & live_counter_on) != 0) {
-        update_live_counter(node, addition);
-    }
-    if (addition.totals.total_errors > 0 && configured().error_counter_level != 0) {
-        count_error(node, addition);
-    }
-}
-
 // Buckets go by position: the first has no lower bound and the last no upper one, whatever the values.
-// Lower buckets are made on the way, higher ones when they are first hit.
-bool update_buckets(agg_node& node, const node_addition& addition)
+// Bounds that do not rise can leave a gap.
+constexpr int32_t no_bucket = -1;
+
+int32_t bucket_position(const opcode_buckets& def, int64_t elapsed_tv)
 {
-    const opcode_buckets& def = *node.bucket_def;
-    const int64_t elapsed_tv =
-        addition.bucket_source != nullptr ? addition.bucket_source->total_tv : addition.totals.total_tv;
-    total_record** link = &node.main.next;
-    for (int32_t k = 0; k <= def.threshold_count; ++k, link = &(*link)->next) {
-        const bool first = k == 0;
-        const bool last = k == def.threshold_count;
-        const int64_t lower_tv = first ? 0 : def.thresholds[k - 1];
-        const int64_t upper_tv = last ? 0 : def.thresholds[k];
-        if (*link == nullptr) {
-            *link = heap_zeroed<total_record>().release();
-            if (*link == nullptr) {
-                err_print("agg_upd_fn : out of memory\n");
-                return false;
-            }
-            (*link)->bs_tv = lower_tv;
-            (*link)->be_tv = upper_tv;
-        }
-        if ((first || elapsed_tv >= lower_tv) && (last || elapsed_tv < upper_tv)) {
-            agg_update_bucket_totals(*link, &addition.totals);
-            return true;
+    const int32_t last = def.threshold_count;
+    for (int32_t k = 0; k < last; ++k) {
+        if (elapsed_tv < def.thresholds[k] && (k == 0 || elapsed_tv >= def.thresholds[k - 1])) {
+            return k;
         }
     }
-    return true;
+    return last == 0 || elapsed_tv >= def.thresholds[last - 1] ? last : no_bucket;
 }
 
-node_addition addition_of(const agg_node& key)
+total_record* new_bucket(const opcode_buckets& def, int32_t position)
 {
-    return {key.main,  key.bucket_source, key.caller_ref_1,      key.caller_ref_2,         key.err_info,
-            key.level, key.log_time,      key.single_trace != 0, key.count_in_buckets == 1};
+    heap_ptr<total_record> bucket = heap_zeroed<total_record>();
+    if (!bucket) {
+        err_print("agg_upd_fn : out of memory\n");
+        return nullptr;
+    }
+    bucket->bs_tv = position == 0 ? 0 : def.thresholds[position - 1];
+    bucket->be_tv = position == def.threshold_count ? 0 : def.thresholds[position];
+    return bucket.release();
 }
 
 bool merge_key(agg_node& node, const agg_node& key)
@@ -124,26 +71,58 @@ bool merge_key(agg_node& node, const agg_node& key)
         node.caller_ref_1 = key.caller_ref_1;
         return true;
     }
-    return add_to_node(node, addition_of(key));
+    return add_to_node(node, key.main,
+                       {key.bucket_source, key.caller_ref_1, key.caller_ref_2, key.err_info, key.level,
+                        key.log_time, key.single_trace != 0, key.count_in_buckets == 1});
 }
 
 } // namespace
 
-bool ostrum::count_in_file_and_buckets(agg_node& node, const node_addition& addition)
+void ostrum::count_in_new_live_counter(agg_node& node, int32_t log_time, total_record added)
 {
-    update_shared_counters(node, addition);
-    if (addition.counts_in_buckets && has_buckets(node)) {
-        return update_buckets(node, addition);
-    }
-    return true;
+    const bool by_line = (log_time & live_counter_by_line) != 0;
+    const bool by_flags = (log_time & live_counter_by_flags) != 0;
+    node.live_counter = rt_counter_add(__ostrum_get_data_file_handle(), node.opcode, node.opname,
+                                       by_flags ? static_cast<uint32_t>(node.flags) : 0,
+                                       by_line ? node.lineno : 0, node.program, by_line ? node.fname : "",
+                                       node.obj_type, node.db_num, added.total_calls, added.total_errors,
+                                       added.total_recs, added.total_tv, added.user_cpu_tv, added.sys_cpu_tv);
 }
 
-bool ostrum::add_to_node(agg_node& node, const node_addition& addition)
+// Which attributes tell errors apart is the operator's choice; the others are left 0 or empty.
+void ostrum::count_error(const agg_node& node, int64_t errors, const uint32_t* err_info)
 {
-    node.caller_ref_1 = addition.caller_ref_1;
-    node.caller_ref_2 = addition.caller_ref_2;
-    add_totals(node.main, addition.totals);
-    return count_in_file_and_buckets(node, addition);
+    const int32_t detail = configured().error_counter_level;
+    const bool by_opcode = (detail & error_by_opcode) != 0;
+    const char* name = node.opname[0] != '\0' ? node.opname : get_opname(node.opcode, nullptr);
+    const auto word = [&](error_counter_bits bit, int index) -> uint32_t {
+        return (detail & bit) != 0 && err_info != nullptr ? err_info[index] : 0;
+    };
+    rt_error_add(__ostrum_get_data_file_handle(), (detail & error_by_dbno) != 0 ? node.db_num : 0,
+                 by_opcode ? node.opcode : 0, by_opcode ? name : "",
+                 (detail & error_by_program) != 0 ? node.program : "", word(error_by_class, 1),
+                 word(error_by_location, 0), word(error_by_errnum, 2), errors);
+}
+
+bool ostrum::add_to_bucket(agg_node& node, int64_t elapsed_tv, total_record added)
+{
+    const opcode_buckets& def = *node.bucket_def;
+    const int32_t wanted = bucket_position(def, elapsed_tv);
+    const int32_t last_made = wanted != no_bucket ? wanted : def.threshold_count;
+    total_record** link = &node.main.next;
+    for (int32_t k = 0; k <= last_made; ++k) { // lower ones are made on the way
+        if (*link == nullptr) [[unlikely]] {
+            *link = new_bucket(def, k);
+            if (*link == nullptr) {
+                return false;
+            }
+        }
+        if (k == wanted) {
+            add_totals(**link, added);
+        }
+        link = &(*link)->next;
+    }
+    return true;
 }
 
 void agg_update_bucket_totals(total_record* bucket, const total_record* added)

@@ -26,56 +26,6 @@ struct call_frame {
                            // start_marker while there are none
 };
 
-// What nodes take in of calls that have ended: as a rule one call, or the part of it since the last flush
-// inside it.
-struct node_addition {
-    total_record totals;               // bounds and `next` unused
-    const total_record* bucket_source; // whose total_tv chooses the bucket; null = totals
-    uint64_t caller_ref_1;             // field lists of the call, as the node keeps them
-    uint64_t caller_ref_2;
-    const uint32_t* err_info; // location, class, number of the call's error; null = none
-    int32_t level;
-    int32_t log_time; // live_counter_bits
-    bool single_trace;
-    bool counts_in_buckets;
-};
-
-// Adds up; a call that ended in error never lowers the minimum.
-inline void add_totals(total_record& totals, const total_record& added)
-{
-    totals.total_tv += added.total_tv;
-    totals.cm_cache_tv += added.cm_cache_tv;
-    totals.total_recs += added.total_recs;
-    totals.total_calls += added.total_calls;
-    totals.total_errors += added.total_errors;
-    totals.cm_cache_calls += added.cm_cache_calls;
-    totals.user_cpu_tv += added.user_cpu_tv;
-    totals.sys_cpu_tv += added.sys_cpu_tv;
-    if (added.total_errors == 0 && (totals.min_tv == 0 || totals.min_tv > added.min_tv)) {
-        totals.min_tv = added.min_tv;
-    }
-    if (totals.max_tv < added.max_tv) {
-        totals.max_tv = added.max_tv;
-    }
-}
-
-inline bool has_buckets(const agg_node& node)
-{
-    return node.bucket_def != nullptr && node.bucket_def->threshold_count >= 0;
-}
-
-// Merges it into the node, its duration bucket and, at the levels that have them, into the counters of the
-// data file. False, after a diagnostic line, when memory for a bucket is short.
-bool add_to_node(agg_node& node, const node_addition& addition);
-// What add_to_node does beside the node's own totals.
-bool count_in_file_and_buckets(agg_node& node, const node_addition& addition);
-
-// The deepest level whose calls are counted in the data file.
-inline int32_t deepest_counted_level(int32_t log_time)
-{
-    return (log_time & live_counter_two_levels) != 0 ? 1 : 0;
-}
-
 inline bool own_totals_in_use(const call_frame& frame)
 {
     return frame.own.total_calls != start_marker;

@@ -21,7 +21,7 @@ struct path_identity {
 
 // Whether the path is that of a stored node: what the ordering would find equal, without the hash. A text
 // that the node holds cut is never equal. The texts are compared themselves, as callers use buffers again.
-inline bool is_same_path(const path_identity& path, const agg_node& node)
+[[gnu::always_inline]] inline bool is_same_path(const path_identity& path, const agg_node& node)
 {
     return path.opcode == node.opcode && path.lineno == node.lineno && path.flags == node.flags &&
            path.db_num == node.db_num && strcmp(path.opname, node.opname) == 0 &&

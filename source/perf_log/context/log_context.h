@@ -140,7 +140,7 @@ log_context* init_log_info(int32_t pid, int32_t key);
 
 void destroy_owned_list(call_frame& frame); // the input list, if the frame owns it
 
-inline void clear_frame(call_frame& frame)
+[[gnu::always_inline]] inline void clear_frame(call_frame& frame)
 {
     if (frame.owns_in_flist) [[unlikely]] {
         destroy_owned_list(frame);

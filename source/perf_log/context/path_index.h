@@ -36,7 +36,7 @@ struct path_place {
 
 // Spreads the paths over the entries. A name stands for itself by its address: two copies of it only take up
 // two entries.
-inline uint32_t mark_of(const path_place& place, const path_identity& path)
+[[gnu::always_inline]] inline uint32_t mark_of(const path_place& place, const path_identity& path)
 {
     constexpr uint64_t odd_multiplier = 0x9E37'79B9'7F4A'7C15U;
     uint64_t mixed =
@@ -50,8 +50,8 @@ inline uint32_t mark_of(const path_place& place, const path_identity& path)
 }
 
 // The node of the path, or null when it is not remembered.
-inline agg_node* find_path(const path_index& index, const path_place& place, const path_identity& path,
-                           uint32_t mark)
+[[gnu::always_inline]] inline agg_node* find_path(const path_index& index, const path_place& place,
+                                                  const path_identity& path, uint32_t mark)
 {
     for (uint32_t look = 0; look < looks_per_path; ++look) {
         const path_entry& entry = index.entries[(mark + look) & index.mask];

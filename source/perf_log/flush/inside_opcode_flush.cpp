@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "config/settings.h"
+#include "perf_log/aggregation/node_update.h"
 #include "perf_log/flush/flush.h"
 #include "process_metrics/cpu_usage.h"
 #include "util/diagnostics.h"
@@ -67,23 +68,28 @@ int32_t replant_running_calls(const log_context& context, bt_tree* tree, call_fr
 }
 
 // What the running call of a level has used so far, and not yet been charged for.
-node_addition part_done_so_far(const log_context& context, int32_t level, int64_t now_tv, const cpu_times& cpu)
+total_record part_done_so_far(const call_frame& frame, int32_t level, int64_t now_tv, const cpu_times& cpu)
 {
-    const call_frame& frame = context.frames[level];
-    node_addition part{};
-    part.level = level;
-    part.log_time = context.time_mode;
-    part.caller_ref_1 = frame.node->caller_ref_1;
-    part.caller_ref_2 = frame.node->caller_ref_2;
+    total_record part{};
     const int64_t elapsed_tv = std::max<int64_t>(now_tv - frame.start_tv, 0);
-    part.totals.total_tv = elapsed_tv;
-    part.totals.min_tv = elapsed_tv;
-    part.totals.max_tv = elapsed_tv;
+    part.total_tv = elapsed_tv;
+    part.min_tv = elapsed_tv;
+    part.max_tv = elapsed_tv;
     if (configured().collect_cpu_levels > level) {
-        part.totals.user_cpu_tv = cpu.user_tv - frame.user_cpu_tv;
-        part.totals.sys_cpu_tv = cpu.sys_tv - frame.sys_cpu_tv;
+        part.user_cpu_tv = cpu.user_tv - frame.user_cpu_tv;
+        part.sys_cpu_tv = cpu.sys_tv - frame.sys_cpu_tv;
     }
     return part;
+}
+
+addition_details details_of(const log_context& context, const agg_node& node, int32_t level)
+{
+    addition_details details{};
+    details.caller_ref_1 = node.caller_ref_1;
+    details.caller_ref_2 = node.caller_ref_2;
+    details.level = level;
+    details.log_time = context.time_mode;
+    return details;
 }
 
 void remember_flushed_part(total_record& own, const total_record& part)
@@ -104,8 +110,8 @@ void charge_running_calls(log_context& context, const call_frame* new_stack, int
         if (frame.node == nullptr) {
             continue;
         }
-        const node_addition part = part_done_so_far(context, level, now_tv, cpu);
-        if (!add_to_node(*frame.node, part)) {
+        const total_record part = part_done_so_far(frame, level, now_tv, cpu);
+        if (!add_to_node(*frame.node, part, details_of(context, *frame.node, level))) {
             err_print("inside_opcode_flush : failed updating aggregation node\n");
         }
         if (frame.first_start_tv == 0) {
@@ -115,7 +121,7 @@ void charge_running_calls(log_context& context, const call_frame* new_stack, int
         frame.user_cpu_tv = cpu.user_tv;
         frame.sys_cpu_tv = cpu.sys_tv;
         frame.node = new_stack[level].node;
-        remember_flushed_part(frame.own, part.totals);
+        remember_flushed_part(frame.own, part);
     }
 }
 

@@ -154,10 +154,11 @@ void update_node(log_context& context, const op_event& event, const call_frame& 
 void update_single_node(const log_context& context, const op_event& event, const call_frame& frame,
                         const call_cost& cost)
 {
-    node_addition call = addition_of(context, event, frame, cost);
-    call.single_trace = true;
-    dump_call(context, event, &call.totals, "EXIT-SINGLE");
-    if (frame.single_node == nullptr || !add_to_node(*frame.single_node, call)) {
+    const total_record added = totals_of(event, context.depth, cost);
+    addition_details details = details_of(context, event, frame);
+    details.single_trace = true;
+    dump_call(context, event, &added, "EXIT-SINGLE");
+    if (frame.single_node == nullptr || !add_to_node(*frame.single_node, added, details)) {
         report_failed_update(context, event);
     }
 }

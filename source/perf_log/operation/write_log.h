@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "config/settings.h"
+#include "perf_log/aggregation/node_update.h"
 #include "perf_log/context/log_context.h"
 #include "perf_log/operation/op_event.h"
 #include "perf_log/operation/outermost_checks.h"
@@ -52,7 +53,7 @@ inline bool is_outermost(const log_context& context)
 }
 
 // Whether the call at this depth is aggregated and nothing else is done with it.
-inline bool is_plain(const log_context& context)
+[[gnu::always_inline]] inline bool is_plain(const log_context& context)
 {
     return is_aggregated(context) && context.flist_mode <= 0 && !context.single_tree_active &&
            configured().collect_cpu_levels <= context.depth && !debug_on(debug_fine);
@@ -65,7 +66,7 @@ inline int32_t live_counter_options(const log_context& context)
 
 // ---- start ----
 
-inline path_identity identity_of(const op_event& event)
+[[gnu::always_inline]] inline path_identity identity_of(const op_event& event)
 {
     return {event.opcode,
             static_cast<int32_t>(event.opflags),
@@ -78,7 +79,7 @@ inline path_identity identity_of(const op_event& event)
 }
 
 // Where the nodes of this level are; no tree below a caller that has called nothing yet.
-inline path_place place_of_level(const log_context& context)
+[[gnu::always_inline]] inline path_place place_of_level(const log_context& context)
 {
     const trace_source& trace = context.trace;
     if (context.depth == 0) {
@@ -88,14 +89,15 @@ inline path_place place_of_level(const log_context& context)
     return {caller != nullptr ? caller->sub_opcode_tree : nullptr, trace.tree_generation};
 }
 
-inline agg_node* find_known_path(const log_context& context, const op_event& event)
+[[gnu::always_inline]] inline agg_node* find_known_path(const log_context& context, const op_event& event)
 {
     const path_identity path = identity_of(event);
     const path_place place = place_of_level(context);
     return find_path(context.index, place, path, mark_of(place, path));
 }
 
-inline void begin_frame(log_context& context, const op_event& event, const cpu_times& cpu)
+[[gnu::always_inline]] inline void begin_frame(log_context& context, const op_event& event,
+                                               const cpu_times& cpu)
 {
     call_frame& frame = context.frames[context.depth];
     frame.start_tv = event.now_tv;
@@ -108,7 +110,7 @@ inline void begin_frame(log_context& context, const op_event& event, const cpu_t
     frame.own.total_calls = start_marker;
 }
 
-inline void enter_node(call_frame& frame, const op_event& event, agg_node& node)
+[[gnu::always_inline]] inline void enter_node(call_frame& frame, const op_event& event, agg_node& node)
 {
     node.caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
     frame.node = &node;
@@ -154,7 +156,8 @@ inline bool is_recorded_error(const op_event& event, int32_t depth)
     return depth == 0 || (errnum != 37 && errnum != 120);
 }
 
-inline total_record totals_of(const op_event& event, int32_t level, const call_cost& cost)
+[[gnu::always_inline]] inline total_record totals_of(const op_event& event, int32_t level,
+                                                     const call_cost& cost)
 {
     const bool cache_flag = (event.end_flags & end_flag_error) != 0;
     return {.total_tv = cost.elapsed_tv,
@@ -177,12 +180,10 @@ inline int64_t elapsed_since_start(const call_frame& frame, const op_event& even
     return std::max<int64_t>(event.now_tv - frame.start_tv, 0);
 }
 
-// What the call adds to the node that its frame holds.
-inline node_addition addition_of(const log_context& context, const op_event& event, const call_frame& frame,
-                                 const call_cost& cost)
+[[gnu::always_inline]] inline addition_details details_of(const log_context& context, const op_event& event,
+                                                          const call_frame& frame)
 {
-    return {.totals = totals_of(event, context.depth, cost),
-            .bucket_source = own_totals_in_use(frame) ? &frame.own : nullptr,
+    return {.bucket_source = own_totals_in_use(frame) ? &frame.own : nullptr,
             .caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist),
             .caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist),
             .err_info = event.ebuf != nullptr ? &event.ebuf->location : nullptr,
@@ -192,31 +193,16 @@ inline node_addition addition_of(const log_context& context, const op_event& eve
             .counts_in_buckets = true};
 }
 
-inline bool is_counted_beside_its_node(const log_context& context, const agg_node& node, bool failed)
-{
-    const int32_t options = live_counter_options(context);
-    const bool in_file =
-        context.depth <= deepest_counted_level(options) && (failed || (options & live_counter_on) != 0);
-    return in_file || has_buckets(node);
-}
-
-[[gnu::always_inline]] inline void merge_into_node(log_context& context, const op_event& event,
+[[gnu::always_inline]] inline void merge_into_node(const log_context& context, const op_event& event,
                                                    const call_frame& frame, const call_cost& cost)
 {
-    agg_node& node = *frame.node;
-    node.caller_ref_1 = reinterpret_cast<uintptr_t>(event.in_flist);
-    node.caller_ref_2 = reinterpret_cast<uintptr_t>(event.out_flist);
-    const total_record totals = totals_of(event, context.depth, cost);
-    add_totals(node.main, totals);
-    if (is_counted_beside_its_node(context, node, totals.total_errors > 0)) {
-        const node_addition addition = addition_of(context, event, frame, cost);
-        if (!count_in_file_and_buckets(node, addition)) [[unlikely]] {
-            report_failed_update(context, member_by_member(event));
-        }
+    if (!add_to_node(*frame.node, totals_of(event, context.depth, cost), details_of(context, event, frame)))
+        [[unlikely]] {
+        report_failed_update(context, member_by_member(event));
     }
 }
 
-inline void flush_between_operations(log_context& context, int64_t now_tv)
+[[gnu::always_inline]] inline void flush_between_operations(log_context& context, int64_t now_tv)
 {
     const bool due = context.flush_requested.load(std::memory_order_relaxed) ||
                      due_time(context.trace.next_flush_tv) <= now_tv;
