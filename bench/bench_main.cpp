@@ -21,6 +21,7 @@ namespace {
 
 constexpr const char* child_word = "--scenario";
 constexpr const char* samples_file = "samples.txt";
+constexpr const char* skipped_file = "skipped.txt"; // why there are no samples
 constexpr run_plan quick_plan{1, 3};
 
 struct settings {
@@ -61,8 +62,12 @@ run_plan plan_of(const scenario& chosen, const settings& given)
                        : chosen.plan;
 }
 
-void run_process(const scenario& chosen, const settings& given, const std::string& directory,
-                 pooled_samples& into)
+struct results {
+    scenario_samples values;
+    std::map<std::string, std::string> skipped; // reasons by scenario
+};
+
+void run_process(const scenario& chosen, const settings& given, const std::string& directory, results& into)
 {
     std::vector<std::string> words{child_word, chosen.name, "--repetitions",
                                    std::to_string(plan_of(chosen, given).repetitions)};
@@ -73,9 +78,14 @@ void run_process(const scenario& chosen, const settings& given, const std::strin
         std::cerr << std::ifstream(directory + "/output.txt").rdbuf();
         throw std::runtime_error(std::string("scenario ") + chosen.name + " failed");
     }
+    std::ifstream reason(directory + "/" + skipped_file);
+    if (reason) {
+        std::getline(reason, into.skipped[chosen.name]);
+        return;
+    }
     samples values;
     read_samples(directory + "/" + samples_file, values);
-    pool(values, into);
+    pool(values, into.values[chosen.name]);
 }
 
 bool is_wanted(const row& line, const settings& given)
@@ -101,9 +111,9 @@ bool is_wanted(const scenario& each, const settings& given)
 
 // One process of each scenario after the other, then the next round: what a row compares is measured
 // in turn.
-scenario_samples measure_all(const settings& given)
+results measure_all(const settings& given)
 {
-    scenario_samples values;
+    results found;
     const scratch_directory shared;
     bool more = true;
     for (int round = 0; more; ++round) {
@@ -115,26 +125,39 @@ scenario_samples measure_all(const settings& given)
             more = true;
             progress(each.name, round + 1, plan_of(each, given).processes);
             const scratch_directory own;
-            pooled_samples discarded; // the first process makes the file that the others find
             const bool is_shared = each.directory == directory_use::shared;
             if (is_shared && round == 0) {
+                results discarded; // the first process makes the file that the others find
                 run_process(each, given, shared.path(), discarded);
             }
-            run_process(each, given, is_shared ? shared.path() : own.path(), values[each.name]);
+            run_process(each, given, is_shared ? shared.path() : own.path(), found);
         }
     }
     progress_done();
-    return values;
+    return found;
 }
 
 void run_parent(const settings& given)
 {
-    const scenario_samples values = measure_all(given);
-    print_heading(values);
+    const results found = measure_all(given);
+    print_heading(found.values);
     for (const row& line : rows()) {
         if (is_wanted(line, given)) {
-            print_row(line, values);
+            print_row(line, found.values);
         }
+    }
+    for (const auto& [scenario, reason] : found.skipped) {
+        std::printf("\nskipped %s: %s\n", scenario.c_str(), reason.c_str());
+    }
+}
+
+void run_child(const settings& given)
+{
+    try {
+        write_samples(samples_file,
+                      run_scenario(scenario_named(given.child), given.repetitions, given.quick));
+    } catch (const skipped& reason) {
+        std::ofstream(skipped_file) << reason.what() << "\n";
     }
 }
 
@@ -197,8 +220,7 @@ int run(const std::vector<std::string>& words)
     if (given.child.empty()) {
         run_parent(given);
     } else {
-        write_samples(samples_file,
-                      run_scenario(scenario_named(given.child), given.repetitions, given.quick));
+        run_child(given);
     }
     return 0;
 }

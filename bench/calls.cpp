@@ -71,6 +71,14 @@ const tree_call& tree_root()
     return tree_walk().front();
 }
 
+void run_in_threads(benchmark::internal::Benchmark* pair, int threads)
+{
+    pair->Threads(threads);
+    if (threads > 1) {
+        pair->UseRealTime();
+    }
+}
+
 // In an order that a tree gains nothing from.
 std::vector<uint32_t> shuffled_opcodes(int count)
 {

@@ -104,6 +104,9 @@ inline void call_keyed_tree(int32_t key, std::span<const tree_call> calls)
 // A bucket file of four bounds. Calls that do nothing, and what calls them, belong to the middle bucket.
 inline constexpr const char* five_buckets = "* 0.000000010 0.000000020 1 10\n";
 
+// One thread's cost is its CPU time; of several that wait for one another, the time on the wall.
+void run_in_threads(benchmark::internal::Benchmark* pair, int threads);
+
 // Operations below one caller.
 std::vector<uint32_t> shuffled_opcodes(int count);
 std::vector<uint32_t> random_opcodes(int count, size_t draws); // with repetition

@@ -133,6 +133,7 @@ samples measure_query(int repetitions)
     double slowest_ms = 0;
     for (int32_t mask = 1; mask <= all_fields; ++mask) {
         std::vector<double> times;
+        times.reserve(static_cast<size_t>(repetitions));
         for (int done = 0; done < repetitions; ++done) {
             times.push_back(query_ms(file, mask));
         }

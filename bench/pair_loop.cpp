@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <string>
 
 #include "calls.h"
 
@@ -114,5 +115,5 @@ int main(int argc, char** argv)
         ostrum_bench::list_loops();
         return argc == 1 ? 0 : 2;
     }
-    return ostrum_bench::run(argv[1], std::atoi(argv[2]));
+    return ostrum_bench::run(argv[1], std::stoi(argv[2]));
 }

@@ -26,8 +26,8 @@ enum class figure {
 
 struct row {
     int number; // 0 = beside the numbered ones, for comparison
-    const char* what;
     figure kind;
+    const char* what;
     const char* unit;            // printed behind the figure
     std::optional<double> reach; // none = no limit
     std::optional<double> aim;

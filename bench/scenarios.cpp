@@ -56,6 +56,8 @@ std::span<const scenario> scenarios()
         {"many_contexts", {{"OSTRUM_VAR_TIME", "2"}}, register_many_contexts, nullptr},
         {"last_counter", {{"OSTRUM_VAR_TIME", "1"}}, nullptr, measure_last_counter, new_process_each},
         {"query", {{"OSTRUM_VAR_TIME", "13"}}, nullptr, measure_query, few_long_runs},
+        {"event_recorder", {}, register_event_recorder, nullptr, few_long_runs},
+        {"metrics_library", {}, register_metrics_library, nullptr},
         {"init_new", {{"OSTRUM_VAR_TIME", "3"}}, nullptr, measure_init_new_file, new_process_each},
         {"init_existing",
          {{"OSTRUM_VAR_TIME", "3"}},

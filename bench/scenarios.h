@@ -3,6 +3,7 @@
 // The configurations that are measured, each in processes of its own, since settings are read once per
 // process.
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +21,12 @@ inline constexpr run_plan several_processes{3, 7}; // no single process's memory
 inline constexpr run_plan one_process{1, 21};
 inline constexpr run_plan new_process_each{21, 1}; // for what a process does once
 inline constexpr run_plan few_long_runs{1, 15};
+
+// What a scenario throws that cannot be measured on this machine, with the reason.
+class skipped : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 enum class directory_use { one_each, shared }; // shared: what a process leaves is there for the next one
 
@@ -74,6 +81,10 @@ samples measure_system_calls(int repetitions);
 void register_monitored();
 samples measure_last_counter(int repetitions);
 samples measure_query(int repetitions);
+
+// peers_bench.cpp
+void register_event_recorder();
+void register_metrics_library();
 
 // init_bench.cpp
 samples measure_init_new_file(int repetitions);
