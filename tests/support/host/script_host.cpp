@@ -21,9 +21,19 @@
 //   alarm MS                           SIGALRM to the process, once
 //   exit N | quick_exit N              the latter without exit handlers
 //   reenter                            the platform's clock service calls hooks and ostrum_init, once
-//   close FD | file_limit BYTES
+//   close FD | redirect FD PATH        PATH full_pipe or broken_pipe: such a pipe
+//   limit RESOURCE AMOUNT              file_size, address_space, descriptors or processes
+//   user ID                            gives up root
+//   small_stack KIB {..}               a thread with so small a stack, joined
+//   flist_op OPCODE                    an operation with an input and an output list
+//   query | variable NAME VALUE        the calls of monitoring programs, on the own data file
+//   fault CALL NTH ERROR [1]           in a host that the fault shim is preloaded into: see there
+//   oracle                             at exit: "issued=HOOK-PAIRS", "left_open=DESCRIPTORS"
 //
-// Each hook is checked: a changed errno or a timestamp that is none prints a line that begins with "BAD".
+// Each hook is checked: another errno, signal mask or cancellation state than before, a timestamp that is not
+// of the time of the call, or a call that takes longer than any lock may be waited for prints a line that
+// begins with "BAD".
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -50,7 +60,11 @@
 #endif
 
 #include "ostrum.h"
+#include "ostrum_data.h"
 #include "qel_platform.h"
+#include "robustness/fault_shim.h"
+
+extern "C" __attribute__((weak)) decltype(shim_fault) shim_fault; // absent without the shim
 
 namespace {
 
@@ -153,19 +167,60 @@ operation_stack& stack_of(int key)
 constexpr const char* source_file = "script_host.cpp";
 constexpr int line = 1;
 
+// ---- What must hold around every call ----
+
+int report_fd = STDOUT_FILENO; // "oracle" makes it a copy, which outlives a closed standard output
+std::atomic<long> issued{0};   // starts with their ends, of this process
+
+int64_t clock_tv()
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+void report_bad(bool bad, const char* what)
+{
+    if (bad) {
+        dprintf(report_fd, "BAD %s\n", what);
+    }
+}
+
+class watched_call {
+public:
+    watched_call()
+    {
+        pthread_sigmask(SIG_SETMASK, nullptr, &mask_before_);
+        errno = marker;
+    }
+    void check(int64_t timestamp) const
+    {
+        constexpr int64_t longest_wait_tv = 12'000'000'000;
+        const int64_t earliest_tv = begun_tv_ / 1000 * 1000; // without a clock there are microseconds
+        const int64_t now_tv = clock_tv();
+        report_bad(errno != marker, "errno");
+        report_bad(timestamp < earliest_tv || timestamp > now_tv, "timestamp");
+        report_bad(now_tv - begun_tv_ > longest_wait_tv, "hook that blocks");
+        sigset_t mask{};
+        pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+        report_bad(memcmp(&mask, &mask_before_, sizeof(mask)) != 0, "signal mask");
+        int cancellation = -1;
+        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &cancellation);
+        report_bad(cancellation != PTHREAD_CANCEL_ENABLE, "cancellation state");
+    }
+
+private:
+    static constexpr int marker = 4242;
+    int64_t begun_tv_ = clock_tv();
+    sigset_t mask_before_{};
+};
+
 // Calls the plain form of a hook or, with the key, the other.
 template <typename Plain, typename Keyed, typename... Args>
 void call_hook(int key, Plain plain, Keyed keyed, Args... args)
 {
-    constexpr int marker = 4242;
-    errno = marker;
-    const int64_t now = key == no_key ? plain(args...) : keyed(getpid(), key, args...);
-    if (errno != marker) {
-        dprintf(STDOUT_FILENO, "BAD errno %d\n", errno);
-    }
-    if (now <= 0) {
-        dprintf(STDOUT_FILENO, "BAD timestamp\n");
-    }
+    const watched_call watch;
+    watch.check(key == no_key ? plain(args...) : keyed(getpid(), key, args...));
 }
 
 void start(int key, const command& c)
@@ -193,6 +248,7 @@ void end(int key, const command& c)
     op.opcode = static_cast<uint32_t>(number(c, 0, static_cast<int>(op.opcode)));
     if (!stack.empty()) {
         stack.pop_back();
+        ++issued;
     }
     qel_errbuf_t ebuf = error_buffer(number(c, 1));
     call_hook(key, ostrum_log_end_op, ostrum_log_end_op_key, op.opcode, op.name.c_str(), 0U, nullptr, nullptr,
@@ -208,6 +264,7 @@ void start_function(int key, const command& c)
 void end_function(int key, const command& c)
 {
     const int error = number(c, 1);
+    ++issued;
     call_hook(key, ostrum_log_end_fn, ostrum_log_end_fn_key, 0U, text(c, 0).c_str(), 0U, error != 0 ? 1 : 0,
               "script_host", source_file, line, "", int64_t{0}, error, 0, 0);
 }
@@ -217,6 +274,7 @@ void end_default(int key, const command& c)
     const int errnum = number(c, 0);
     if (!stack_of(key).empty()) {
         stack_of(key).pop_back();
+        ++issued;
     }
     call_hook(key, ostrum_log_end_default, ostrum_log_end_default_key, errnum != 0 ? 1 : 0, errnum, 0, 0);
 }
@@ -225,6 +283,21 @@ void whole_operation(int key, const command& c)
 {
     start(key, {c.name, {text(c, 0)}, {}});
     end(key, c);
+}
+
+void run_with_lists(int opcode)
+{
+    qel_errbuf_t ebuf{};
+    qel_flist_t* const list = qel_flist_create(&ebuf);
+    qeli_flist_set(list, QEL_FLD(QEL_TYPE_STR, 17), 0, "text", &ebuf);
+    const auto number = static_cast<uint32_t>(opcode);
+    call_hook(no_key, ostrum_log_start_op, ostrum_log_start_op_key, number, "listed", 0U,
+              static_cast<void*>(list), source_file, line, "", int64_t{0}, int64_t{0}, nullptr);
+    call_hook(no_key, ostrum_log_end_op, ostrum_log_end_op_key, number, "listed", 0U,
+              static_cast<void*>(list), static_cast<void*>(list), 0U, source_file, line, "", int64_t{0},
+              int64_t{0}, static_cast<void*>(&ebuf));
+    ++issued;
+    qel_flist_destroy(list, &ebuf);
 }
 
 using hook = void (*)(int key, const command& c);
@@ -304,19 +377,39 @@ void end_if_cancelled()
     pthread_testcancel();
 }
 
-void count_descriptors()
+int open_descriptors()
 {
     int count = 0;
     for (int fd = 0; fd < 1024; ++fd) {
         count += fcntl(fd, F_GETFD) >= 0 ? 1 : 0;
     }
-    dprintf(STDOUT_FILENO, "descriptors=%d\n", count);
+    return count;
+}
+
+// Registered before the library is started: it runs after the library's own exit handler.
+void report_at_exit()
+{
+    dprintf(report_fd, "issued=%ld\nleft_open=%d\n", issued.load(), open_descriptors());
+}
+
+void start_oracle()
+{
+    report_fd = fcntl(STDOUT_FILENO, F_DUPFD, fault_report_fd);
+    atexit(report_at_exit);
+}
+
+void arm_fault(const command& c)
+{
+    if (shim_fault != nullptr) {
+        shim_fault(text(c, 0).c_str(), number(c, 1), number(c, 2), number(c, 3));
+    }
 }
 
 void run_child(const command& c)
 {
     const pid_t child = fork();
     if (child == 0) {
+        issued = 0;
         run(c.block);
         exit(0);
     }
@@ -350,11 +443,74 @@ void set_alarm(const command& c)
     setitimer(ITIMER_REAL, &once, nullptr);
 }
 
-void limit_file_size(const command& c)
+void limit_resource(const command& c)
 {
-    const auto bytes = static_cast<rlim_t>(number(c, 0));
-    const rlimit limit{bytes, bytes};
-    setrlimit(RLIMIT_FSIZE, &limit);
+    static const std::map<std::string, __rlimit_resource> resources{{"file_size", RLIMIT_FSIZE},
+                                                                    {"address_space", RLIMIT_AS},
+                                                                    {"descriptors", RLIMIT_NOFILE},
+                                                                    {"processes", RLIMIT_NPROC}};
+    const auto amount = static_cast<rlim_t>(number(c, 1));
+    const rlimit limit{amount, amount};
+    setrlimit(resources.at(text(c, 0)), &limit);
+}
+
+int full_pipe()
+{
+    int ends[2] = {-1, -1};
+    (void)!pipe2(ends, O_NONBLOCK);
+    const char byte = 'x';
+    while (write(ends[1], &byte, 1) == 1) {
+    }
+    fcntl(ends[1], F_SETFL, 0); // who writes to it now waits for ever
+    return ends[1];
+}
+
+int broken_pipe()
+{
+    int ends[2] = {-1, -1};
+    (void)!pipe(ends);
+    close(ends[0]);
+    return ends[1];
+}
+
+void redirect(const command& c)
+{
+    const std::string path = text(c, 1);
+    const int fd = path == "full_pipe"     ? full_pipe()
+                   : path == "broken_pipe" ? broken_pipe()
+                                           : open(path.c_str(), O_WRONLY);
+    dup2(fd, number(c, 0));
+    close(fd);
+}
+
+void run_on_small_stack(const command& c)
+{
+    pthread_attr_t kind;
+    pthread_attr_init(&kind);
+    pthread_attr_setstacksize(&kind, static_cast<size_t>(number(c, 0)) * 1024);
+    pthread_t thread{};
+    const auto body = [](void* block) -> void* {
+        run(*static_cast<const script*>(block));
+        return nullptr;
+    };
+    if (pthread_create(&thread, &kind, body, const_cast<script*>(&c.block)) == 0) {
+        pthread_join(thread, nullptr);
+    }
+    pthread_attr_destroy(&kind);
+}
+
+// The lists of all kinds, each once plain and once merged.
+void query()
+{
+    rt_info* const file = ostrum_data_file_get();
+    int32_t count = 0;
+    ostrum_counters_destroy(ostrum_counters_get(file, 0, &count));
+    ostrum_errors_destroy(ostrum_errors_get(file, 0, &count));
+    ostrum_counters_destroy(ostrum_counters_get_aggr(file, 0, &count, OSTRUM_BY_OPCODE));
+    ostrum_errors_destroy(ostrum_errors_get_aggr(file, 0, &count, OSTRUM_ERROR_BY_ERRNUM));
+    ostrum_variables_destroy(ostrum_variables_get(file, nullptr, &count));
+    ostrum_proc_metrics_set_cm_data();
+    ostrum_proc_metrics_destroy(ostrum_proc_metrics_get(file));
 }
 
 volatile sig_atomic_t reentering = 0;
@@ -379,7 +535,7 @@ const auto& others = *new std::map<std::string, std::function<void(const command
     {"threads", run_threads},
     {"cancel", cancel_threads},
     {"cancel_point", [](const command&) { end_if_cancelled(); }},
-    {"descriptors", [](const command&) { count_descriptors(); }},
+    {"descriptors", [](const command&) { dprintf(STDOUT_FILENO, "descriptors=%d\n", open_descriptors()); }},
     {"spawn", [](const command& c) { std::thread([&c] { run(c.block); }).detach(); }},
     {"fork", run_child},
     {"sleep", [](const command& c) { std::this_thread::sleep_for(std::chrono::milliseconds(number(c, 0))); }},
@@ -392,7 +548,18 @@ const auto& others = *new std::map<std::string, std::function<void(const command
     {"quick_exit", [](const command& c) { _exit(number(c, 0)); }},
     {"reenter", [](const command&) { reentering = 1; }},
     {"close", [](const command& c) { close(number(c, 0)); }},
-    {"file_limit", limit_file_size},
+    {"redirect", redirect},
+    {"limit", limit_resource},
+    {"user", [](const command& c) { (void)!setuid(static_cast<uid_t>(number(c, 0))); }},
+    {"small_stack", run_on_small_stack},
+    {"flist_op", [](const command& c) { run_with_lists(number(c, 0)); }},
+    {"query", [](const command&) { query(); }},
+    {"variable",
+     [](const command& c) {
+         ostrum_variable_set(ostrum_data_file_get(), text(c, 0).c_str(), text(c, 1).c_str());
+     }},
+    {"fault", arm_fault},
+    {"oracle", [](const command&) { start_oracle(); }},
 };
 
 void run(const script& commands)

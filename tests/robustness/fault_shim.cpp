@@ -1,0 +1,327 @@
+// Preloaded into a host (LD_PRELOAD): the Nth call of one kind that the tracing library makes fails, is
+// short or comes late. Calls are the library's by their return address; the host's own, the platform's and
+// the C library's are let through. Services of the platform fail the same way.
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include "qel_platform.h"
+#include "robustness/fault_shim.h"
+
+extern "C" {
+void* __libc_malloc(size_t bytes);
+void* __libc_calloc(size_t count, size_t bytes);
+void* __libc_realloc(void* block, size_t bytes);
+void __libc_free(void* block);
+}
+
+namespace {
+
+// One fault is armed at a time.
+struct armed_fault {
+    char call[64] = "";
+    std::atomic<long> nth{0};  // 0: none
+    std::atomic<long> made{0}; // calls of that name since it was armed
+    std::atomic<long> hits{0};
+    int error = 0; // errno, or one of fault_result
+    bool from_then_on = false;
+};
+armed_fault armed;
+dl_find_object library{};
+
+// The blocks that the library has allocated and nobody has released yet, in a table with open addressing.
+constexpr size_t table_size = size_t{1} << 16;
+std::atomic<void*> table[table_size];
+char removed; // its address stands where a block was
+
+size_t place_of(const void* block, size_t tried)
+{
+    return (reinterpret_cast<uintptr_t>(block) / 16 * 40'503 + tried) % table_size;
+}
+
+void remember(void* block)
+{
+    for (size_t tried = 0; tried < table_size; ++tried) {
+        std::atomic<void*>& slot = table[place_of(block, tried)];
+        void* there = slot;
+        if ((there == nullptr || there == &removed) && slot.compare_exchange_strong(there, block)) {
+            return;
+        }
+    }
+}
+
+void forget(void* block)
+{
+    for (size_t tried = 0; tried < table_size; ++tried) {
+        std::atomic<void*>& slot = table[place_of(block, tried)];
+        void* const there = slot;
+        if (there == block) {
+            slot = &removed;
+        }
+        if (there == block || there == nullptr) {
+            return;
+        }
+    }
+}
+
+bool is_library(const void* caller)
+{
+    return caller >= library.dlfo_map_start && caller < library.dlfo_map_end;
+}
+
+void sleep_late()
+{
+    const int saved_errno = errno;
+    const timespec late{0, 50'000'000};
+    nanosleep(&late, nullptr);
+    errno = saved_errno;
+}
+
+// What becomes of this call: 0 it is made as usual, else an errno, which is set, or a fault_result.
+int strike(const char* call, const void* caller)
+{
+    if (armed.nth == 0 || !is_library(caller) || strcmp(call, armed.call) != 0) {
+        return 0;
+    }
+    const long n = ++armed.made;
+    if (n < armed.nth || (n > armed.nth && !armed.from_then_on)) {
+        return 0;
+    }
+    ++armed.hits;
+    if (armed.error == fault_late) {
+        sleep_late();
+        return 0;
+    }
+    if (armed.error > 0) {
+        errno = armed.error;
+    }
+    return armed.error;
+}
+
+long blocks_in_use()
+{
+    long count = 0;
+    for (const std::atomic<void*>& block : table) {
+        count += block != nullptr && block != &removed ? 1 : 0;
+    }
+    return count;
+}
+
+void report(const char* text, long value)
+{
+    char line[64];
+    const int length = snprintf(line, sizeof(line), "%s=%ld\n", text, value);
+    (void)!write(fault_report_fd, line, static_cast<size_t>(length));
+}
+
+__attribute__((constructor)) void find_library()
+{
+    _dl_find_object(dlsym(RTLD_DEFAULT, "ostrum_init"), &library);
+}
+
+// After the library's exit handler, and after those of all others.
+__attribute__((destructor)) void report_at_exit()
+{
+    report("fault_hits", armed.hits);
+    report("blocks", blocks_in_use());
+}
+
+size_t shortened(int result, size_t count)
+{
+    return result == fault_short ? (count + 1) / 2 : result == fault_nothing ? 0 : count;
+}
+
+} // namespace
+
+extern "C" {
+
+__attribute__((visibility("default"))) void shim_fault(const char* call, long nth, int error,
+                                                       int from_then_on)
+{
+    armed.nth = 0;
+    snprintf(armed.call, sizeof(armed.call), "%s", call);
+    armed.error = error;
+    armed.from_then_on = from_then_on != 0;
+    armed.made = 0;
+    armed.nth = nth;
+}
+
+#pragma GCC visibility push(default)
+
+// A call that fails with errno set and `failure`; CALLER is where it returns to.
+#define CALLER __builtin_return_address(0)
+#define NEXT(name) reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name))
+#define FAILING_CALL(result, name, failure, parameters, arguments)                                           \
+    result name parameters                                                                                   \
+    {                                                                                                        \
+        static const auto next = NEXT(name);                                                                 \
+        return strike(#name, CALLER) != 0 ? (failure) : next arguments;                                      \
+    }
+
+FAILING_CALL(int, stat, -1, (const char* path, struct stat* status), (path, status))
+FAILING_CALL(int, lstat, -1, (const char* path, struct stat* status), (path, status))
+FAILING_CALL(int, fstat, -1, (int fd, struct stat* status), (fd, status))
+FAILING_CALL(int, rename, -1, (const char* from, const char* to), (from, to))
+FAILING_CALL(int, unlink, -1, (const char* path), (path))
+FAILING_CALL(int, ftruncate, -1, (int fd, off_t length), (fd, length))
+FAILING_CALL(int, fallocate, -1, (int fd, int mode, off_t at, off_t length), (fd, mode, at, length))
+FAILING_CALL(int, posix_fallocate, errno, (int fd, off_t at, off_t length), (fd, at, length))
+FAILING_CALL(off_t, lseek, -1, (int fd, off_t offset, int whence), (fd, offset, whence))
+FAILING_CALL(void*, mmap, MAP_FAILED, (void* at, size_t bytes, int access, int flags, int fd, off_t offset),
+             (at, bytes, access, flags, fd, offset))
+FAILING_CALL(int, clock_gettime, -1, (clockid_t clock, timespec* now), (clock, now))
+FAILING_CALL(int, gettimeofday, -1, (timeval * now, void* zone), (now, zone))
+FAILING_CALL(int, getrusage, -1, (__rusage_who_t who, rusage* usage), (who, usage))
+FAILING_CALL(int, select, -1, (int n, fd_set* in, fd_set* out, fd_set* other, timeval* timeout),
+             (n, in, out, other, timeout))
+FAILING_CALL(int, sigaction, -1, (int number, const struct sigaction* action, struct sigaction* old),
+             (number, action, old))
+FAILING_CALL(int, pthread_create, errno,
+             (pthread_t * thread, const pthread_attr_t* kind, void* (*body)(void*), void* argument),
+             (thread, kind, body, argument))
+FAILING_CALL(int, pthread_key_create, errno, (pthread_key_t * key, void (*end)(void*)), (key, end))
+
+extern int __cxa_atexit(void (*handler)(void*), void* argument, void* object);
+extern int __register_atfork(void (*before)(), void (*parent)(), void (*child)(), void* object);
+FAILING_CALL(int, __cxa_atexit, -1, (void (*handler)(void*), void* argument, void* object),
+             (handler, argument, object))
+FAILING_CALL(int, __register_atfork, errno,
+             (void (*before)(), void (*parent)(), void (*child)(), void* object),
+             (before, parent, child, object))
+
+// The descriptor is gone even where close fails.
+int close(int fd)
+{
+    static const auto next = NEXT(close);
+    const int result = next(fd);
+    return strike("close", CALLER) != 0 ? -1 : result;
+}
+
+int open(const char* path, int flags, ...)
+{
+    static const auto next = NEXT(open);
+    va_list rest;
+    va_start(rest, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+    va_end(rest);
+    return strike("open", CALLER) != 0 ? -1 : next(path, flags, mode);
+}
+
+int fcntl(int fd, int command, ...)
+{
+    static const auto next = NEXT(fcntl);
+    va_list rest;
+    va_start(rest, command);
+    void* const argument = va_arg(rest, void*);
+    va_end(rest);
+    return strike("fcntl", CALLER) != 0 ? -1 : next(fd, command, argument);
+}
+
+ssize_t read(int fd, void* bytes, size_t count)
+{
+    static const auto next = NEXT(read);
+    const int result = strike("read", CALLER);
+    return result > 0 ? -1 : next(fd, bytes, shortened(result, count));
+}
+
+// Diagnostics have a name of their own: most tests read them.
+ssize_t write(int fd, const void* bytes, size_t count)
+{
+    static const auto next = NEXT(write);
+    const int result = strike(fd == STDERR_FILENO ? "write_diagnostics" : "write", CALLER);
+    return result > 0 ? -1 : result == fault_nothing ? 0 : next(fd, bytes, shortened(result, count));
+}
+
+// ---- The heap: one name for all, "heap" ----
+
+void* kept_in_mind(void* block, const void* caller)
+{
+    if (block != nullptr && is_library(caller)) {
+        remember(block);
+    }
+    return block;
+}
+
+void* calloc(size_t count, size_t bytes)
+{
+    return strike("heap", CALLER) != 0 ? nullptr : kept_in_mind(__libc_calloc(count, bytes), CALLER);
+}
+
+void* realloc(void* block, size_t bytes)
+{
+    if (strike("heap", CALLER) != 0) {
+        return nullptr;
+    }
+    forget(block);
+    return kept_in_mind(__libc_realloc(block, bytes), CALLER);
+}
+
+char* strdup(const char* text)
+{
+    const size_t bytes = strlen(text) + 1;
+    void* const copy = strike("heap", CALLER) != 0 ? nullptr : __libc_malloc(bytes);
+    return static_cast<char*>(copy != nullptr ? memcpy(kept_in_mind(copy, CALLER), text, bytes) : nullptr);
+}
+
+void free(void* block)
+{
+    if (block != nullptr) {
+        forget(block);
+    }
+    __libc_free(block);
+}
+
+// ---- The platform: a refused service answers as one that has failed ----
+
+#define REFUSED_SERVICE(result, name, refuse, parameters, arguments)                                         \
+    result name parameters                                                                                   \
+    {                                                                                                        \
+        static const auto next = NEXT(name);                                                                 \
+        if (strike(#name, CALLER) != 0) {                                                                    \
+            refuse;                                                                                          \
+        }                                                                                                    \
+        return next arguments;                                                                               \
+    }
+
+static void set_failure(qel_errbuf_t* eb)
+{
+    if (eb != nullptr) {
+        *eb = {QEL_LOC_FLIST, QEL_CLASS_SYSTEM, QEL_ERR_NO_MEM, 0, 0, {}};
+    }
+}
+
+REFUSED_SERVICE(void, qel_conf, *value = nullptr; *err = QEL_ERR_NO_MEM;
+                return, (const char* program, const char* key, int32_t type, void** value, int32_t* err),
+                      (program, key, type, value, err))
+REFUSED_SERVICE(qel_flist_t*, qel_flist_copy, set_failure(eb);
+                return nullptr, (const qel_flist_t* fl, qel_errbuf_t* eb), (fl, eb))
+REFUSED_SERVICE(void, qel_flist_to_str_masked, set_failure(eb);
+                return, (qel_flist_t * fl, char** text, int32_t* length, qel_errbuf_t* eb),
+                      (fl, text, length, eb))
+REFUSED_SERVICE(int32_t, qel_flist_elem_count, set_failure(eb);
+                return 0, (qel_flist_t * fl, uint32_t fld, qel_errbuf_t* eb), (fl, fld, eb))
+REFUSED_SERVICE(void*, qeli_flist_get, set_failure(eb);
+                return nullptr,
+                       (qel_flist_t * fl, uint32_t fld, int32_t elem_id, int32_t optional, qel_errbuf_t* eb),
+                       (fl, fld, elem_id, optional, eb))
+REFUSED_SERVICE(const char*, qellog_get_correlation, return nullptr, (), ())
+REFUSED_SERVICE(const char*, tbx_opcode_to_opname, return "unknown", (int32_t opcode), (opcode))
+REFUSED_SERVICE(int32_t, tbx_opname_to_opcode, return 0, (const char* name), (name))
+
+#pragma GCC visibility pop
+}

@@ -1,0 +1,263 @@
+#include "robustness/host_oracle.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "data_file/layout.h"
+namespace {
+
+// The sum of all lines "NAME=NUMBER": each process of the run prints one.
+long sum_of(const std::string& text, const std::string& name)
+{
+    long sum = 0;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind(name + "=", 0) == 0) {
+            sum += std::stol(line.substr(name.size() + 1));
+        }
+    }
+    return sum;
+}
+
+// ---- Trace files ----
+
+struct started {
+    int level;
+    int opcode;
+    int bucket;
+};
+
+// The fields as docs/formats.md has them; the hosts' names hold no commas. `kinds` has a letter a field: n a
+// number, the rest anything.
+bool split(const std::string& line, const std::string& kinds, std::vector<std::string>& fields)
+{
+    fields.clear();
+    std::istringstream rest(line + ",");
+    for (std::string field; std::getline(rest, field, ',');) {
+        const char kind = fields.size() < kinds.size() ? kinds[fields.size()] : 'n';
+        if (kind == 'n' && (field.empty() || field.find_first_not_of("-.0123456789") != std::string::npos)) {
+            return false;
+        }
+        fields.push_back(field);
+    }
+    return fields.size() == kinds.size();
+}
+
+bool parse_start(const std::string& line, started& s)
+{
+    std::vector<std::string> fields;
+    if (line[0] != 'S' || !split(line, "Snnnntntnnntntn", fields)) {
+        return false;
+    }
+    s = {std::stoi(fields[1]), std::stoi(fields[3]), std::stoi(fields[12])};
+    return true;
+}
+
+// The number of calls, or -1: no record, or one with a negative figure.
+long parse_figures(const std::string& line)
+{
+    std::vector<std::string> fields;
+    const bool sound =
+        line[0] == 'F' && split(line, "Fnnnnnnnnnnnn", fields) && line.find('-') == std::string::npos;
+    return sound ? std::stol(fields[3]) : -1;
+}
+
+class trace_checker {
+public:
+    explicit trace_checker(observed_run& run) : run_(run) {}
+
+    void read(const std::string& text)
+    {
+        open_.clear();
+        const bool whole = text.empty() || text.back() == '\n';
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            if (lines.eof() && !whole) {
+                break; // the cut one
+            }
+            if (!take(line) && run_.misread.empty()) {
+                run_.misread = line;
+            }
+        }
+        run_.cut_files += whole && open_.empty() ? 0 : 1;
+    }
+
+private:
+    // False: no record, or one out of its place.
+    bool take(const std::string& line)
+    {
+        started start{};
+        if (parse_start(line, start)) {
+            open_.push_back(start);
+            return true;
+        }
+        const long calls = parse_figures(line);
+        if (calls < 0 || open_.empty()) {
+            return false;
+        }
+        const started of = open_.back();
+        open_.pop_back();
+        if (of.level > 0 && of.bucket == 0) {
+            run_.written += calls;
+            run_.calls[of.opcode] += calls;
+        }
+        return true;
+    }
+
+    observed_run& run_;
+    std::vector<started> open_;
+};
+
+// ---- The data file ----
+
+// Where each stands in the file, and the most that it may be.
+struct word {
+    const char* name;
+    size_t at;
+    uint64_t most;
+};
+
+using ostrum::data_file_image;
+constexpr size_t header_locks = 5;
+constexpr word counts[] = {
+    {"counter_count", offsetof(data_file_image, counter_count), ostrum::max_counters},
+    {"variable_count", offsetof(data_file_image, variable_count), ostrum::max_variables},
+    {"error_count", offsetof(data_file_image, error_count), ostrum::max_errors},
+};
+
+template <typename Value>
+Value value_at(std::ifstream& file, size_t at)
+{
+    Value value{};
+    file.seekg(static_cast<std::streamoff>(at));
+    file.read(reinterpret_cast<char*>(&value), sizeof(value));
+    return value;
+}
+
+// A file of another size is none, as start-up has said.
+std::string fault_in_data_file(const std::string& path)
+{
+    std::error_code ignored;
+    if (std::filesystem::file_size(path, ignored) != sizeof(data_file_image)) {
+        return "";
+    }
+    std::ifstream file(path, std::ios::binary);
+    for (size_t slot = 0; slot < header_locks; ++slot) {
+        const size_t mutex_at = offsetof(data_file_image, locks) + slot * sizeof(ostrum::lock_slot) +
+                                offsetof(ostrum::lock_slot, mutex);
+        if (value_at<int>(file, mutex_at) != 0) { // the lock word: 0 is free
+            return "header lock " + std::to_string(slot) + " is held";
+        }
+    }
+    for (const word& count : counts) {
+        if (value_at<uint64_t>(file, count.at) > count.most) {
+            return std::string(count.name) + " is beyond its table";
+        }
+    }
+    return "";
+}
+
+void read_files(observed_run& run)
+{
+    trace_checker checker(run);
+    std::error_code ignored;
+    using std::filesystem::recursive_directory_iterator;
+    for (const auto& entry : recursive_directory_iterator(run.host.directory->path(), ignored)) {
+        const std::string path = entry.path().string();
+        if (!std::filesystem::is_regular_file(entry.symlink_status(ignored))) {
+            continue; // also a FIFO, which would keep the test waiting
+        }
+        if (path.find(".plog.txt") != std::string::npos) {
+            checker.read(temp_dir::read(path));
+        } else if (path.find("ostrum_data.dat") != std::string::npos) {
+            const std::string fault = fault_in_data_file(path);
+            run.misread = run.misread.empty() ? fault : run.misread;
+        }
+    }
+}
+
+} // namespace
+
+std::string observed_run::incidents() const
+{
+    static const char* const ordinary[] = {"******", "ZOR PERFORMANCE LIBRARY", "g_perf_common_init : ",
+                                           "initialise_ostrum : ostrum initialisation OK"};
+    std::string all;
+    std::istringstream lines(host.errors);
+    for (std::string line; std::getline(lines, line);) {
+        bool told = true;
+        for (const char* text : ordinary) {
+            told = told && line.find(text) == std::string::npos;
+        }
+        all += told ? line + "\n" : "";
+    }
+    return all;
+}
+
+observed_run observe(std::vector<host_setting> settings, const std::string& script,
+                     const host_options& options)
+{
+    settings.push_back({"ld_preload", sanitized() ? nullptr : OSTRUM_FAULT_SHIM});
+    settings.push_back({"ostrum_var_time", "3"}); // of two the first counts
+    observed_run run;
+    run.host = run_host(settings, "oracle; " + script, options);
+    run.issued = sum_of(run.host.output, "issued");
+    run.left_open = sum_of(run.host.output, "left_open");
+    run.faults_hit = sum_of(run.host.output, "fault_hits");
+    run.blocks = sum_of(run.host.output, "blocks");
+    read_files(run);
+    return run;
+}
+
+void expect_unharmed(const observed_run& run, const expectation& expected)
+{
+    const std::string incidents = run.incidents();
+    EXPECT_EQ(run.host.exit_status, expected.exit_status) << incidents;
+    EXPECT_EQ(run.host.output.find("BAD"), std::string::npos) << run.host.output << incidents;
+    EXPECT_EQ(run.misread, "") << incidents;
+    EXPECT_TRUE(expected.may_cut || run.cut_files == 0) << incidents;
+    EXPECT_LE(run.written, run.issued) << "calls are written twice\n" << incidents;
+    if (run.written < run.issued && !expected.untold) {
+        EXPECT_NE(incidents, "") << run.issued - run.written << " calls are lost without a message";
+    }
+    if (expected.undisturbed != nullptr) {
+        EXPECT_LE(run.left_open, expected.undisturbed->left_open) << incidents;
+        EXPECT_LE(run.blocks, expected.undisturbed->blocks) << incidents;
+    }
+}
+
+bool long_form()
+{
+    return getenv("OSTRUM_STRESS") != nullptr;
+}
+
+unsigned seed()
+{
+    static const unsigned value = [] {
+        const char* given = getenv("OSTRUM_SEED");
+        const unsigned chosen = given != nullptr ? static_cast<unsigned>(strtoul(given, nullptr, 10)) : 1;
+        std::cout << "seed " << chosen << " (OSTRUM_SEED)\n";
+        return chosen;
+    }();
+    return value;
+}
+
+bool takes_part(unsigned case_number, unsigned one_of)
+{
+    return long_form() || (case_number + seed()) % one_of == 0;
+}
+
+bool sanitized()
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return true;
+#else
+    return false;
+#endif
+}

@@ -1,0 +1,49 @@
+#ifndef OSTRUM_TESTS_ROBUSTNESS_HOST_ORACLE_H
+#define OSTRUM_TESTS_ROBUSTNESS_HOST_ORACLE_H
+// What must hold of every host process, whatever happens to the tracing library in it. The script host
+// checks each call itself (errno, signal mask, cancellation, timestamp, time taken); here stands the rest.
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/run_host.h"
+
+struct observed_run {
+    host_run host;
+    long issued = -1;          // hook pairs of all processes that ended through exit
+    long written = 0;          // calls in all trace files
+    std::map<int, long> calls; // the same by opcode
+    long faults_hit = 0;       // by the shim
+    long blocks = 0;           // of the library's memory still in use at the end
+    long left_open = 0;        // descriptors, at the end
+    std::string misread; // the first line of a trace file that is no record, or what is wrong with a file
+    int cut_files = 0;   // trace files whose last record is not whole
+
+    // Messages other than those of a start without incident.
+    [[nodiscard]] std::string incidents() const;
+    [[nodiscard]] bool enabled() const { return host.logging_enabled(); }
+};
+
+// Runs the script under the fault shim and the oracle, with timing to files on unless the settings say else.
+observed_run observe(std::vector<host_setting> settings, const std::string& script,
+                     const host_options& options = {});
+
+struct expectation {
+    int exit_status = 0;
+    bool may_cut = false; // a full disk may cut the last record of a file
+    bool untold = false;  // what is lost is lost without a message: nowhere to write it to
+    const observed_run* undisturbed = nullptr; // the same script without the fault
+};
+
+// EXPECTs that the run bears out all of it.
+void expect_unharmed(const observed_run& run, const expectation& expected);
+
+// The long forms (scripts/stress) run every case of a table, the short ones of the ordinary tests a part of
+// it, another one for each seed. The seed is printed.
+bool long_form();
+unsigned seed();
+bool takes_part(unsigned case_number, unsigned one_of); // always in the long form
+
+// True where a preloaded shim would come in the way of a sanitizer's own.
+bool sanitized();
+#endif
