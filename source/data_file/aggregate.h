@@ -37,14 +37,10 @@ struct record_shape {
 extern const record_shape counter_shape; // mask: counter_fields
 extern const record_shape error_shape;   // mask: error_counter_bits
 
-struct record_block {
-    heap_ptr<char> records; // null: memory was short
-    size_t count;
-};
-
-// The records merged, in order of first appearance, with the fields that are not kept set to 0 or the empty
-// text. Every text must be terminated. Its cost grows with the number of records, not with its square.
-record_block aggregate_records(const record_shape& shape, const char* records, size_t count, uint32_t kept);
+// Merges the records in place, in order of first appearance, with the fields that are not kept set to 0 or
+// the empty text. Every text must be terminated. Returns how many there are now; 0 = memory was short, and
+// the records are as they were. Its cost grows with the number of records, not with its square.
+size_t aggregate_records(const record_shape& shape, char* records, size_t count, uint32_t kept);
 
 } // namespace ostrum
 #endif

@@ -119,15 +119,14 @@ Entry** aggregated_list(const query& asked, copied_entries<Entry> copies, int32_
     if (!has_copies(copies, asked.no_list)) {
         return nullptr;
     }
-    record_block merged = aggregate_records(*asked.shape, reinterpret_cast<const char*>(copies.entries.get()),
+    const size_t merged = aggregate_records(*asked.shape, reinterpret_cast<char*>(copies.entries.get()),
                                             static_cast<size_t>(copies.count), kept);
-    if (!merged.records) {
+    if (merged == 0) {
         report(asked.no_aggregate);
         report(asked.no_aggregated);
         return nullptr;
     }
-    copies.entries.reset(reinterpret_cast<Entry*>(merged.records.release()));
-    copies.count = static_cast<int32_t>(merged.count);
+    copies.count = static_cast<int32_t>(merged);
     return list_over(std::move(copies), count, asked.no_list);
 }
 

@@ -280,10 +280,10 @@ TEST_F(query_test, ShortMemoryIsReportedByTheStepThatMetIt)
     } cases[] = {
         {counters, 1, "ostrum_counters_get : out of memory\n"},
         {counters, 2, "aggregate_counters: out of memory\nostrum_counters_get_aggr : out of memory\n"},
-        {counters, 4, "ostrum_counters_get : out of memory\n"},
+        {counters, 3, "ostrum_counters_get : out of memory\n"},
         {errors, 1, "rt_errors_copy: out of memory for 304 bytesostrum_errors_get : out of memory\n"},
         {errors, 2, "aggregate_errors: out of memory\nostrum_errors_get_aggr : out of memory\n"},
-        {errors, 4, "ostrum_errors_get : out of memory\n"},
+        {errors, 3, "ostrum_errors_get : out of memory\n"},
         {named, 1, "ostrum_variables_get : out of memory\n"},
         {named, 2, "ostrum_variables_get : out of memory\n"},
     };
