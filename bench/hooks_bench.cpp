@@ -1,7 +1,9 @@
 // Start/end pairs of known paths, steered by the environment of the scenario.
+#include <atomic>
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "calls.h"
 #include "scenarios.h"
@@ -49,6 +51,30 @@ void register_nested_walk()
     });
 }
 
+// A keyed context that belongs to the thread that runs the benchmark: most such threads live for one
+// repetition only.
+class own_context {
+public:
+    own_context() { call_keyed_tree(key_, tree_walk()); }
+    ~own_context() { ostrum_release_liptr_by_key(own_pid, key_); }
+    own_context(const own_context&) = delete;
+    own_context& operator=(const own_context&) = delete;
+    [[nodiscard]] int32_t key() const { return key_; }
+
+private:
+    static std::atomic<int32_t> last_key;
+    int32_t key_ = ++last_key;
+};
+std::atomic<int32_t> own_context::last_key = 0;
+
+void walk_keyed_tree(benchmark::State& state, int32_t key)
+{
+    for (auto _ : state) {
+        call_keyed_tree(key, tree_walk());
+    }
+    state.counters[units_counter] = units(tree_paths);
+}
+
 } // namespace
 
 void register_disabled()
@@ -87,20 +113,23 @@ void register_outermost()
     register_op_pair("outermost pair, operation hooks");
 }
 
-// Each thread walks the whole tree in a keyed context of its own.
+// Each thread walks the whole tree in a keyed context that it has made itself.
 void register_keyed_tree()
 {
     start_library();
     for (const int threads : {1, 2}) {
         const std::string name = "keyed tree, threads: " + std::to_string(threads);
         benchmark::RegisterBenchmark(name.c_str(), [](benchmark::State& state) {
-            const int32_t key = state.thread_index();
-            for (auto _ : state) {
-                call_keyed_tree(key, tree_walk());
-            }
-            state.counters[units_counter] = units(tree_paths);
+            const own_context context;
+            walk_keyed_tree(state, context.key());
         })->Threads(threads);
     }
+    benchmark::RegisterBenchmark("keyed tree, context of another thread", [](benchmark::State& state) {
+        constexpr int32_t key = 0;
+        std::thread([] { call_keyed_tree(key, tree_walk()); }).join();
+        walk_keyed_tree(state, key);
+        ostrum_release_liptr_by_key(own_pid, key);
+    });
 }
 
 // Who waits for the other thread's update is asleep now and then: with two, the time on the wall counts.
@@ -110,10 +139,10 @@ void register_one_counter()
     for (const int threads : {1, 2}) {
         const std::string name = "empty operations, threads: " + std::to_string(threads);
         auto* pair = benchmark::RegisterBenchmark(name.c_str(), [](benchmark::State& state) {
-            const int32_t key = state.thread_index();
+            const own_context context;
             for (auto _ : state) {
-                start_keyed(key, measured_opcode, "measured");
-                end_keyed(key, measured_opcode, "measured");
+                start_keyed(context.key(), measured_opcode, "measured");
+                end_keyed(context.key(), measured_opcode, "measured");
             }
         });
         run_in_threads(pair, threads);
