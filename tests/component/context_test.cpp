@@ -4,6 +4,7 @@
 #include <atomic>
 #include <thread>
 
+#include "host_access/bindings.h"
 #include "perf_log/flush/timed_flush.h"
 #include "perf_log/operation/context_lookup.h"
 #include "perf_log/operation/hooks.h"
@@ -59,6 +60,29 @@ TEST_F(Contexts, AreFoundByProcessAndKeyNeverByThread)
         fake_os::captured_stderr([] { EXPECT_EQ(__ostrum_get_liptr_by_key(1, -2), nullptr); });
     EXPECT_NE(lines.find("__ostrum_get_liptr_by_key : invalid key[-2] provided"), std::string::npos);
     EXPECT_EQ(lines.find('\n'), std::string::npos);
+}
+
+TEST_F(Contexts, AThreadCancelledInAServiceOfTheHostsGivesItsContextBack)
+{
+    const auto own_service = bound_host_services().get_correlation;
+    bound_host_services().get_correlation = []() -> const char* {
+        pthread_testcancel();
+        return "host:1:program:2";
+    };
+    const context_name name{getpid(), 4};
+    std::thread([&] {
+        pthread_cancel(pthread_self());
+        start_op(&name, 3);
+        ADD_FAILURE() << "the thread went on";
+    }).join();
+    log_context* context = __ostrum_get_liptr_by_key(name.pid, name.key);
+    EXPECT_FALSE(is_held(context->lock));
+    EXPECT_EQ(context->open_hook_calls, 0);
+    start_op(&name, 3);
+    EXPECT_EQ(context->depth, 0);
+    EXPECT_STREQ(context->trace.program, "program");
+    end_op(&name, 3);
+    bound_host_services().get_correlation = own_service;
 }
 
 TEST_F(Contexts, AHookComingUponAReleasedContextGetsAFreshOne)

@@ -76,6 +76,7 @@ void remember_path(path_index& index, const path_place& place, uint32_t mark, ag
 void release_path_index(path_index& index)
 {
     const heap_ptr<path_entry> given_up = owned_entries(index);
+    index = {};
     initialise_path_index(index);
 }
 

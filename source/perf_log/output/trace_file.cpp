@@ -42,7 +42,7 @@ bool rotate_when_full(int fd, const char* path)
     snprintf(rotated, sizeof(rotated), "%.*s.%u.plog.txt",
              static_cast<int>(strlen(path)) - name_end_characters, path,
              static_cast<unsigned>(os::realtime_ns() / ns_per_second));
-    if (os::status_of_path(rotated, status) == 0) {
+    if (os::status_of_path(rotated, status) == 0 || errno != ENOENT) {
         return true;
     }
     if (os::rename_path(path, rotated) != 0) {
