@@ -63,8 +63,8 @@ run_plan plan_of(const scenario& chosen, const settings& given)
 }
 
 struct results {
-    scenario_samples values;
-    std::map<std::string, std::string> skipped; // reasons by scenario
+    std::map<std::string, std::vector<samples>> processes; // by scenario
+    std::map<std::string, std::string> skipped;            // reasons by scenario
 };
 
 void run_process(const scenario& chosen, const settings& given, const std::string& directory, results& into)
@@ -83,9 +83,7 @@ void run_process(const scenario& chosen, const settings& given, const std::strin
         std::getline(reason, into.skipped[chosen.name]);
         return;
     }
-    samples values;
-    read_samples(directory + "/" + samples_file, values);
-    pool(values, into.values[chosen.name]);
+    read_samples(directory + "/" + samples_file, into.processes[chosen.name].emplace_back());
 }
 
 bool is_wanted(const row& line, const settings& given)
@@ -140,10 +138,11 @@ results measure_all(const settings& given)
 void run_parent(const settings& given)
 {
     const results found = measure_all(given);
-    print_heading(found.values);
+    const scenario_samples values = pool(found.processes);
+    print_heading(values);
     for (const row& line : rows()) {
         if (is_wanted(line, given)) {
-            print_row(line, found.values);
+            print_row(line, values);
         }
     }
     for (const auto& [scenario, reason] : found.skipped) {

@@ -1,10 +1,12 @@
 #ifndef OSTRUM_BENCH_CALLS_H
 #define OSTRUM_BENCH_CALLS_H
 // The hooks as a host calls them, and the call tree that several benchmarks walk.
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <span>
+#include <string>
 #include <vector>
 
 #include <unistd.h>
@@ -12,6 +14,8 @@
 #include <benchmark/benchmark.h>
 #include <ostrum.h>
 #include <qel_platform.h>
+
+#include "measurements.h"
 
 namespace ostrum_bench {
 
@@ -103,6 +107,18 @@ inline void call_keyed_tree(int32_t key, std::span<const tree_call> calls)
 
 // A bucket file of four bounds. Calls that do nothing, and what calls them, belong to the middle bucket.
 inline constexpr const char* five_buckets = "* 0.000000010 0.000000020 1 10\n";
+
+// Registers a benchmark that also notes how fast the processor was, before or after it.
+template <typename Work>
+benchmark::internal::Benchmark* register_timed(const std::string& name, Work work)
+{
+    return benchmark::RegisterBenchmark(name.c_str(), [work](benchmark::State& state) {
+        const double before_ns = probe_processor();
+        work(state);
+        state.counters[processor_counter] = {std::max(before_ns, probe_processor()),
+                                             benchmark::Counter::kAvgThreads};
+    });
+}
 
 // One thread's cost is its CPU time; of several that wait for one another, the time on the wall.
 void run_in_threads(benchmark::internal::Benchmark* pair, int threads);

@@ -104,7 +104,7 @@ void register_monitored()
         call_outermost(first_sibling_opcode + static_cast<uint32_t>(counter));
     }
     for (const bool polled : {false, true}) {
-        benchmark::RegisterBenchmark(polled ? "polled" : "alone", [polled](benchmark::State& state) {
+        register_timed(polled ? "polled" : "alone", [polled](benchmark::State& state) {
             polling = polled;
             for (auto _ : state) {
                 call_outermost(measured_opcode);

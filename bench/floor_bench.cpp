@@ -18,7 +18,7 @@ void read_clock_twice()
 
 void register_floor()
 {
-    benchmark::RegisterBenchmark(floor_name, [](benchmark::State& state) {
+    register_timed(floor_name, [](benchmark::State& state) {
         for (auto _ : state) {
             read_clock_twice();
         }

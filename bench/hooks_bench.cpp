@@ -20,7 +20,7 @@ benchmark::Counter units(int count)
 
 void register_op_pair(const char* name)
 {
-    benchmark::RegisterBenchmark(name, [](benchmark::State& state) {
+    register_timed(name, [](benchmark::State& state) {
         for (auto _ : state) {
             start_op(measured_opcode, "measured");
             end_op(measured_opcode, "measured");
@@ -30,7 +30,7 @@ void register_op_pair(const char* name)
 
 void register_fn_pair(const char* name)
 {
-    benchmark::RegisterBenchmark(name, [](benchmark::State& state) {
+    register_timed(name, [](benchmark::State& state) {
         for (auto _ : state) {
             start_fn(measured_opcode, "measured");
             end_fn(measured_opcode, "measured");
@@ -42,7 +42,7 @@ void register_nested_walk()
 {
     start_op(tree_root().opcode, tree_root().name, tree_root().line); // stays open
     call_tree(nested_walk());
-    benchmark::RegisterBenchmark("nested pair in the tree", [](benchmark::State& state) {
+    register_timed("nested pair in the tree", [](benchmark::State& state) {
         const std::span<const tree_call> calls = nested_walk();
         for (auto _ : state) {
             call_tree(calls);
@@ -119,12 +119,12 @@ void register_keyed_tree()
     start_library();
     for (const int threads : {1, 2}) {
         const std::string name = "keyed tree, threads: " + std::to_string(threads);
-        benchmark::RegisterBenchmark(name.c_str(), [](benchmark::State& state) {
+        register_timed(name, [](benchmark::State& state) {
             const own_context context;
             walk_keyed_tree(state, context.key());
         })->Threads(threads);
     }
-    benchmark::RegisterBenchmark("keyed tree, context of another thread", [](benchmark::State& state) {
+    register_timed("keyed tree, context of another thread", [](benchmark::State& state) {
         constexpr int32_t key = 0;
         std::thread([] { call_keyed_tree(key, tree_walk()); }).join();
         walk_keyed_tree(state, key);
@@ -138,7 +138,7 @@ void register_one_counter()
     start_library();
     for (const int threads : {1, 2}) {
         const std::string name = "empty operations, threads: " + std::to_string(threads);
-        auto* pair = benchmark::RegisterBenchmark(name.c_str(), [](benchmark::State& state) {
+        auto* pair = register_timed(name, [](benchmark::State& state) {
             const own_context context;
             for (auto _ : state) {
                 start_keyed(context.key(), measured_opcode, "measured");
@@ -153,7 +153,7 @@ void register_one_counter()
 void register_one_context()
 {
     start_library();
-    benchmark::RegisterBenchmark("keyed pair", [](benchmark::State& state) {
+    register_timed("keyed pair", [](benchmark::State& state) {
         for (auto _ : state) {
             start_keyed(0, measured_opcode, "measured");
             end_keyed(0, measured_opcode, "measured");
@@ -168,7 +168,7 @@ void register_many_contexts()
         start_keyed(key, measured_opcode, "measured");
         end_keyed(key, measured_opcode, "measured");
     }
-    benchmark::RegisterBenchmark("keyed pair, all in turn", [](benchmark::State& state) {
+    register_timed("keyed pair, all in turn", [](benchmark::State& state) {
         int32_t key = 0;
         for (auto _ : state) {
             start_keyed(key, measured_opcode, "measured");

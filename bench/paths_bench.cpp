@@ -20,7 +20,7 @@ constexpr double node_bytes = 768;
 void register_sibling_walk(const std::string& order, int count, std::vector<uint32_t> (*walk_of)(int count))
 {
     const std::string name = order + ", siblings: " + std::to_string(count);
-    benchmark::RegisterBenchmark(name.c_str(), [count, walk_of](benchmark::State& state) {
+    register_timed(name, [count, walk_of](benchmark::State& state) {
         const std::vector<uint32_t> opcodes = walk_of(count);
         const std::string parent = "parent of " + std::to_string(count);
         start_op(0, parent.c_str());

@@ -97,7 +97,7 @@ void register_event_recorder()
     static const recording_session session;
     session.start();
     static const pair_function traced_pair = load_traced_pair();
-    benchmark::RegisterBenchmark("recorded pair", [](benchmark::State& state) {
+    register_timed("recorded pair", [](benchmark::State& state) {
         for (auto _ : state) {
             traced_pair(measured_opcode, "measured", host_file, 10, object_type);
         }
@@ -125,7 +125,7 @@ void register_metrics_library()
     static operation_metrics metrics;
     for (const int threads : {1, 2}) {
         const std::string name = "observed pair, threads: " + std::to_string(threads);
-        auto* pair = benchmark::RegisterBenchmark(name.c_str(), [](benchmark::State& state) {
+        auto* pair = register_timed(name, [](benchmark::State& state) {
             for (auto _ : state) {
                 const double start_ns = clock_ns(CLOCK_REALTIME);
                 metrics.durations.Observe((clock_ns(CLOCK_REALTIME) - start_ns) / 1e9);

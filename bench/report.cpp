@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -54,6 +55,15 @@ double floor_ns(const scenario_samples& values)
     return median_value(all);
 }
 
+// Where too few repetitions are left, others had to do.
+void print_doubt(const repetition_counts& repetitions)
+{
+    constexpr int enough = 15;
+    if (repetitions.undisturbed < std::min(enough, repetitions.all)) {
+        std::printf("  (%d of %d repetitions undisturbed)", repetitions.undisturbed, repetitions.all);
+    }
+}
+
 } // namespace
 
 void progress(const char* scenario, int process, int processes)
@@ -84,9 +94,13 @@ void print_row(const row& line, const scenario_samples& values)
     if (line.number > 0) {
         std::snprintf(number, sizeof(number), "%d", line.number);
     }
-    std::printf("%3s  %-50s %11s %11s %11s  %s\n", number, line.what, limit_cell(line.reach, line.unit).text,
+    std::printf("%3s  %-50s %11s %11s %11s  %s", number, line.what, limit_cell(line.reach, line.unit).text,
                 limit_cell(line.aim, line.unit).text, figure_cell(value, line.unit).text,
                 value ? verdict(line, *value) : "not measured");
+    if (value && line.kind != figure::plain) {
+        print_doubt(repetitions_of(line, values));
+    }
+    std::printf("\n");
 }
 
 } // namespace ostrum_bench

@@ -1,5 +1,7 @@
 #include "rows.h"
 
+#include <limits>
+
 namespace ostrum_bench {
 
 namespace {
@@ -182,6 +184,19 @@ std::optional<double> figure_of(const row& line, const scenario_samples& values)
         return std::nullopt;
     }
     return compare(line.kind, median_floors(*measured), median_floors(*base));
+}
+
+repetition_counts repetitions_of(const row& line, const scenario_samples& values)
+{
+    repetition_counts fewest{std::numeric_limits<int>::max(), std::numeric_limits<int>::max()};
+    for (const sample_name& source : {line.measured, line.base}) {
+        const std::vector<sample>* found =
+            source.scenario != nullptr ? find_samples(source, values) : nullptr;
+        if (found != nullptr && undisturbed_count(*found) < fewest.undisturbed) {
+            fewest = {undisturbed_count(*found), static_cast<int>(found->size())};
+        }
+    }
+    return fewest;
 }
 
 bool reaches(const row& line, double value)

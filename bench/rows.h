@@ -1,7 +1,6 @@
 #ifndef OSTRUM_BENCH_ROWS_H
 #define OSTRUM_BENCH_ROWS_H
 // The table of results: each row's figure, from which samples it comes, and the limits it is held to.
-#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -37,10 +36,15 @@ struct row {
 
 std::span<const row> rows();
 
-using scenario_samples = std::map<std::string, pooled_samples>; // by scenario
-
 // Null where samples are missing: a benchmark that was not built or not run.
 std::optional<double> figure_of(const row& line, const scenario_samples& values);
+
+// Repetitions whose processor was at its full speed, and all: the fewer ones where two are compared.
+struct repetition_counts {
+    int undisturbed;
+    int all;
+};
+repetition_counts repetitions_of(const row& line, const scenario_samples& values);
 
 bool reaches(const row& line, double value);
 

@@ -12,15 +12,16 @@
 
 namespace ostrum_bench {
 
-// How often a scenario is measured: so many processes, so many repetitions in each.
+// How often a scenario is measured: so many processes, so many repetitions in each. More than are needed:
+// those that a neighbour on the processor has disturbed are left out.
 struct run_plan {
     int processes;
     int repetitions;
 };
-inline constexpr run_plan several_processes{3, 7}; // no single process's memory layout decides
+inline constexpr run_plan several_processes{3, 9}; // no single process's memory layout decides
 inline constexpr run_plan one_process{1, 21};
 inline constexpr run_plan new_process_each{21, 1}; // for what a process does once
-inline constexpr run_plan few_long_runs{1, 15};
+inline constexpr run_plan few_long_runs{1, 21};
 
 // What a scenario throws that cannot be measured on this machine, with the reason.
 class skipped : public std::runtime_error {
