@@ -8,25 +8,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "readers/data_layout.h"
 #include "tool_errors.h"
 
 namespace ostrum_tool {
 namespace {
 
-constexpr char signature[] = "ostrum-64bit\n";
 constexpr size_t pid_offset = 352;
 constexpr size_t text_bytes = 128;
 constexpr size_t value_bytes = 1024;
 constexpr size_t variables_changed_offset = 3'309'952;
 constexpr size_t metrics_offset = 5'800'336;
-
-struct table_layout {
-    const char* name;
-    size_t offset, entry_bytes, entries, count_offset;
-};
-constexpr table_layout counter_table{"counters", 368, 656, 4096, 2'687'344};
-constexpr table_layout variable_table{"variables", 2'687'352, 1216, 512, 3'309'944};
-constexpr table_layout error_table{"errors", 3'309'960, 304, 8192, 5'800'328};
 
 // A view of one entry, or of the whole file, with the two kinds of fields that exist.
 class fields {
@@ -136,7 +128,7 @@ data_file decode_data_file(std::span<const unsigned char> image)
 {
     data_file file;
     const fields header(image);
-    if (std::memcmp(image.data(), signature, sizeof signature) != 0) {
+    if (std::memcmp(image.data(), data_signature, sizeof(data_signature)) != 0) {
         file.problems.emplace_back("has no signature of this version");
     }
     file.pid = static_cast<int32_t>(header.half(pid_offset));
@@ -150,7 +142,7 @@ data_file decode_data_file(std::span<const unsigned char> image)
     return file;
 }
 
-data_file read_data_file(const std::string& path)
+std::vector<unsigned char> read_data_image(const std::string& path)
 {
     const open_file file(path);
     struct stat status {};
@@ -175,7 +167,12 @@ data_file read_data_file(const std::string& path)
         }
         done += static_cast<size_t>(got);
     }
-    return decode_data_file(image);
+    return image;
+}
+
+data_file read_data_file(const std::string& path)
+{
+    return decode_data_file(read_data_image(path));
 }
 
 } // namespace ostrum_tool

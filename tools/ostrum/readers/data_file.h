@@ -49,6 +49,16 @@ struct data_file {
 // Throws input_error when the path is not a readable regular file of exactly data_file_bytes.
 data_file read_data_file(const std::string& path);
 
+// A private copy of the whole file. Throws as read_data_file does.
+std::vector<unsigned char> read_data_image(const std::string& path);
+
+// What in an image cannot be right: its offset and a line about it. `image` holds data_file_bytes.
+struct data_problem {
+    uint64_t offset = 0;
+    std::string what;
+};
+std::vector<data_problem> check_data_image(std::span<const unsigned char> image);
+
 // `image` holds data_file_bytes.
 data_file decode_data_file(std::span<const unsigned char> image);
 

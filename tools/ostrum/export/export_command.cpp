@@ -1,0 +1,153 @@
+#include <fstream>
+#include <memory>
+
+#include "cli/trace_options.h"
+#include "export/record_rows.h"
+#include "export/sqlite_store.h"
+#include "export/stacks.h"
+#include "output/value_text.h"
+#include "tool_errors.h"
+
+namespace ostrum_tool {
+namespace {
+
+struct export_choice {
+    std::vector<std::string> operands;
+    bool collapsed = false, speedscope = false, tsv = false, header = false;
+    std::string sqlite_file, host, weight = "self";
+    record_choice records;
+    view_choice view;
+};
+
+std::string name_of(const std::vector<std::string>& operands)
+{
+    return operands.empty()       ? "."
+           : operands.size() == 1 ? operands.front()
+                                  : operands.front() + " and others";
+}
+
+int export_stacks(const export_choice& chosen, const streams& to)
+{
+    const loaded_traces loaded = load_traces(chosen.operands, chosen.records, to);
+    if (loaded.set.coverage.operations == 0) {
+        return loaded.status;
+    }
+    const call_profile profile = profile_of(loaded.set.tree);
+    const std::vector<bool> visible = visible_nodes(profile, view_filter_of(chosen.view));
+    const stack_weight weight = chosen.weight == "calls" ? stack_weight::calls : stack_weight::self_tv;
+    if (chosen.collapsed) {
+        write_collapsed(to.out, profile, visible, weight);
+    } else {
+        write_speedscope(to.out, profile, visible, weight, printable(name_of(chosen.operands)));
+    }
+    return loaded.status;
+}
+
+// Reads file by file: `take` gives what is damaged in one.
+template <typename Take>
+int export_files(const export_choice& chosen, const streams& to, Take take)
+{
+    const named_files named = files_named(chosen.operands, to);
+    if (named.files.empty() && !named.unreadable) {
+        throw nothing_matched("no trace data files");
+    }
+    bool failed = named.unreadable;
+    std::vector<file_damages> damaged;
+    for (const std::string& file : named.files) {
+        try {
+            damage_list list = take(file);
+            if (list.count > 0) {
+                damaged.push_back({file, std::move(list)});
+            }
+        } catch (const input_error& error) {
+            to.err << "ostrum: " << printable(error.what()) << "\n";
+            failed = true;
+        }
+    }
+    print_damages(damaged, to);
+    return failed ? exit_input : damaged.empty() ? exit_done : exit_damaged;
+}
+
+int export_tsv(const export_choice& chosen, const std::string& host, const streams& to)
+{
+    if (chosen.header) {
+        const char* separator = "";
+        for (const char* column : row_columns) {
+            to.out << separator << column;
+            separator = "\t";
+        }
+        to.out << "\n";
+    }
+    return export_files(chosen, to, [&](const std::string& path) {
+        const std::string name = row_file_name(path);
+        return read_rows(path, [&](const trace_row& row) { write_tsv_row(to.out, host, name, row); });
+    });
+}
+
+int export_sqlite(const export_choice& chosen, const std::string& host, const streams& to)
+{
+    sqlite_store store(chosen.sqlite_file);
+    int64_t files = 0;
+    int64_t added_rows = 0;
+    const int status = export_files(chosen, to, [&](const std::string& path) {
+        loaded_file loaded = store.load(host, path);
+        added_rows += loaded.added_rows;
+        ++files;
+        return std::move(loaded.damages);
+    });
+    to.err << chosen.sqlite_file << ": " << added_rows << " new rows of " << files
+           << (files == 1 ? " file" : " files") << "\n";
+    return status;
+}
+
+bool filters_records(const record_choice& records, const view_choice& view)
+{
+    return !records.since.empty() || !records.until.empty() || !records.pids.empty() ||
+           !records.tids.empty() || !records.programs.empty() || records.brief || records.by != "none" ||
+           !view.opcodes.empty() || !view.name_pattern.empty() || !view.min_time.empty() ||
+           view.max_depth != 0;
+}
+
+int run_export(const export_choice& chosen, const streams& to)
+{
+    if (chosen.collapsed || chosen.speedscope) {
+        return export_stacks(chosen, to);
+    }
+    if (filters_records(chosen.records, chosen.view)) {
+        throw usage_error(
+            "rows are exported whole: filters and grouping are for --collapsed and --speedscope");
+    }
+    const std::string host = chosen.host.empty() ? this_host() : printable(chosen.host);
+    return chosen.tsv ? export_tsv(chosen, host, to) : export_sqlite(chosen, host, to);
+}
+
+command_body declare_export(CLI::App& app)
+{
+    const auto chosen = std::make_shared<export_choice>();
+    app.add_option("FILE", chosen->operands,
+                   "Trace data files, directories of them, or - (default: this directory)");
+    CLI::Option_group* const forms = app.add_option_group("form");
+    forms->add_flag("--collapsed", chosen->collapsed, "Collapsed stacks: one line a path, with its weight");
+    forms->add_flag("--speedscope", chosen->speedscope, "A speedscope file (JSON)");
+    forms->add_flag("--tsv", chosen->tsv,
+                    "One row for each record, for COPY into the table of schema/postgresql.sql");
+    forms->add_option("--sqlite", chosen->sqlite_file,
+                      "Load new records into this SQLite database; made when missing");
+    forms->require_option(1);
+    app.add_option("--weight", chosen->weight, "Of stacks: self (default; time in ns) or calls")
+        ->check(CLI::IsMember({"self", "calls"}));
+    app.add_flag("--header", chosen->header, "Names of the columns in front of --tsv");
+    app.add_option("--host", chosen->host, "Host that rows are known by (default: this one)");
+    add_record_options(app, chosen->records);
+    add_brief_option(app, chosen->records);
+    add_grouping_options(app, chosen->records);
+    add_view_options(app, chosen->view);
+    return [chosen](const streams& to) { return run_export(*chosen, to); };
+}
+
+} // namespace
+
+extern const command export_command;
+const command export_command{"export", "Traces for other programs: stacks, rows, databases", declare_export};
+
+} // namespace ostrum_tool

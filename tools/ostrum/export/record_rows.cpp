@@ -1,0 +1,188 @@
+#include "export/record_rows.h"
+
+#include <filesystem>
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "output/value_text.h"
+#include "tool_errors.h"
+
+namespace ostrum_tool {
+namespace {
+
+// FNV-1a: the keys are stored, so that they have to be the same in every build.
+uint64_t hash_text(uint64_t hash, std::string_view text)
+{
+    constexpr uint64_t prime = 0x100000001B3;
+    for (const char c : text) {
+        hash = (hash ^ static_cast<unsigned char>(c)) * prime;
+    }
+    return (hash ^ 0xFFU) * prime; // no text holds this byte where it is UTF-8
+}
+
+int64_t path_key_of(const trace_row& row)
+{
+    constexpr uint64_t start = 0xCBF29CE484222325;
+    uint64_t hash = hash_text(
+        start, fmt::format("{} {} {} {} {}", row.parent_key, row.opcode, row.flags, row.lineno, row.db_num));
+    for (const std::string* text : {&row.name, &row.program, &row.fname, &row.obj_type}) {
+        hash = hash_text(hash, *text);
+    }
+    return static_cast<int64_t>(hash);
+}
+
+class row_maker final : public trace_sink {
+public:
+    explicit row_maker(const std::function<void(const trace_row&)>& on_row) : on_row_(on_row) {}
+
+    void on_frame(const start_record& frame, uint64_t offset) override
+    {
+        period_ = made_from(frame, offset);
+        period_.period_offset = offset;
+        period_.period_from_tv = frame.time_tv;
+    }
+    void on_frame_end(const figures& record) override
+    {
+        trace_row row = period_;
+        row.flushed_tv = record.total_tv;
+        on_row_(row);
+    }
+    void on_path(const start_record& path, uint64_t offset, bool /*missing*/) override
+    {
+        trace_row row = made_from(path, offset);
+        row.period_offset = period_.offset;
+        row.period_from_tv = period_.period_from_tv;
+        if (!open_.empty()) {
+            row.parent_offset = open_.back().offset;
+            row.parent_key = open_.back().path_key;
+        }
+        row.path_key = path_key_of(row);
+        open_.push_back(std::move(row));
+    }
+    void on_figures(const figures& record) override
+    {
+        open_.back().sums = record;
+        on_row_(open_.back());
+        open_.pop_back();
+    }
+    void on_lost() override { open_.pop_back(); }
+    void on_bucket(int32_t number, uint64_t offset, const figures& record) override
+    {
+        if (open_.empty()) {
+            return;
+        }
+        trace_row row = open_.back();
+        row.parent_offset = row.offset;
+        row.offset = offset;
+        row.bucket = number;
+        row.sums = record;
+        on_row_(row);
+    }
+    void on_damage(uint64_t offset, const std::string& what) override { damages.add(offset, what); }
+
+    damage_list damages;
+
+private:
+    static trace_row made_from(const start_record& record, uint64_t offset)
+    {
+        trace_row row;
+        row.offset = offset;
+        row.level = record.level;
+        row.pid = record.pid;
+        row.tid = record.tid;
+        row.opcode = record.opcode;
+        row.flags = record.flags;
+        row.lineno = record.lineno;
+        row.db_num = record.db_num;
+        row.name = printable(record.opname);
+        row.fname = printable(record.fname);
+        row.program = printable(record.program);
+        row.obj_type = printable(record.obj_type);
+        return row;
+    }
+
+    const std::function<void(const trace_row&)>& on_row_;
+    trace_row period_;
+    std::vector<trace_row> open_;
+};
+
+std::string escaped(const std::string& text)
+{
+    std::string shown;
+    for (const char c : text) {
+        shown += c == '\\' ? "\\\\" : std::string(1, c);
+    }
+    return shown;
+}
+
+template <typename Value>
+std::string or_null(const std::optional<Value>& value)
+{
+    return value ? std::to_string(*value) : "\\N";
+}
+
+} // namespace
+
+const std::vector<const char*> row_columns{
+    "host",      "file",           "file_offset",    "period_offset", "parent_offset",
+    "level",     "bucket",         "path_key",       "parent_key",    "pid",
+    "tid",       "period_from_ns", "flushed_ns",     "opcode",        "name",
+    "flags",     "source_file",    "source_line",    "program",       "obj_type",
+    "db",        "calls",          "errors",         "records",       "total_ns",
+    "min_ns",    "max_ns",         "bucket_from_ns", "bucket_to_ns",  "cached_calls",
+    "cached_ns", "user_cpu_ns",    "system_cpu_ns"};
+
+damage_list read_rows(const std::string& path, const std::function<void(const trace_row&)>& on_row)
+{
+    if (path == "-") {
+        throw usage_error("rows are known by their file: standard input has no name");
+    }
+    row_maker maker(on_row);
+    trace_parser parser(maker);
+    const auto source = open_source(path);
+    try {
+        parser.read(*source, {});
+        if (parser.open_frames() > 0) {
+            maker.damages.add(parser.last_frame(), "block without an end");
+        }
+    } catch (const damaged_input& error) {
+        maker.damages.add(0, error.what());
+    }
+    return maker.damages;
+}
+
+std::string row_file_name(const std::string& path)
+{
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::canonical(path, error);
+    std::string name = error ? path : absolute.string();
+    for (const std::string_view ending : {".gz", ".zst"}) {
+        if (name.ends_with(ending)) {
+            name.resize(name.size() - ending.size());
+        }
+    }
+    return printable(name);
+}
+
+std::string this_host()
+{
+    char name[256] = "";
+    return ::gethostname(name, sizeof(name) - 1) == 0 ? printable(name) : "localhost";
+}
+
+void write_tsv_row(std::ostream& out, const std::string& host, const std::string& file, const trace_row& row)
+{
+    const figures& sums = row.sums;
+    out << escaped(host) << '\t' << escaped(file) << '\t' << row.offset << '\t' << row.period_offset << '\t'
+        << or_null(row.parent_offset) << '\t' << row.level << '\t' << row.bucket << '\t' << row.path_key
+        << '\t' << row.parent_key << '\t' << row.pid << '\t' << row.tid << '\t' << row.period_from_tv << '\t'
+        << or_null(row.flushed_tv) << '\t' << row.opcode << '\t' << escaped(row.name) << '\t' << row.flags
+        << '\t' << escaped(row.fname) << '\t' << row.lineno << '\t' << escaped(row.program) << '\t'
+        << escaped(row.obj_type) << '\t' << row.db_num << '\t' << sums.total_calls << '\t'
+        << sums.total_errors << '\t' << sums.total_recs << '\t' << sums.total_tv << '\t' << sums.min_tv
+        << '\t' << sums.max_tv << '\t' << sums.bs_tv << '\t' << sums.be_tv << '\t' << sums.cm_cache_calls
+        << '\t' << sums.cm_cache_tv << '\t' << sums.user_cpu_tv << '\t' << sums.sys_cpu_tv << '\n';
+}
+
+} // namespace ostrum_tool
