@@ -69,7 +69,7 @@ std::atomic<int32_t> own_context::last_key = 0;
 
 void walk_keyed_tree(benchmark::State& state, int32_t key)
 {
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         call_keyed_tree(key, tree_walk());
     }
     state.counters[units_counter] = units(tree_paths);
