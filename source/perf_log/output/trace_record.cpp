@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "util/text.h"
+
 using namespace ostrum;
 
 namespace {
@@ -38,10 +40,7 @@ public:
         at_ = put_time(at_, value_tv);
         return *this;
     }
-    field_writer& text(const char* value)
-    {
-        return text(value != nullptr ? std::string_view(value) : std::string_view());
-    }
+    field_writer& text(const char* value) { return text(std::string_view(text_or_empty(value))); }
     field_writer& text(std::string_view value)
     {
         *at_++ = ',';
