@@ -1,6 +1,7 @@
 #include "output/terminal.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -73,10 +74,10 @@ text_style style_of_descriptor(int fd)
     const bool dumb = environment("TERM") == "dumb" || environment("TERM").empty();
     style.colour = !dumb && environment("NO_COLOR").empty();
     winsize window{};
-    const int columns = std::atoi(std::string(environment("COLUMNS")).c_str());
-    style.width = columns > 0                             ? static_cast<size_t>(columns)
-                  : ::ioctl(fd, TIOCGWINSZ, &window) == 0 ? window.ws_col
-                                                          : 80;
+    size_t columns = 0;
+    const std::string_view chosen = environment("COLUMNS");
+    std::from_chars(chosen.data(), chosen.data() + chosen.size(), columns);
+    style.width = columns > 0 ? columns : ::ioctl(fd, TIOCGWINSZ, &window) == 0 ? window.ws_col : 80;
     return style;
 }
 

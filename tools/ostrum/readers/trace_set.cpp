@@ -117,7 +117,11 @@ private:
             outcomes_[at].damages.add(builder.finish_text());
         }
         const std::lock_guard guard(lock_);
-        result_.tree.merge(builder.tree());
+        if (std::exchange(has_tree_, true)) {
+            result_.tree.merge(builder.take_tree());
+        } else {
+            result_.tree = builder.take_tree();
+        }
         result_.coverage.add(builder.coverage());
     }
 
@@ -171,8 +175,9 @@ private:
     std::vector<part_outcome> outcomes_; // of each part, by its number; one worker writes each
     std::vector<std::string> failures_;  // of each input; empty = none
     std::atomic<size_t> next_{0};
-    std::mutex lock_; // guards result_ and failures_ while workers run
+    std::mutex lock_; // guards result_, has_tree_ and failures_ while workers run
     trace_set result_;
+    bool has_tree_ = false;
 };
 
 } // namespace

@@ -74,7 +74,7 @@ public:
     void on_bucket(int32_t number, uint64_t offset, const figures& record) override;
     void on_damage(uint64_t offset, const std::string& what) override { damages_.add(offset, what); }
 
-    [[nodiscard]] const call_tree& tree() const { return tree_; }
+    [[nodiscard]] call_tree take_tree() { return std::move(tree_); }
     [[nodiscard]] const trace_coverage& coverage() const { return coverage_; }
     // Ends one text, whatever is open in it, and gives its damages.
     [[nodiscard]] damage_list finish_text()
