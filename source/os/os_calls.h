@@ -39,6 +39,8 @@ int open_file(const char* path, int flags, mode_t mode); // O_CLOEXEC added; nev
 int close_file(int fd);
 ssize_t read_file(int fd, void* bytes, size_t count);
 ssize_t write_file(int fd, const void* bytes, size_t count);
+bool takes_output(int fd,
+                  int wait_ms); // false: a write would block; true also for a descriptor with an error
 off_t seek_file(int fd, off_t offset, int whence);
 int cut_file(int fd, off_t length);                     // ftruncate
 int reserve_blocks(int fd, off_t offset, off_t length); // posix_fallocate: an error number, or 0

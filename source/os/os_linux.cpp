@@ -8,6 +8,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <linux/membarrier.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -128,6 +129,17 @@ ssize_t write_file(int fd, const void* bytes, size_t count)
 {
     const no_cancellation guard;
     return write(fd, bytes, count);
+}
+
+bool takes_output(int fd, int wait_ms)
+{
+    const no_cancellation guard;
+    pollfd output{fd, POLLOUT, 0};
+    int ready = poll(&output, 1, wait_ms);
+    while (ready < 0 && errno == EINTR) {
+        ready = poll(&output, 1, 0); // signals must not make the wait longer
+    }
+    return ready != 0;
 }
 
 off_t seek_file(int fd, off_t offset, int whence)

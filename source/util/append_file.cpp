@@ -10,7 +10,9 @@ unique_fd open_for_appending(const char* path)
     unique_fd file{
         os::open_file(path, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, mode)};
     struct stat status {};
-    if (file && (os::status_of_file(file.get(), status) != 0 || !S_ISREG(status.st_mode))) {
+    // A second name of the file may be one that somebody has planted for a file elsewhere.
+    if (file &&
+        (os::status_of_file(file.get(), status) != 0 || !S_ISREG(status.st_mode) || status.st_nlink > 1)) {
         file.reset();
         errno = EINVAL;
     }

@@ -1,7 +1,8 @@
 #include "robustness/host_oracle.h"
 
-#include <cstdio>
+#include <array>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -126,9 +127,9 @@ struct word {
 using ostrum::data_file_image;
 constexpr size_t header_locks = 5;
 constexpr word counts[] = {
-    {"counter_count", offsetof(data_file_image, counter_count), ostrum::max_counters},
-    {"variable_count", offsetof(data_file_image, variable_count), ostrum::max_variables},
-    {"error_count", offsetof(data_file_image, error_count), ostrum::max_errors},
+    {"counters", offsetof(data_file_image, counter_count), ostrum::max_counters},
+    {"variables", offsetof(data_file_image, variable_count), ostrum::max_variables},
+    {"errors", offsetof(data_file_image, error_count), ostrum::max_errors},
 };
 
 template <typename Value>
@@ -140,14 +141,19 @@ Value value_at(std::ifstream& file, size_t at)
     return value;
 }
 
-// A file of another size is none, as start-up has said.
-std::string fault_in_data_file(const std::string& path)
+// What is wrong with it. A file of another size is none, as start-up has said.
+std::string read_data_file(observed_run& run, const std::string& path)
 {
+    constexpr char signature[] = "ostrum-64bit\n";
     std::error_code ignored;
     if (std::filesystem::file_size(path, ignored) != sizeof(data_file_image)) {
         return "";
     }
     std::ifstream file(path, std::ios::binary);
+    const auto found = value_at<std::array<char, sizeof(signature)>>(file, 0);
+    if (found[0] != '\0' && memcmp(found.data(), signature, sizeof(signature)) != 0) {
+        return "something has written over the signature";
+    }
     for (size_t slot = 0; slot < header_locks; ++slot) {
         const size_t mutex_at = offsetof(data_file_image, locks) + slot * sizeof(ostrum::lock_slot) +
                                 offsetof(ostrum::lock_slot, mutex);
@@ -156,7 +162,8 @@ std::string fault_in_data_file(const std::string& path)
         }
     }
     for (const word& count : counts) {
-        if (value_at<uint64_t>(file, count.at) > count.most) {
+        run.counts[count.name] = value_at<uint64_t>(file, count.at);
+        if (run.counts[count.name] > count.most) {
             return std::string(count.name) + " is beyond its table";
         }
     }
@@ -171,12 +178,12 @@ void read_files(observed_run& run)
     for (const auto& entry : recursive_directory_iterator(run.host.directory->path(), ignored)) {
         const std::string path = entry.path().string();
         if (!std::filesystem::is_regular_file(entry.symlink_status(ignored))) {
-            continue; // also a FIFO, which would keep the test waiting
+            continue; // a FIFO would keep the test waiting
         }
         if (path.find(".plog.txt") != std::string::npos) {
             checker.read(temp_dir::read(path));
         } else if (path.find("ostrum_data.dat") != std::string::npos) {
-            const std::string fault = fault_in_data_file(path);
+            const std::string fault = read_data_file(run, path);
             run.misread = run.misread.empty() ? fault : run.misread;
         }
     }

@@ -2,6 +2,7 @@
 #define OSTRUM_TESTS_ROBUSTNESS_HOST_ORACLE_H
 // What must hold of every host process, whatever happens to the tracing library in it. The script host
 // checks each call itself (errno, signal mask, cancellation, timestamp, time taken); here stands the rest.
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -10,12 +11,13 @@
 
 struct observed_run {
     host_run host;
-    long issued = -1;          // hook pairs of all processes that ended through exit
-    long written = 0;          // calls in all trace files
-    std::map<int, long> calls; // the same by opcode
-    long faults_hit = 0;       // by the shim
-    long blocks = 0;           // of the library's memory still in use at the end
-    long left_open = 0;        // descriptors, at the end
+    long issued = -1;                       // hook pairs of all processes that ended through exit
+    long written = 0;                       // calls in all trace files
+    std::map<int, long> calls;              // the same by opcode
+    std::map<std::string, uint64_t> counts; // entries of the data file's tables: "counters" ...
+    long faults_hit = 0;                    // by the shim
+    long blocks = 0;                        // of the library's memory still in use at the end
+    long left_open = 0;                     // descriptors, at the end
     std::string misread; // the first line of a trace file that is no record, or what is wrong with a file
     int cut_files = 0;   // trace files whose last record is not whole
 

@@ -232,6 +232,11 @@ ssize_t write_file(int fd, const void* bytes, size_t count)
     return real_os::write_file(fd, bytes, count);
 }
 
+bool takes_output(int fd, int wait_ms)
+{
+    return real_os::takes_output(fd, wait_ms);
+}
+
 off_t seek_file(int fd, off_t offset, int whence)
 {
     return fault_due(call::seek_file) ? -1 : real_os::seek_file(fd, offset, whence);

@@ -293,7 +293,7 @@ TEST(OrderedTree, HighTreesNeedNoStackAndLinearTime)
         tree->root->right->parent = tree->root;
         pthread_attr_t small_stack;
         pthread_attr_init(&small_stack);
-        pthread_attr_setstacksize(&small_stack, size_t{128} * 1024);
+        pthread_attr_setstacksize(&small_stack, size_t{64} * 1024);
         pthread_t thread{};
         ASSERT_EQ(pthread_create(&thread, &small_stack, use_and_destroy, tree.release()), 0);
         pthread_join(thread, nullptr);

@@ -22,7 +22,8 @@
 //   exit N | quick_exit N              the latter without exit handlers
 //   reenter                            the platform's clock service calls hooks and ostrum_init, once
 //   close FD | redirect FD PATH        PATH full_pipe or broken_pipe: such a pipe
-//   limit RESOURCE AMOUNT              file_size, address_space, descriptors or processes
+//   limit RESOURCE AMOUNT              file_size, descriptors, processes, or address_space beyond what is in
+//   use shell COMMAND...                   | op_range FIRST LAST [ERRNUM] | variables N   (so many new ones)
 //   user ID                            gives up root
 //   small_stack KIB {..}               a thread with so small a stack, joined
 //   flist_op OPCODE                    an operation with an input and an output list
@@ -41,6 +42,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -324,13 +326,27 @@ bool run_hook(const command& c)
 
 // ---- Everything else ----
 
-void print(const command& c)
+std::string all_words(const command& c)
 {
     std::string all;
     for (const std::string& word : c.args) {
         all += (all.empty() ? "" : " ") + word;
     }
-    dprintf(STDOUT_FILENO, "%s\n", all.c_str());
+    return all;
+}
+
+void operations_of_range(const command& c)
+{
+    for (int opcode = number(c, 0); opcode <= number(c, 1); ++opcode) {
+        whole_operation(no_key, {c.name, {std::to_string(opcode), text(c, 2)}, {}});
+    }
+}
+
+void set_variables(const command& c)
+{
+    for (int n = 0; n < number(c, 0); ++n) {
+        ostrum_variable_set(ostrum_data_file_get(), ("new_" + std::to_string(n)).c_str(), "1");
+    }
 }
 
 void repeat(const command& c)
@@ -389,6 +405,10 @@ int open_descriptors()
 // Registered before the library is started: it runs after the library's own exit handler.
 void report_at_exit()
 {
+    rlimit file_size{};
+    getrlimit(RLIMIT_FSIZE, &file_size);
+    file_size.rlim_cur = file_size.rlim_max;
+    setrlimit(RLIMIT_FSIZE, &file_size);
     dprintf(report_fd, "issued=%ld\nleft_open=%d\n", issued.load(), open_descriptors());
 }
 
@@ -449,8 +469,15 @@ void limit_resource(const command& c)
                                                                     {"address_space", RLIMIT_AS},
                                                                     {"descriptors", RLIMIT_NOFILE},
                                                                     {"processes", RLIMIT_NPROC}};
-    const auto amount = static_cast<rlim_t>(number(c, 1));
-    const rlimit limit{amount, amount};
+    auto amount = static_cast<rlim_t>(number(c, 1));
+    if (text(c, 0) == "address_space") {
+        long pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        amount += static_cast<rlim_t>(pages * sysconf(_SC_PAGESIZE));
+    }
+    rlimit limit{};
+    getrlimit(resources.at(text(c, 0)), &limit);
+    limit.rlim_cur = amount; // the host takes it back for its report at exit
     setrlimit(resources.at(text(c, 0)), &limit);
 }
 
@@ -526,7 +553,11 @@ const auto& others = *new std::map<std::string, std::function<void(const command
      }},
     {"opname",
      [](const command& c) { dprintf(STDOUT_FILENO, "%s\n", ostrum_get_opname(number(c, 0), nullptr)); }},
-    {"print", print},
+    {"print", [](const command& c) { dprintf(STDOUT_FILENO, "%s\n", all_words(c).c_str()); }},
+    // NOLINTNEXTLINE(cert-env33-c): the words of the command are the test's own
+    {"shell", [](const command& c) { (void)!system(all_words(c).c_str()); }},
+    {"op_range", operations_of_range},
+    {"variables", set_variables},
     {"repeat", repeat},
     {"thread",
      [](const command& c) {
