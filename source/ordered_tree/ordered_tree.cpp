@@ -1,70 +1,55 @@
-#include "ordered_tree/ordered_tree.h"
+#include "ordered_tree/stored_tree.h"
 
 #include "os/os_calls.h"
 
 #include <cstring>
 
-namespace os = ostrum::os;
-using ostrum::bt_node;
-using ostrum::is_empty;
-using ostrum::leftmost;
-using ostrum::sentinel;
+using namespace ostrum;
 
 bt_node ostrum::sentinel = {&sentinel, &sentinel, nullptr, nullptr, 0};
 
 namespace {
 
-// The node equal to key, or the sentinel; last_met is then the node to hang a new one below.
-bt_node* find(const bt_tree& tree, const void* key, bt_node*& last_met)
+bt_node* find(const bt_tree& tree, const void* key, tree_place& place)
 {
-    bt_node* node = tree.root;
-    last_met = nullptr;
-    while (!is_empty(node)) {
-        const int32_t order = tree.compare(key, node->data);
-        if (order == 0) {
-            break;
-        }
-        last_met = node;
-        node = order < 0 ? node->left : node->right;
+    return find_node(
+        tree, [&tree, key](const void* record) { return tree.compare(key, record); }, place);
+}
+
+bt_node* heap_node(size_t record_bytes)
+{
+    auto* node = static_cast<bt_node*>(os::allocate_zeroed(sizeof(bt_node)));
+    if (node == nullptr) {
+        return nullptr;
+    }
+    node->data = os::allocate_zeroed(record_bytes);
+    if (node->data == nullptr) {
+        os::release(node);
+        return nullptr;
     }
     return node;
 }
 
 // Null when memory is short, or when there is no key to copy or no size that can be.
-bt_node* make_node(const bt_tree& tree, const void* key, bt_node* parent)
+bt_node* make_copy(const bt_tree& tree, const void* key)
 {
     if (tree.record_size < 0 || (key == nullptr && tree.record_size > 0)) {
         return nullptr;
     }
-    const auto record_bytes = static_cast<size_t>(tree.record_size);
-    auto* node = static_cast<bt_node*>(os::allocate_zeroed(sizeof(bt_node)));
-    if (node == nullptr) {
-        return nullptr;
+    keep_release(tree);
+    bt_node* node = make_node(tree);
+    if (node != nullptr && tree.record_size > 0) {
+        memcpy(node->data, key, static_cast<size_t>(tree.record_size));
     }
-    void* record = os::allocate_zeroed(record_bytes);
-    if (record == nullptr) {
-        os::release(node);
-        return nullptr;
-    }
-    if (record_bytes > 0) {
-        memcpy(record, key, record_bytes);
-    }
-    *node = {&sentinel, &sentinel, parent, record, 0};
     return node;
 }
 
 // Compares once more instead of keeping the side from the descent: callers count on one call a level and
 // one to attach, and a comparison that never answers 0 still decides the side here.
-void attach(bt_tree& tree, bt_node* node, const void* key)
+void attach(bt_tree& tree, bt_node* node, tree_place place, const void* key)
 {
-    if (node->parent == nullptr) {
-        tree.root = node;
-    } else if (tree.compare(key, node->parent->data) < 0) {
-        node->parent->left = node;
-    } else {
-        node->parent->right = node;
-    }
-    ++tree.count;
+    place.left = place.parent != nullptr && tree.compare(key, place.parent->data) < 0;
+    attach_node(tree, node, place);
 }
 
 // Puts the child, possibly the sentinel, where the node hangs.
@@ -135,6 +120,23 @@ void release_root_first(bt_tree& tree)
 
 } // namespace
 
+bt_node* ostrum::make_node(const bt_tree& tree)
+{
+    return tree.store != nullptr ? take_node(*tree.store) : heap_node(static_cast<size_t>(tree.record_size));
+}
+
+void ostrum::attach_node(bt_tree& tree, bt_node* node, const tree_place& place)
+{
+    node->left = &sentinel;
+    node->right = &sentinel;
+    node->parent = place.parent;
+    (place.parent == nullptr ? tree.root : place.left ? place.parent->left : place.parent->right) = node;
+    ++tree.count;
+    if (tree.store != nullptr) {
+        chain_node(node, place);
+    }
+}
+
 bt_tree* bt_create(int32_t record_size, int32_t (*compare)(const void*, const void*), void (*release)(void*))
 {
     auto* tree = static_cast<bt_tree*>(os::allocate_zeroed(sizeof(bt_tree)));
@@ -154,15 +156,15 @@ uint32_t bt_insert(bt_tree* tree, const void* key, void** out,
     if (tree == nullptr) {
         return BT_FAIL;
     }
-    bt_node* parent = nullptr;
-    bt_node* node = find(*tree, key, parent);
+    tree_place place;
+    bt_node* node = find(*tree, key, place);
     uint32_t status = BT_EXISTED;
     if (is_empty(node)) {
-        node = make_node(*tree, key, parent);
+        node = make_copy(*tree, key);
         if (node == nullptr) {
             return BT_FAIL;
         }
-        attach(*tree, node, key);
+        attach(*tree, node, place, key);
         status = BT_INSERTED;
     }
     const bool accepted = update == nullptr || update(node->data, key, status, out) == BT_CONTINUE;
@@ -171,14 +173,17 @@ uint32_t bt_insert(bt_tree* tree, const void* key, void** out,
 
 void* bt_search(bt_tree* tree, const void* key)
 {
-    bt_node* last_met = nullptr;
-    return tree != nullptr ? find(*tree, key, last_met)->data : nullptr;
+    tree_place place;
+    return tree != nullptr ? find(*tree, key, place)->data : nullptr;
 }
 
 uint32_t bt_delete(bt_tree* tree, const void* key)
 {
-    bt_node* last_met = nullptr;
-    bt_node* found = tree != nullptr ? find(*tree, key, last_met) : &sentinel;
+    if (tree != nullptr && tree->store != nullptr) {
+        return BT_ERROR;
+    }
+    tree_place place;
+    bt_node* found = tree != nullptr ? find(*tree, key, place) : &sentinel;
     if (is_empty(found)) {
         return BT_NOT_FOUND;
     }
@@ -192,12 +197,20 @@ uint32_t bt_empty(bt_tree* tree)
     if (tree == nullptr) {
         return BT_ERROR;
     }
-    release_root_first(*tree); // kept: the count stays, callers rely on it
+    if (tree->store != nullptr) { // kept: the count stays, callers rely on it
+        empty_stored_tree(*tree);
+    } else {
+        release_root_first(*tree);
+    }
     return BT_EMPTIED;
 }
 
 uint32_t bt_destroy(bt_tree* tree)
 {
+    if (tree != nullptr && tree->store != nullptr) {
+        destroy_stored_tree(*tree);
+        return BT_EMPTIED;
+    }
     const uint32_t result = bt_empty(tree);
     os::release(tree);
     return result;

@@ -8,6 +8,8 @@
 
 namespace ostrum {
 
+struct tree_store;
+
 struct bt_node {
     bt_node* left;         // smaller records, or the sentinel
     bt_node* right;        // equal and greater records, or the sentinel
@@ -42,6 +44,46 @@ struct bt_tree {
     int32_t depth;         // greatest depth that walks have met since bt_depth() last cleared it
     int32_t (*compare)(const void* key, const void* record);
     void (*release)(void* record);
+    ostrum::tree_store* store; // where its nodes are; null = every node and every record is a heap block
 };
+
+namespace ostrum {
+
+// Where a record that a tree does not hold would hang.
+struct tree_place {
+    bt_node* parent; // null: at the root
+    bool left;
+    bt_node* before; // the node before it in the order; null: it would be the first
+};
+
+// The node whose record the order finds equal (0), or the sentinel and the place for a new one. The order is
+// asked once a level: below 0 is on the left of the record, above 0 on its right.
+template <typename Order>
+bt_node* find_node(const bt_tree& tree, Order order, tree_place& place)
+{
+    bt_node* node = tree.root;
+    place = {nullptr, false, nullptr};
+    while (!is_empty(node)) {
+        const int32_t side = order(node->data);
+        if (side == 0) {
+            break;
+        }
+        place = {node, side < 0, side < 0 ? place.before : node};
+        node = side < 0 ? node->left : node->right;
+    }
+    return node;
+}
+
+// A node for a record of the tree's size, which is rubbish as yet; null when memory is short.
+bt_node* make_node(const bt_tree& tree);
+void attach_node(bt_tree& tree, bt_node* node, const tree_place& place);
+
+// The memory of a tree that has a store.
+bt_node* take_node(tree_store& store); // null when memory is short
+void chain_node(bt_node* node, const tree_place& place);
+void empty_stored_tree(bt_tree& tree);
+void destroy_stored_tree(bt_tree& tree);
+
+} // namespace ostrum
 
 #endif

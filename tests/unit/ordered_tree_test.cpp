@@ -1,4 +1,4 @@
-#include "ordered_tree/ordered_tree.h"
+#include "ordered_tree/stored_tree.h"
 #include "support/fake_os.h"
 
 #include <algorithm>
@@ -299,6 +299,116 @@ TEST(OrderedTree, HighTreesNeedNoStackAndLinearTime)
         pthread_join(thread, nullptr);
         pthread_attr_destroy(&small_stack);
         EXPECT_EQ(fake_os::blocks_in_use(), 0);
+    }
+}
+
+// ---- trees in memory of their own ----
+
+std::vector<int> chained_records_of(const bt_tree& tree)
+{
+    std::vector<int> records;
+    for (bt_node* node = ostrum::first_in_order(tree); node != nullptr;
+         node = ostrum::next_in_order(tree, node)) {
+        records.push_back(*static_cast<int*>(node->data));
+    }
+    return records;
+}
+
+void note_release(void* record)
+{
+    released.push_back(*static_cast<int*>(record));
+}
+
+// Records of two words, the first of which is compared.
+tree_ptr make_stored_tree()
+{
+    return {ostrum::create_stored_tree(2 * sizeof(int), compare_int, note_release), bt_destroy};
+}
+
+void insert_keys(bt_tree* tree, const std::vector<int>& keys)
+{
+    for (const int key : keys) {
+        const int record[2] = {key, -key};
+        ASSERT_EQ(bt_insert(tree, record, nullptr, nullptr), BT_INSERTED);
+    }
+}
+
+TEST(StoredTree, IsChainedInItsOrder)
+{
+    for (unsigned seed = 0; seed < 20; ++seed) {
+        SCOPED_TRACE(seed);
+        const std::vector<int> keys = random_keys(seed, static_cast<int>(seed) * 10);
+        const tree_ptr stored = make_stored_tree();
+        insert_keys(stored.get(), keys);
+        const tree_ptr plain = make_tree(keys);
+        const std::vector<int> expected = records_of(plain.get());
+        EXPECT_EQ(chained_records_of(*stored), expected);
+        EXPECT_EQ(chained_records_of(*plain), expected) << "without a chain";
+        EXPECT_EQ(records_of(stored.get()), expected);
+    }
+    const tree_ptr stored = make_stored_tree();
+    insert_keys(stored.get(), {1});
+    const int key = 1;
+    EXPECT_EQ(bt_delete(stored.get(), &key), BT_ERROR);
+    EXPECT_EQ(chained_records_of(*stored), std::vector{1});
+}
+
+TEST(StoredTree, KeepsTheMemoryThatItsLastFillingNeeded)
+{
+    fake_os::reset();
+    tree_ptr tree = make_stored_tree();
+    const int64_t bare = fake_os::blocks_in_use();
+    const auto fill = [&tree](int count) {
+        insert_keys(tree.get(), random_keys(1, count));
+        insert_keys(ostrum::create_inner_tree(*tree), random_keys(2, count));
+        EXPECT_EQ(bt_empty(tree.get()), BT_EMPTIED);
+        return fake_os::blocks_in_use();
+    };
+    const int64_t full = fill(3000);
+    const int64_t made = fake_os::calls_made(call::allocate);
+    EXPECT_EQ(fill(3000), full);
+    EXPECT_EQ(fake_os::calls_made(call::allocate), made) << "filled again without the heap";
+    EXPECT_LT(fill(30), full / 10);
+    ostrum::give_back_memory(*tree);
+    EXPECT_EQ(fake_os::blocks_in_use(), bare);
+    insert_keys(tree.get(), {1});
+    const int64_t in_use = fake_os::blocks_in_use();
+    ostrum::give_back_memory(*tree);
+    EXPECT_EQ(fake_os::blocks_in_use(), in_use) << "nothing of a tree with records";
+    tree.reset();
+    EXPECT_EQ(fake_os::blocks_in_use(), 0);
+}
+
+TEST(StoredTree, ReleasesTheRecordsOfAllItsTreesWhenTheOutermostIsEmptied)
+{
+    released.clear();
+    const tree_ptr tree = make_stored_tree();
+    insert_keys(tree.get(), {1, 2});
+    bt_tree* inner = ostrum::create_inner_tree(*tree);
+    insert_keys(inner, {3});
+    EXPECT_EQ(bt_destroy(inner), BT_EMPTIED);
+    EXPECT_EQ(released, std::vector<int>{});
+    bt_empty(tree.get());
+    EXPECT_EQ(released, (std::vector<int>{1, 2, 3}));
+    bt_empty(tree.get());
+    EXPECT_EQ(released.size(), 3U);
+}
+
+TEST(StoredTree, NoMemoryLeavesItAsItWas)
+{
+    fake_os::reset();
+    fake_os::fail(call::allocate, 1, ENOMEM);
+    EXPECT_EQ(make_stored_tree(), nullptr);
+    for (const int64_t nth : {1, 2}) { // for its nodes, for its records
+        const tree_ptr tree = make_stored_tree();
+        const int record[2] = {1, 1};
+        fake_os::fail(call::allocate, nth, ENOMEM);
+        EXPECT_EQ(bt_insert(tree.get(), record, nullptr, nullptr), BT_FAIL);
+        EXPECT_EQ(chained_records_of(*tree), std::vector<int>{});
+        insert_keys(tree.get(), {2, 1, 3});
+        EXPECT_EQ(chained_records_of(*tree), (std::vector<int>{1, 2, 3}));
+        fake_os::fail(call::allocate, 1, ENOMEM);
+        EXPECT_EQ(ostrum::create_inner_tree(*tree), nullptr);
     }
 }
 

@@ -1,3 +1,7 @@
+#include <cstddef>
+#include <cstring>
+
+#include "ordered_tree/stored_tree.h"
 #include "perf_log/aggregation/call_frame.h"
 #include "util/diagnostics.h"
 
@@ -12,13 +16,14 @@ agg_node*& node_of_level(call_frame& frame, const agg_node& key)
     return key.single_trace != 0 ? frame.single_node : frame.node;
 }
 
-bt_tree* tree_of_callees(agg_node* parent, int32_t level)
+// The tree of what the parent calls, made with the first call; it lives in the memory of the root tree.
+bt_tree* tree_of_callees(agg_node* parent, const bt_tree* root, int32_t level)
 {
     if (parent == nullptr) {
         return nullptr;
     }
     if (parent->sub_opcode_tree == nullptr) {
-        parent->sub_opcode_tree = ostrum::create_agg_tree();
+        parent->sub_opcode_tree = root != nullptr ? ostrum::create_inner_tree(*root) : nullptr;
         if (parent->sub_opcode_tree == nullptr) {
             err_print("insert_agg_node : failed creating new sub-opcode tree for opcode[%d] at level[%d]\n",
                       parent->opcode, level);
@@ -27,18 +32,56 @@ bt_tree* tree_of_callees(agg_node* parent, int32_t level)
     return parent->sub_opcode_tree;
 }
 
+// All of the key but the texts, which the node gets copies of from where the key's pointers lead.
+void copy_key(agg_node& node, const agg_node& key)
+{
+    node.opcode = key.opcode;
+    node.flags = key.flags;
+    node.level = key.level;
+    node.pid = key.pid;
+    node.tid = key.tid;
+    node.lineno = key.lineno;
+    constexpr size_t rest = offsetof(agg_node, db_num);
+    memcpy(&node.db_num, reinterpret_cast<const char*>(&key) + rest, sizeof(agg_node) - rest);
+}
+
+// Finds or makes the node of the key's path in its tree, as bt_insert does with agg_upd_fn, but without the
+// way through a copy of the whole key.
+uint32_t find_or_insert(bt_tree& tree, const agg_node& key, agg_node*& node)
+{
+    ostrum::tree_place place;
+    ostrum::bt_node* found = ostrum::find_node(
+        tree, [&key](const void* record) { return __ostrum_agg_cmp_fn(&key, record); }, place);
+    uint32_t status = BT_EXISTED;
+    if (ostrum::is_empty(found)) {
+        found = ostrum::make_node(tree);
+        if (found == nullptr) {
+            return BT_FAIL;
+        }
+        ostrum::attach_node(tree, found, place);
+        copy_key(*static_cast<agg_node*>(found->data), key);
+        status = BT_INSERTED;
+    }
+    node = static_cast<agg_node*>(found->data);
+    const bool accepted = agg_upd_fn(node, &key, status, nullptr) == 1;
+    if (node->bucket_def != nullptr) {
+        ostrum::keep_release(tree);
+    }
+    return accepted ? status : static_cast<uint32_t>(BT_FAIL);
+}
+
 } // namespace
 
 uint32_t insert_agg_node(bt_tree* root, call_frame* stack, const agg_node* key, int32_t level, agg_node** out)
 {
-    bt_tree* tree = level == 0 ? root : tree_of_callees(node_of_level(stack[level - 1], *key), level);
-    void* found = nullptr;
-    const uint32_t result = bt_insert(tree, key, &found, agg_upd_fn);
+    bt_tree* tree = level == 0 ? root : tree_of_callees(node_of_level(stack[level - 1], *key), root, level);
+    agg_node* node = nullptr;
+    const uint32_t result =
+        tree != nullptr ? find_or_insert(*tree, *key, node) : static_cast<uint32_t>(BT_FAIL);
     if (result != BT_INSERTED && result != BT_EXISTED) {
         err_print("insert_agg_node : failed inserting opcode[%d] level[%d]\n", key->opcode, level);
         return BT_FAIL;
     }
-    auto* node = static_cast<agg_node*>(found);
     node_of_level(stack[level], *key) = node;
     if (out != nullptr) {
         *out = node;

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "ordered_tree/stored_tree.h"
 #include "util/diagnostics.h"
 #include "util/resources.h"
 
@@ -63,11 +64,21 @@ int32_t compare_texts(const agg_node& key, const agg_node& node)
     return result;
 }
 
+// What a node owns outside its tree's memory.
+void release_buckets(void* record)
+{
+    auto* node = static_cast<agg_node*>(record);
+    while (total_record* bucket = node->main.next) {
+        node->main.next = bucket->next;
+        ostrum::os::release(bucket);
+    }
+}
+
 } // namespace
 
 bt_tree* ostrum::create_agg_tree()
 {
-    return bt_create(sizeof(agg_node), __ostrum_agg_cmp_fn, __ostrum_agg_free_fn);
+    return create_stored_tree(sizeof(agg_node), __ostrum_agg_cmp_fn, release_buckets);
 }
 
 uint64_t ostrum_hash_aggr_node(const agg_node* key)
@@ -118,10 +129,6 @@ void __ostrum_agg_free_fn(void* record)
         err_print("__ostrum_agg_free_fn : error destroying sub-tree\n");
         return;
     }
-    for (total_record* bucket = node->main.next; bucket != nullptr;) {
-        total_record* next = bucket->next;
-        ostrum::os::release(bucket);
-        bucket = next;
-    }
+    release_buckets(node);
     ostrum::os::release(node);
 }

@@ -2,7 +2,8 @@
 #define OSTRUM_PERF_LOG_AGGREGATION_AGG_NODE_H
 // One call path of a context's aggregation tree: the record that the trees store and, with pointers in
 // place of the text copies, the key that callers build on their stack. Trees of nodes are made with
-// sizeof(agg_node), __ostrum_agg_cmp_fn and __ostrum_agg_free_fn.
+// create_agg_tree(), or with sizeof(agg_node), __ostrum_agg_cmp_fn and __ostrum_agg_free_fn: their nodes are
+// then blocks of the heap.
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -77,7 +78,8 @@ struct agg_node {
 static_assert(sizeof(agg_node) == 768);
 static_assert(offsetof(agg_node, main) == 608);
 
-// A new tree of nodes, or null when memory is short.
+// A new tree of nodes, which holds the memory of all its nodes and of the trees below them; null when memory
+// is short.
 bt_tree* create_agg_tree();
 
 struct destroy_agg_tree {

@@ -7,6 +7,7 @@
 
 #include "config/settings.h"
 #include "data_file/locks.h"
+#include "ordered_tree/stored_tree.h"
 #include "perf_log/output/tree_writer.h"
 #include "util/append_file.h"
 #include "util/diagnostics.h"
@@ -164,6 +165,9 @@ int32_t flush_aggregation_tree_to_file(trace_source* source, bt_tree* tree)
                     source->tid, source->key, source->new_node_count);
     }
     if (source->new_node_count == 0) {
+        if (tree != nullptr) {
+            give_back_memory(*tree); // of an idle context
+        }
         return 0;
     }
     const int32_t node_count = source->new_node_count;
