@@ -1,5 +1,6 @@
 #include "util/append_buffer.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -17,6 +18,12 @@ constexpr size_t cut_at_bytes = size_t{1024} * 1024;
 constexpr size_t first_heap_bytes = size_t{64} * 1024;
 constexpr size_t longest_formatted_bytes = 2048;
 
+// The memory of the last large text, for the next one: pages that are new to the process cost more than what
+// is written into them. It begins with its size. Null while a text uses it; the others make do with new
+// memory.
+constexpr size_t most_kept_bytes = 2 * cut_at_bytes;
+constinit std::atomic<char*> kept_block{nullptr};
+
 // Cuts the file off before what was written last, unless somebody has appended to it since. Not the host's
 // own standard streams.
 void take_back(int fd, size_t written)
@@ -32,8 +39,13 @@ void take_back(int fd, size_t written)
 
 } // namespace
 
-append_buffer::append_buffer(int fd) : fd_(fd)
-{}
+append_buffer::~append_buffer()
+{
+    if (large_ && capacity_bytes_ <= most_kept_bytes) {
+        memcpy(large_.get(), &capacity_bytes_, sizeof(capacity_bytes_));
+        large_.reset(kept_block.exchange(large_.release(), std::memory_order_acq_rel));
+    }
+}
 
 void append_buffer::add_character(char c)
 {
@@ -113,8 +125,29 @@ void append_buffer::add(std::string_view text)
     }
 }
 
+// Instead of a first block of its own. False when there is none that is large enough.
+bool append_buffer::take_kept(size_t count)
+{
+    heap_ptr<char> kept{kept_block.exchange(nullptr, std::memory_order_acq_rel)};
+    size_t kept_bytes = 0;
+    if (kept) {
+        memcpy(&kept_bytes, kept.get(), sizeof(kept_bytes));
+    }
+    if (kept_bytes < used_bytes_ + count) {
+        return false;
+    }
+    memcpy(kept.get(), small_, used_bytes_);
+    large_ = std::move(kept);
+    bytes_ = large_.get();
+    capacity_bytes_ = kept_bytes;
+    return true;
+}
+
 bool append_buffer::grow(size_t count)
 {
+    if (!large_ && take_kept(count)) {
+        return true;
+    }
     size_t wanted = capacity_bytes_ < first_heap_bytes ? first_heap_bytes : capacity_bytes_ * 2;
     while (wanted < used_bytes_ + count) {
         wanted *= 2;

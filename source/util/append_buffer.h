@@ -16,7 +16,10 @@ class append_buffer {
 public:
     static constexpr size_t most_in_a_row = 2048;
 
-    explicit append_buffer(int fd);
+    explicit append_buffer(int fd) : fd_(fd) {}
+    ~append_buffer();
+    append_buffer(const append_buffer&) = delete;
+    append_buffer& operator=(const append_buffer&) = delete;
 
     void add(std::string_view text);
     void add_character(char c);
@@ -37,6 +40,7 @@ public:
 
 private:
     [[nodiscard]] bool has_room(size_t count) const { return capacity_bytes_ - used_bytes_ >= count; }
+    bool take_kept(size_t count);
     bool grow(size_t count); // so that it has room for them; false when memory is short
     void write_out();
 

@@ -23,8 +23,8 @@ struct print_context {
 } // namespace ostrum
 
 extern "C" {
-// Walk callback: writes one path, callees included. 1, or 0 when writing failed below it.
-int32_t print_aggregation_record(void* node, void* print_context, int32_t depth);
+// Writes one path, callees included. 1, or 0 when writing failed below it.
+int32_t print_aggregation_record(const void* node, void* print_context, int32_t depth);
 
 // Writes the records of a tree; with the period frame when `top_tree` is that tree itself, without when it
 // is null. Returns the number of top-level paths, or -1 after one diagnostic line.
