@@ -161,6 +161,7 @@ TEST(HostSurroundings, SmallStacks)
         expect_unharmed(run, {.exit_status = 5});
         EXPECT_EQ(run.written, run.issued);
     }
+    std::cout << ways().size() << " runs\n";
 }
 
 TEST(HostSurroundings, StandardDescriptors)
@@ -274,4 +275,5 @@ TEST(HostSurroundings, TablesAndStacksReachTheirEnds)
         }
         EXPECT_NE(run.incidents().find(c.message), std::string::npos) << run.incidents();
     }
+    std::cout << std::size(cases) << " runs\n";
 }

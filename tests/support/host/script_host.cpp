@@ -543,8 +543,8 @@ void query()
 volatile sig_atomic_t reentering = 0;
 
 const auto& others = *new std::map<std::string, std::function<void(const command&)>>{
-    {"init", [](const command&) { dprintf(STDOUT_FILENO, "init=%d\n", ostrum_init()); }},
-    {"init_quiet", [](const command&) { dprintf(STDOUT_FILENO, "init=%d\n", ostrum_init_quiet()); }},
+    {"init", [](const command&) { dprintf(report_fd, "init=%d\n", ostrum_init()); }},
+    {"init_quiet", [](const command&) { dprintf(report_fd, "init=%d\n", ostrum_init_quiet()); }},
     {"release_key", [](const command& c) { ostrum_release_liptr_by_key(getpid(), number(c, 0)); }},
     {"context_key",
      [](const command& c) {
