@@ -18,9 +18,9 @@ target_compile_options(ostrum_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-re
 target_compile_options(ostrum_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 
 if(OSTRUM_SANITIZE)
-    # Sanitizer code confuses g++ about what is initialised; the sanitizers themselves see better.
-    add_compile_options(-fsanitize=${OSTRUM_SANITIZE} -fno-sanitize-recover=all -g
-        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+    # Sanitizer code confuses g++ about what is initialised or null; the sanitizers themselves see better.
+    add_compile_options(-fsanitize=${OSTRUM_SANITIZE} -fno-sanitize-recover=all -g1
+        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized;-Wno-null-dereference>)
     add_link_options(-fsanitize=${OSTRUM_SANITIZE})
 endif()
 if(OSTRUM_COVERAGE)
