@@ -20,7 +20,7 @@ target_compile_options(ostrum_options INTERFACE -ffile-prefix-map=${PROJECT_SOUR
 if(OSTRUM_SANITIZE)
     # Sanitizer code confuses g++ about what is initialised or null; the sanitizers themselves see better.
     add_compile_options(-fsanitize=${OSTRUM_SANITIZE} -fno-sanitize-recover=all -g1
-        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized;-Wno-null-dereference>)
+        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized> $<$<CXX_COMPILER_ID:GNU>:-Wno-null-dereference>)
     add_link_options(-fsanitize=${OSTRUM_SANITIZE})
 endif()
 if(OSTRUM_COVERAGE)
