@@ -1,5 +1,7 @@
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -136,12 +138,12 @@ slow_down find_slow_downs(const tree_diff& diff, const std::vector<bool>& visibl
 
 std::string path_text(const call_tree& tree, node_index index)
 {
-    std::string text;
+    std::vector<std::string> operations; // innermost first
     for (; index != call_tree::root; index = tree.at(index).parent) {
         const path_key& key = tree.at(index).key;
-        text = operation_text(key.opname, key.opcode) + (text.empty() ? "" : " > ") + text;
+        operations.push_back(operation_text(key.opname, key.opcode));
     }
-    return text;
+    return fmt::format("{}", fmt::join(operations.rbegin(), operations.rend(), " > "));
 }
 
 // Of counts the plain number.

@@ -25,7 +25,7 @@ public:
 class followed_files {
 public:
     followed_files(const follow_options& options, const record_choice& chosen, const streams& to)
-        : options_(options), chosen_(chosen), to_(to), tree_options_(tree_options_of(chosen))
+        : options_(options), to_(to), tree_options_(tree_options_of(chosen))
     {}
 
     // True when there is something new.
@@ -73,7 +73,6 @@ private:
     }
 
     const follow_options& options_;
-    const record_choice& chosen_;
     const streams& to_;
     std::ostream nowhere_{nullptr};
     const streams quiet_{nowhere_, nowhere_, {}, false}; // a directory may be empty, or not be there yet
