@@ -87,7 +87,7 @@ bool is_library(const void* caller)
 void sleep_late()
 {
     const int saved_errno = errno;
-    const timespec late{0, 50'000'000};
+    const timespec late{0, 20'000'000};
     nanosleep(&late, nullptr);
     errno = saved_errno;
 }

@@ -5,7 +5,7 @@
 enum fault_result : int {
     fault_short = -1,   // half of a write or a read is done
     fault_nothing = -2, // it does nothing and returns 0
-    fault_late = -3     // it is done, 50 ms later
+    fault_late = -3     // it is done, 20 ms later
 };
 
 constexpr int fault_report_fd = 900; // a copy of the host's standard output

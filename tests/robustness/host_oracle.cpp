@@ -9,9 +9,18 @@
 #include <sstream>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "data_file/layout.h"
 namespace {
+
+// Each run makes and removes a data file of 5.8 MB: in memory where there is some.
+void keep_files_in_memory()
+{
+    if (access("/dev/shm", W_OK) == 0) {
+        setenv("TMPDIR", "/dev/shm", 0);
+    }
+}
 
 // The sum of all lines "NAME=NUMBER": each process of the run prints one.
 long sum_of(const std::string& text, const std::string& name)
@@ -212,6 +221,7 @@ observed_run observe(std::vector<host_setting> settings, const std::string& scri
 {
     settings.push_back({"ld_preload", sanitized() ? nullptr : OSTRUM_FAULT_SHIM});
     settings.push_back({"ostrum_var_time", "3"}); // of two the first counts
+    keep_files_in_memory();
     observed_run run;
     run.host = run_host(settings, "oracle; " + script, options);
     run.issued = sum_of(run.host.output, "issued");
@@ -234,7 +244,9 @@ void expect_unharmed(const observed_run& run, const expectation& expected)
         EXPECT_NE(incidents, "") << run.issued - run.written << " calls are lost without a message";
     }
     if (expected.undisturbed != nullptr) {
-        EXPECT_LE(run.left_open, expected.undisturbed->left_open) << incidents;
+        // The data file stays open.
+        const bool opened = incidents.find("perf_log_init : failed opening data_file[") == std::string::npos;
+        EXPECT_LE(run.left_open, expected.undisturbed->left_open - (opened ? 0 : 1)) << incidents;
         EXPECT_LE(run.blocks, expected.undisturbed->blocks) << incidents;
     }
 }
