@@ -6,6 +6,7 @@
 #include "export/sqlite_store.h"
 #include "export/stacks.h"
 #include "output/value_text.h"
+#include "prometheus/textfile.h"
 #include "tool_errors.h"
 
 namespace ostrum_tool {
@@ -15,6 +16,8 @@ struct export_choice {
     std::vector<std::string> operands;
     bool collapsed = false, speedscope = false, tsv = false, header = false;
     std::string sqlite_file, host, weight = "self";
+    std::string prometheus_file;
+    label_choice labels;
     record_choice records;
     view_choice view;
 };
@@ -117,6 +120,9 @@ int run_export(const export_choice& chosen, const streams& to)
         throw usage_error(
             "rows are exported whole: filters and grouping are for --collapsed and --speedscope");
     }
+    if (!chosen.prometheus_file.empty()) {
+        return export_prometheus(chosen.prometheus_file, chosen.operands, chosen.labels, to);
+    }
     const std::string host = chosen.host.empty() ? this_host() : printable(chosen.host);
     return chosen.tsv ? export_tsv(chosen, host, to) : export_sqlite(chosen, host, to);
 }
@@ -133,11 +139,15 @@ command_body declare_export(CLI::App& app)
                     "One row for each record, for COPY into the table of schema/postgresql.sql");
     forms->add_option("--sqlite", chosen->sqlite_file,
                       "Load new records into this SQLite database; made when missing");
+    forms->add_option("--prometheus", chosen->prometheus_file,
+                      "Metrics of data files, whole or not at all, into this file of a textfile collector; "
+                      "- for standard output");
     forms->require_option(1);
     app.add_option("--weight", chosen->weight, "Of stacks: self (default; time in ns) or calls")
         ->check(CLI::IsMember({"self", "calls"}));
     app.add_flag("--header", chosen->header, "Names of the columns in front of --tsv");
     app.add_option("--host", chosen->host, "Host that rows are known by (default: this one)");
+    add_label_options(app, chosen->labels);
     add_record_options(app, chosen->records);
     add_brief_option(app, chosen->records);
     add_grouping_options(app, chosen->records);

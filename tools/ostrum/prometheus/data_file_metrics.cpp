@@ -1,0 +1,228 @@
+#include "prometheus/data_file_metrics.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <unordered_map>
+
+#include "prometheus/figures.h"
+#include "readers/data_layout.h"
+#include "tool_errors.h"
+
+namespace ostrum_tool {
+namespace {
+
+constexpr metric_kind counter = metric_kind::counter;
+constexpr metric_kind gauge = metric_kind::gauge;
+
+constexpr metric_family file_up{"ostrum_data_file_up", gauge, "",
+                                "1 when the data file can be read, 0 when not"};
+constexpr metric_family file_problems{"ostrum_data_file_problems", gauge, "",
+                                      "Things in the data file that cannot be right"};
+constexpr metric_family file_opener{"ostrum_data_file_opened_by_pid", gauge, "",
+                                    "Process id of the host process that last opened the data file"};
+constexpr metric_family table_entries{"ostrum_table_entries", gauge, "", "Entries in use"};
+constexpr metric_family table_capacity{"ostrum_table_capacity", gauge, "",
+                                       "Entries that the table has room for; what comes then is not counted"};
+constexpr metric_family variables_changed{
+    "ostrum_variables_changed_timestamp_seconds", gauge, "seconds",
+    "When a variable was last added or set by name, since 1970; missing when unknown"};
+constexpr metric_family variable_value{"ostrum_variable", gauge, "",
+                                       "A variable that steers tracing, whose text is a number"};
+constexpr metric_family variable_text{"ostrum_variable_text", metric_kind::info, "",
+                                      "A variable that steers tracing, whose text is no number"};
+
+constexpr metric_family operation_calls{"ostrum_operation_calls", counter, "",
+                                        "Outermost calls of an operation"};
+constexpr metric_family operation_errors{"ostrum_operation_errors", counter, "", "Calls that failed"};
+constexpr metric_family operation_records{"ostrum_operation_records", counter, "",
+                                          "Records that the calls handled"};
+constexpr metric_family operation_duration{"ostrum_operation_duration_seconds", counter, "seconds",
+                                           "Time that the calls took"};
+constexpr metric_family operation_cpu{"ostrum_operation_cpu_seconds", counter, "seconds",
+                                      "CPU time of the process during the calls; 0 unless it is measured"};
+constexpr std::array<figure, 6> operation_figures{{{&operation_calls, 0, ""},
+                                                   {&operation_errors, 1, ""},
+                                                   {&operation_records, 2, ""},
+                                                   {&operation_duration, 3, ""},
+                                                   {&operation_cpu, 4, "mode=\"user\""},
+                                                   {&operation_cpu, 5, "mode=\"system\""}}};
+
+constexpr metric_family errors{"ostrum_errors", counter, "",
+                               "Errors of a kind; parts that are not recorded are 0 or missing"};
+constexpr std::array<figure, 1> error_figures{{{&errors, 0, ""}}};
+
+std::array<uint64_t, 6> numbers_of(const operation_counter& each)
+{
+    return {each.calls, each.errors, each.recs, each.total_tv, each.user_cpu_tv, each.sys_cpu_tv};
+}
+
+std::array<uint64_t, 1> numbers_of(const error_counter& each)
+{
+    return {each.count};
+}
+
+// Damaged totals must not make a sum small again.
+uint64_t capped_sum(uint64_t a, uint64_t b)
+{
+    uint64_t sum = 0;
+    return __builtin_add_overflow(a, b, &sum) ? UINT64_MAX : sum;
+}
+
+// The records of a table, those of equal labels as one, in order of first appearance.
+template <typename Record, size_t Figures>
+void add_table(exposition& out, const std::vector<exported_file>& files,
+               std::vector<Record> data_file::*table, const label_choice& chosen,
+               const std::array<figure, Figures>& figures)
+{
+    std::unordered_map<std::string, size_t> places;
+    std::vector<const std::string*> labels;
+    std::vector<std::array<uint64_t, Figures>> sums;
+    for (const exported_file& file : files) {
+        if (!file.content) {
+            continue;
+        }
+        for (const Record& record : (*file.content).*table) {
+            std::string label_text = file_label(file);
+            add_key_labels(label_text, record, chosen);
+            const auto [entry, is_new] = places.try_emplace(std::move(label_text), sums.size());
+            if (is_new) {
+                labels.push_back(&entry->first);
+                sums.emplace_back();
+            }
+            const auto numbers = numbers_of(record);
+            auto& sum = sums[entry->second];
+            std::transform(sum.begin(), sum.end(), numbers.begin(), sum.begin(), capped_sum);
+        }
+    }
+    for (size_t row = 0; row < figures.size(); ++row) {
+        begin_figure(out, figures, row);
+        for (size_t at = 0; at < sums.size(); ++at) {
+            add_figure(out, figures[row], *labels[at], sums[at][figures[row].place]);
+        }
+    }
+}
+
+// Calls `visit` with each file that could be read and its labels.
+template <typename Visit>
+void for_each_content(const std::vector<exported_file>& files, Visit visit)
+{
+    for (const exported_file& file : files) {
+        if (file.content) {
+            visit(*file.content, file_label(file));
+        }
+    }
+}
+
+void add_file_states(exposition& out, const std::vector<exported_file>& files)
+{
+    out.begin(file_up);
+    for (const exported_file& file : files) {
+        out.sample(file_label(file), uint64_t{file.content ? 1U : 0U});
+    }
+    out.begin(file_problems);
+    for_each_content(files, [&](const data_file& content, const std::string& labels) {
+        out.sample(labels, uint64_t{content.problems.size()});
+    });
+    out.begin(file_opener);
+    for_each_content(files, [&](const data_file& content, const std::string& labels) {
+        out.sample(labels, std::to_string(content.pid));
+    });
+    out.begin(variables_changed);
+    for_each_content(files, [&](const data_file& content, const std::string& labels) {
+        if (content.variables_changed_tv > 0) {
+            out.sample_seconds(labels, static_cast<uint64_t>(content.variables_changed_tv));
+        }
+    });
+}
+
+void add_table_states(exposition& out, const std::vector<exported_file>& files)
+{
+    const auto add = [&](const metric_family& family, const auto& numbers_of_file) {
+        out.begin(family);
+        for_each_content(files, [&](const data_file& content, const std::string& labels) {
+            for (const auto& [layout, number] : numbers_of_file(content)) {
+                std::string table_labels = labels;
+                add_label(table_labels, "table", layout->name);
+                out.sample(table_labels, uint64_t{number});
+            }
+        });
+    };
+    using table_number = std::pair<const table_layout*, size_t>;
+    add(table_entries, [](const data_file& content) {
+        return std::array{table_number{&counter_table, content.counters.size()},
+                          table_number{&error_table, content.errors.size()},
+                          table_number{&variable_table, content.variables.size()}};
+    });
+    add(table_capacity, [](const data_file&) {
+        return std::array{table_number{&counter_table, counter_table.entries},
+                          table_number{&error_table, error_table.entries},
+                          table_number{&variable_table, variable_table.entries}};
+    });
+}
+
+bool is_number(const std::string& text)
+{
+    double number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc{} && stop == end && std::isfinite(number);
+}
+
+// Names are unique in a file in order; in a damaged one the first counts.
+void add_variables(exposition& out, const std::vector<exported_file>& files)
+{
+    for (const bool numbers : {true, false}) {
+        out.begin(numbers ? variable_value : variable_text);
+        for_each_content(files, [&](const data_file& content, const std::string& file_labels) {
+            std::unordered_map<std::string, bool> seen;
+            for (const variable& each : content.variables) {
+                std::string labels = file_labels;
+                add_label(labels, "name", each.name);
+                if (!seen.try_emplace(labels, true).second || is_number(each.value) != numbers) {
+                    continue;
+                }
+                if (!numbers) {
+                    add_label(labels, "value", each.value);
+                }
+                out.sample(labels, numbers ? each.value : "1");
+            }
+        });
+    }
+}
+
+} // namespace
+
+std::vector<exported_file> read_exported_files(const std::vector<std::string>& paths)
+{
+    std::vector<exported_file> files;
+    for (const std::string& path : paths) {
+        const auto same_path = [&](const exported_file& file) { return file.path == path; };
+        if (std::any_of(files.begin(), files.end(), same_path)) {
+            continue; // its series would be there twice
+        }
+        exported_file& file = files.emplace_back(exported_file{path, std::nullopt, ""});
+        try {
+            file.content = read_data_file(path);
+        } catch (const input_error& error) {
+            file.failure = error.what();
+        }
+    }
+    return files;
+}
+
+std::string exposition_of(const std::vector<exported_file>& files, const label_choice& labels,
+                          exposition_format format)
+{
+    exposition out(format);
+    add_file_states(out, files);
+    add_table_states(out, files);
+    add_variables(out, files);
+    add_process_metrics(out, files);
+    add_table(out, files, &data_file::counters, labels, operation_figures);
+    add_table(out, files, &data_file::errors, labels, error_figures);
+    return out.finish();
+}
+
+} // namespace ostrum_tool

@@ -1,0 +1,125 @@
+#include "serve/http_server.h"
+
+#include <chrono>
+#include <exception>
+#include <thread>
+
+#include <microhttpd.h>
+
+#include "tool_errors.h"
+
+namespace ostrum_tool {
+namespace {
+
+// Far beyond what scrapers and people need; a client that stalls does not hold the others up.
+constexpr unsigned most_connections = 64;
+constexpr unsigned idle_limit_s = 30;
+constexpr auto longest_farewell = std::chrono::seconds(5);
+constexpr auto farewell_step = std::chrono::milliseconds(5);
+
+std::string_view header(MHD_Connection* connection, const char* name)
+{
+    const char* const value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
+    return value != nullptr ? value : "";
+}
+
+// The library keeps the body until it is sent; it is not copied for that.
+MHD_Response* response_of(http_reply& reply)
+{
+    auto body = std::make_unique<std::string>(std::move(reply.body));
+    MHD_Response* const response = MHD_create_response_from_buffer_with_free_callback_cls(
+        body->size(), body->data(), [](void* kept) { delete static_cast<std::string*>(kept); }, body.get());
+    if (response != nullptr) {
+        static_cast<void>(body.release()); // the callback deletes it
+    }
+    return response;
+}
+
+MHD_Result send(MHD_Connection* connection, http_reply reply)
+{
+    MHD_Response* const response = response_of(reply);
+    if (response == nullptr) {
+        return MHD_NO; // closes the connection
+    }
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, reply.content_type.c_str());
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
+    MHD_add_response_header(response, MHD_HTTP_HEADER_VARY, MHD_HTTP_HEADER_ACCEPT);
+    MHD_add_response_header(response, "X-Content-Type-Options", "nosniff");
+    if (reply.status == MHD_HTTP_METHOD_NOT_ALLOWED) {
+        MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
+    }
+    const MHD_Result queued = MHD_queue_response(connection, reply.status, response);
+    MHD_destroy_response(response);
+    return queued;
+}
+
+} // namespace
+
+// What the library calls: no exception may pass through it.
+struct http_callbacks {
+    static MHD_Result on_request(void* given, MHD_Connection* connection, const char* path,
+                                 const char* method, const char*, const char*, size_t* upload_bytes,
+                                 void** request)
+    {
+        http_server& server = *static_cast<http_server*>(given);
+        if (*request == nullptr) { // the headers are there
+            *request = &server;
+            ++server.under_way_;
+            return MHD_YES;
+        }
+        if (*upload_bytes > 0) {
+            *upload_bytes = 0; // nothing here takes a body
+            return MHD_YES;
+        }
+        try {
+            return send(connection, reply_to(server, connection, path, method));
+        } catch (const std::exception&) {
+            return MHD_NO; // memory is short; the connection is closed
+        }
+    }
+
+    static http_reply reply_to(const http_server& server, MHD_Connection* connection, const char* path,
+                               std::string_view method)
+    {
+        if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
+            return {MHD_HTTP_METHOD_NOT_ALLOWED, "text/plain; charset=utf-8", "only GET and HEAD\n"};
+        }
+        return server.answer_({path, header(connection, MHD_HTTP_HEADER_ACCEPT)});
+    }
+
+    static void on_completed(void* given, MHD_Connection*, void** request, MHD_RequestTerminationCode)
+    {
+        if (*request != nullptr) {
+            --static_cast<http_server*>(given)->under_way_;
+        }
+    }
+};
+
+http_server::http_server(int listening_fd, request_handler answer)
+    : answer_(std::move(answer)),
+      daemon_(MHD_start_daemon(MHD_USE_AUTO_INTERNAL_THREAD | MHD_USE_ITC, 0, nullptr, nullptr,
+                               &http_callbacks::on_request, this, MHD_OPTION_LISTEN_SOCKET, listening_fd,
+                               MHD_OPTION_NOTIFY_COMPLETED, &http_callbacks::on_completed, this,
+                               MHD_OPTION_CONNECTION_LIMIT, most_connections, MHD_OPTION_CONNECTION_TIMEOUT,
+                               idle_limit_s, MHD_OPTION_END))
+{
+    if (!daemon_) {
+        throw input_error("the HTTP server does not start");
+    }
+}
+
+http_server::~http_server()
+{
+    MHD_quiesce_daemon(daemon_.get()); // the listening socket is its owner's again
+    const auto end = std::chrono::steady_clock::now() + longest_farewell;
+    while (under_way_ > 0 && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(farewell_step);
+    }
+}
+
+void http_server::stopper::operator()(MHD_Daemon* daemon) const
+{
+    MHD_stop_daemon(daemon);
+}
+
+} // namespace ostrum_tool
