@@ -309,8 +309,14 @@ int join_thread(pthread_t thread)
 
 int join_thread_within(pthread_t thread, int64_t duration_tv)
 {
+    // On the clock that nobody sets, where the build allows it: ThreadSanitizer knows the older call only.
+#ifdef __SANITIZE_THREAD__
     const timespec until = as_timespec(realtime_ns() + duration_tv);
     return pthread_timedjoin_np(thread, nullptr, &until);
+#else
+    const timespec until = as_timespec(monotonic_ns() + duration_tv);
+    return pthread_clockjoin_np(thread, nullptr, CLOCK_MONOTONIC, &until);
+#endif
 }
 
 bool register_barrier_in_all_threads()

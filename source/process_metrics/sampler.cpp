@@ -12,6 +12,7 @@
 #include "process_metrics/proc_info.h"
 #include "process_state/process_state.h"
 #include "process_state/signals.h"
+#include "util/clock_checks.h"
 #include "util/diagnostics.h"
 #include "util/local_time.h"
 #include "util/time_value.h"
@@ -51,7 +52,7 @@ bool handles_signal()
 
 bool is_due(const sampler_state& sampler, int64_t now_tv)
 {
-    if (sampler.g_proc_data_next_tv < now_tv) {
+    if (is_due_by_clock(now_tv, sampler.g_proc_data_next_tv, configured().status_check_tv)) {
         return true;
     }
     if (debug_on(debug_general)) {

@@ -129,7 +129,8 @@ TEST_F(TimedFlush, ClosesThePeriodOfIdleContexts)
     op_event event{};
     event.opcode = 5;
     event.phase = op_phase::start;
-    contexts_[1]->next_status_check_tv = INT64_MAX; // its own look at the period is not due
+    settings_for_startup().status_check_tv = 3600 * second;
+    contexts_[1]->next_status_check_tv = ostrum_now_tv() + second; // its own look at the period is not due
     write_log(contexts_[1], &event);
     timeout_handler_func("test");
     EXPECT_EQ(contexts_[0]->trace.file, nullptr);

@@ -4,6 +4,7 @@
 
 #include "perf_log/aggregation/agg_node.h"
 #include "perf_log/output/trace_file.h"
+#include "util/clock_checks.h"
 #include "util/diagnostics.h"
 #include "util/resources.h"
 #include "util/time_value.h"
@@ -19,7 +20,7 @@ constinit flush_record the_record{nullptr, 0, nullptr, 0, PTHREAD_MUTEX_INITIALI
 
 time_text time_since(int64_t started_tv)
 {
-    return formatted_time(os::realtime_ns() - started_tv, format_seconds_us);
+    return formatted_time(elapsed_since(started_tv), format_seconds_us);
 }
 
 // The copy keeps the old tree, the texts of its period and a share of the file.

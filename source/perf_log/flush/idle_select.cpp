@@ -9,6 +9,7 @@
 #include "os/os_calls.h"
 #include "perf_log/flush/timed_flush.h"
 #include "process_state/process_state.h"
+#include "util/clock_checks.h"
 #include "util/resources.h"
 
 namespace ostrum {
@@ -27,8 +28,7 @@ void run_timed_flush_when_due()
     const library_scope scope;
     const int64_t now_tv = os::realtime_ns();
     const int64_t next_tv = next_check_tv.load(std::memory_order_relaxed);
-    const bool clock_set_back = next_tv > now_tv + ns_per_second;
-    if (!scope.entered() || (next_tv >= now_tv && !clock_set_back)) {
+    if (!scope.entered() || !is_due_by_clock(now_tv, next_tv, ns_per_second)) {
         return;
     }
     timeout_handler_func("select_timeout");

@@ -31,7 +31,8 @@ struct present_period {
 bool flush_is_due(const log_context& context, int64_t now_tv)
 {
     const int64_t next_flush_tv = due_time(context.trace.next_flush_tv);
-    return (next_flush_tv > 0 && next_flush_tv <= now_tv) || due_time(context.trace.period.end_tv) <= now_tv;
+    return (next_flush_tv > 0 && next_flush_tv <= now_tv) ||
+           due_time(context.trace.period.end_tv) <= now_tv || was_set_back_since_flush(context.trace, now_tv);
 }
 
 // In a new period too: what belongs to the old one must not go into the next file.

@@ -8,6 +8,7 @@
 #include "flist_trace/flist_file.h"
 #include "perf_log/flush/flush.h"
 #include "perf_log/output/trace_file.h"
+#include "util/clock_checks.h"
 #include "util/diagnostics.h"
 #include "util/resources.h"
 
@@ -19,7 +20,7 @@ void refresh_modes(log_context& context)
 {
     rt_info* data_file = __ostrum_get_data_file_handle();
     const int64_t modified_tv = perf_data_file_var_last_mod_t(data_file);
-    if (modified_tv <= context.variables_stamp_tv) {
+    if (modified_tv == context.variables_stamp_tv) { // earlier, too, when the clock was set back
         return;
     }
     variable_handles& handles = context.variables;
@@ -49,10 +50,13 @@ bool find_new_period(const log_context& context, int64_t now_tv, aggregation_per
 // The modes and the period are looked at once per status check interval.
 bool status_check(log_context& context, int64_t now_tv, aggregation_period& period)
 {
-    if (now_tv <= context.next_status_check_tv) {
+    if (!is_due_by_clock(now_tv, context.next_status_check_tv, configured().status_check_tv)) {
         return false;
     }
     refresh_modes(context);
+    if (was_set_back_since_flush(context.trace, now_tv)) {
+        context.flush_requested = true;
+    }
     const bool new_period = find_new_period(context, now_tv, period);
     context.next_status_check_tv = now_tv + configured().status_check_tv;
     return new_period;

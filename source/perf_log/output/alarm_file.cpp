@@ -9,6 +9,7 @@
 #include "host_access/correlation.h"
 #include "util/append_buffer.h"
 #include "util/append_file.h"
+#include "util/clock_checks.h"
 #include "util/diagnostics.h"
 #include "util/text.h"
 #include "util/time_value.h"
@@ -167,7 +168,7 @@ void perf_alarm_persist(unique_fd* file, const alarm_record* alarm, int32_t clos
     if (length > 0 && debug_on(debug_general)) {
         debug_print("perf_alarm_persist : pid[%d] tid[%lu] write time[%s] alarm_size[%d]\n",
                     static_cast<int>(alarm->pid), alarm->tid,
-                    formatted_time(os::realtime_ns() - write_tv, format_seconds_us).text,
+                    formatted_time(elapsed_since(write_tv), format_seconds_us).text,
                     static_cast<int>(length));
     }
 }

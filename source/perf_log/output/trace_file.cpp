@@ -10,6 +10,7 @@
 #include "ordered_tree/stored_tree.h"
 #include "perf_log/output/tree_writer.h"
 #include "util/append_file.h"
+#include "util/clock_checks.h"
 #include "util/diagnostics.h"
 #include "util/text.h"
 
@@ -140,6 +141,11 @@ void open_log_file(trace_source* source)
 {
     if (configured().single_file) {
         source->single_file = true;
+bool ostrum::was_set_back_since_flush(const trace_source& source, int64_t now_tv)
+{
+    return was_set_back(now_tv, due_time(source.next_flush_tv), configured().flush_frequency_tv);
+}
+
         return;
     }
     char path[path_bytes];
@@ -181,7 +187,7 @@ int32_t flush_aggregation_tree_to_file(trace_source* source, bt_tree* tree)
         char elapsed[32];
         debug_print("flush_aggregation_tree_to_file : pid/tid/key[%d/%lu/%d] nodes[%d] flush time[%s]\n",
                     source->pid, source->tid, source->key, record_count,
-                    ostrum_fmt_tv(os::realtime_ns() - started_tv, elapsed, sizeof(elapsed), 9));
+                    ostrum_fmt_tv(elapsed_since(started_tv), elapsed, sizeof(elapsed), 9));
     }
     return record_count;
 }

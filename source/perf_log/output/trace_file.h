@@ -12,6 +12,8 @@ void close_trace_file(trace_source& source);
 
 // After a flush: the last one was now, the next is due one flush frequency later.
 void move_flush_times_on(trace_source& source);
+// The clock was: what is due by its old time would wait for as long. Reads one word, without the lock.
+bool was_set_back_since_flush(const trace_source& source, int64_t now_tv);
 
 } // namespace ostrum
 
