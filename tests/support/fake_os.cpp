@@ -32,6 +32,7 @@ struct fault {
 
 std::array<fault, static_cast<size_t>(call::count_of_calls)> faults;
 std::atomic<int64_t> frozen_tv{-1};
+std::atomic<int64_t> frozen_monotonic_tv{-1};
 std::atomic<int64_t> blocks{0};
 std::mutex environment_mutex;
 std::map<std::string, std::optional<std::string>> environment_overrides;
@@ -64,6 +65,7 @@ void reset()
         f.fail_at = 0;
     }
     frozen_tv = -1;
+    frozen_monotonic_tv = -1;
     blocks = 0;
     const std::lock_guard<std::mutex> guard(environment_mutex);
     environment_overrides.clear();
@@ -90,6 +92,21 @@ void freeze_clock(int64_t realtime_tv)
 void advance_clock(int64_t by_tv)
 {
     frozen_tv += by_tv;
+}
+
+void freeze_monotonic()
+{
+    frozen_monotonic_tv = 0;
+}
+
+void advance_monotonic(int64_t by_tv)
+{
+    frozen_monotonic_tv += by_tv;
+}
+
+int64_t monotonic_tv()
+{
+    return frozen_monotonic_tv;
 }
 
 void set_environment(const char* name, const char* value)
@@ -142,7 +159,8 @@ int64_t realtime_ns()
 
 int64_t monotonic_ns()
 {
-    return real_os::monotonic_ns();
+    const int64_t frozen = fake_os::frozen_monotonic_tv;
+    return frozen >= 0 ? frozen : real_os::monotonic_ns();
 }
 
 bool wall_clock(timeval& now)
@@ -171,7 +189,11 @@ bool local_time(time_t seconds, tm& fields)
 
 void sleep_ns(int64_t duration_tv)
 {
-    real_os::sleep_ns(duration_tv);
+    if (fake_os::frozen_monotonic_tv >= 0) {
+        fake_os::advance_monotonic(duration_tv);
+    } else {
+        real_os::sleep_ns(duration_tv);
+    }
 }
 
 void* allocate_zeroed(size_t bytes)
