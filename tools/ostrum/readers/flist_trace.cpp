@@ -81,11 +81,14 @@ public:
                 return false;
             }
             fields.tm_isdst = -1;
-            minute_tv_ = static_cast<int64_t>(mktime(&fields)) * ns_per_second;
+            int64_t minute_tv = 0;
+            if (__builtin_mul_overflow(mktime(&fields), ns_per_second, &minute_tv)) {
+                return false; // a year beyond 2262, or before 1678
+            }
+            minute_tv_ = minute_tv;
             minute_ = copy;
         }
-        time_tv = minute_tv_ + seconds_tv;
-        return true;
+        return !__builtin_add_overflow(minute_tv_, seconds_tv, &time_tv);
     }
 
 private:

@@ -126,6 +126,7 @@ void trace_parser::open_frame(const start_record& record, uint64_t offset)
 void trace_parser::open(const start_record& record, uint64_t offset)
 {
     drop_from_level(record.level, offset);
+    drop_bucket(offset);
     fill_up_to_level(record.level, offset);
     if (record.bucket > 0 && record.level > first_path_level) {
         stack_.push_back({record_role::bucket, record.level, record.bucket, offset});
@@ -138,6 +139,7 @@ void trace_parser::open(const start_record& record, uint64_t offset)
 // Keeps the pairing of what follows right: the figures of this record are still to come.
 void trace_parser::open_unreadable(uint64_t offset)
 {
+    drop_bucket(offset);
     if (top_level() < max_printed_level) {
         push_missing(top_level() + 1, offset);
     }
@@ -196,6 +198,14 @@ void trace_parser::drop_from_level(int32_t level, uint64_t offset)
     }
     if (dropped > 0) {
         sink_.on_damage(offset, std::to_string(dropped) + " start records have no figures");
+    }
+}
+
+// Nothing but its figures follows the start record of a bucket: what stands below it would not belong to it.
+void trace_parser::drop_bucket(uint64_t offset)
+{
+    if (!stack_.empty() && stack_.back().role == record_role::bucket) {
+        drop_from_level(top_level(), offset);
     }
 }
 

@@ -79,6 +79,7 @@ private:
     void close_frame(const figures& record, const text_line& line);
     void drop_top();
     void drop_from_level(int32_t level, uint64_t offset);
+    void drop_bucket(uint64_t offset);
     void fill_up_to_level(int32_t level, uint64_t offset);
 
     [[nodiscard]] int32_t top_level() const { return stack_.empty() ? 0 : stack_.back().level; }

@@ -37,7 +37,10 @@ int64_t period_begin(int64_t time_tv, int64_t period_tv)
     tm fields{};
     localtime_r(&seconds, &fields);
     const int64_t offset_tv = fields.tm_gmtoff * ns_per_second;
-    const int64_t local_tv = time_tv + offset_tv;
+    int64_t local_tv = 0;
+    if (__builtin_add_overflow(time_tv, offset_tv, &local_tv)) {
+        return time_tv; // the last hours that a time can tell are no period
+    }
     return local_tv - local_tv % period_tv - offset_tv;
 }
 
