@@ -25,6 +25,14 @@ void write_signature(data_file_image& image)
     snprintf(image.signature, sizeof image.signature, "ostrum-%2dbit\n", 64);
 }
 
+// Whether the process that created the file died before the process id, which comes last. What a host has
+// counted into since, for want of its turn, stays as it is.
+bool left_unfinished(const mapped_file& file)
+{
+    const data_file_image& image = *file.image;
+    return file.turn.held() && image.pid == 0 && image.counter_count == 0 && image.error_count == 0;
+}
+
 // A fresh file gets everything, whatever the flags say.
 void initialise_as_asked(rt_info& handle, bool fresh, uint32_t flags)
 {
@@ -65,8 +73,10 @@ rt_info* __perf_data_file_open(const char* path, uint32_t flags)
     if (!file.image) {
         return nullptr;
     }
+    const bool by_host = (flags & DATA_FILE_SET_PID) != 0; // monitoring programs leave a file as it is
+    const bool fresh = file.fresh || (by_host && left_unfinished(file));
     *handle = {file.image.release(), file.fd.release(), own_path.release()};
-    initialise_as_asked(*handle, file.fresh, flags); // in our turn, which ends with this function
+    initialise_as_asked(*handle, fresh, flags); // in our turn, which ends with this function
     return handle.release();
 }
 

@@ -25,6 +25,8 @@ public:
     opening_turn& operator=(const opening_turn&) = delete;
     ~opening_turn();
 
+    [[nodiscard]] bool held() const { return fd_ >= 0; }
+
 private:
     int fd_ = -1; // borrowed; -1 = not held
 };

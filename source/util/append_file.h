@@ -8,5 +8,9 @@ namespace ostrum {
 // end of a FIFO. errno is set when it cannot.
 unique_fd open_for_appending(const char* path);
 
+// Whether the last line of the file has no end: a process was killed while it wrote. False also where that
+// cannot be told.
+bool ends_within_line(const char* path);
+
 } // namespace ostrum
 #endif

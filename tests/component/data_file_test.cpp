@@ -198,6 +198,23 @@ TEST_F(data_file_test, AFileBeingCreatedByAnotherProcessIsWaitedFor)
     EXPECT_NE(add_counter(1), nullptr);
 }
 
+TEST_F(data_file_test, AFileWhoseCreatorDiedIsFinishedByTheNextHost)
+{
+    fake_os::set_environment("OSTRUM_VAR_TIME", "1");
+    write_file_of(correct_size);
+    ASSERT_NE(open(DATA_FILE_MUST_EXIST), nullptr);
+    EXPECT_EQ(image().variable_count, 0U) << "a monitoring program leaves it as it is";
+    ASSERT_NE(open(), nullptr);
+    EXPECT_EQ(image().variable_count, 1U);
+    EXPECT_STREQ(image().signature, "ostrum-64bit\n");
+
+    add_counter(1);
+    image().pid = 0;
+    ASSERT_NE(open(), nullptr);
+    EXPECT_EQ(image().counter_count, 1U) << "somebody has counted into it";
+    fake_os::set_environment("OSTRUM_VAR_TIME", nullptr);
+}
+
 TEST_F(data_file_test, ContentsStayUntilTheyAreReset)
 {
     ASSERT_NE(open(), nullptr);

@@ -102,6 +102,19 @@ TEST_F(TraceFile, SharedFileIsRotatedAtTheLimitAndNeverOverwritesAnOlderOne)
     EXPECT_EQ(temp_dir::read(rotated).size(), static_cast<size_t>(3 * one_flush));
 }
 
+TEST_F(TraceFile, HalfALineOfAKilledProcessIsEndedBeforeTheNextOne)
+{
+    use_single_file(1 << 30);
+    const std::string path = dir_.write("all.7.20251115_131500.20251115_133000.plog.txt", "S,1,0,3");
+    for (int flush = 0; flush < 2; ++flush) {
+        run({.opcode = 3}, ms);
+        flush_aggregation_tree_to_file(&context().trace, context().trace.tree);
+    }
+    const std::string text = temp_dir::read(path);
+    EXPECT_EQ(text.find("S,1,0,3\nS,0,0,-2,"), 0U) << text;
+    EXPECT_EQ(text.find("\n\n"), std::string::npos) << "a whole line has its end already";
+}
+
 TEST_F(TraceFile, FailuresAreReportedAndTheNextFlushWorks)
 {
     const std::string failed = " - nodes[1] - failed to flush\n";

@@ -57,9 +57,13 @@ bool rotate_when_full(int fd, const char* path)
     return true;
 }
 
-bool write_tree(int fd, const trace_source& source, bt_tree* tree, int32_t& record_count)
+bool write_tree(int fd, const trace_source& source, bt_tree* tree, int32_t& record_count,
+                bool after_half_a_line = false)
 {
     append_buffer out(fd);
+    if (after_half_a_line) {
+        out.add_character('\n');
+    }
     print_context context{&out,
                           owner_fields(static_cast<uint32_t>(source.pid), source.tid),
                           {},
@@ -90,7 +94,7 @@ write_result write_to_single_file(const trace_source& source, bt_tree* tree, int
                   strerror(errno));
         return write_result::not_opened;
     }
-    const bool written = write_tree(file.get(), source, tree, record_count);
+    const bool written = write_tree(file.get(), source, tree, record_count, ends_within_line(path));
     const bool rotated = !guard || rotate_when_full(file.get(), path);
     return written && rotated ? write_result::written : write_result::failed;
 }
@@ -137,15 +141,15 @@ void ostrum::move_flush_times_on(trace_source& source)
     set_due_time(source.next_flush_tv, source.last_flush_tv + configured().flush_frequency_tv);
 }
 
-void open_log_file(trace_source* source)
-{
-    if (configured().single_file) {
-        source->single_file = true;
 bool ostrum::was_set_back_since_flush(const trace_source& source, int64_t now_tv)
 {
     return was_set_back(now_tv, due_time(source.next_flush_tv), configured().flush_frequency_tv);
 }
 
+void open_log_file(trace_source* source)
+{
+    if (configured().single_file) {
+        source->single_file = true;
         return;
     }
     char path[path_bytes];
