@@ -163,10 +163,10 @@ TEST(Lifecycle, AThreadThatIsCancelledLeavesNoLockHeld)
     std::vector<host_setting> settings = timing; // debug lines: a cancellation point in most steps
     settings.push_back({"ostrum_flush_frequency", "1"});
     settings.push_back({"ostrum_max_log_size", "2"});
-    const host_run run =
-        run_host(settings,
-                 "op 3; op_key 1 3; cancel 150 {repeat 1000000 {op 5; op_key 1 5; op_key 2 5; cancel_point}};"
-                 "op_key 1 7; op_key 2 7; op 7; exit 3");
+    const host_run run = run_host(
+        settings,
+        "op 3; op_key 1 3; cancel 150 0 {repeat 1000000 {op 5; op_key 1 5; op_key 2 5; cancel_point}};"
+        "op_key 1 7; op_key 2 7; op 7; exit 3");
     expect_sound(run, 3);
     EXPECT_GE(calls_of(run, 7), 3);
     EXPECT_EQ(run.lines_with("is in use"), 0);

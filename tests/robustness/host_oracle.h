@@ -12,28 +12,54 @@
 struct observed_run {
     host_run host;
     long issued = -1;                       // hook pairs of all processes that ended through exit
+    long finished = 0;                      // those of them that had returned when "exit" was called
     long written = 0;                       // calls in all trace files
     std::map<int, long> calls;              // the same by opcode
+    double longest_s = 0;                   // of them
     std::map<std::string, uint64_t> counts; // entries of the data file's tables: "counters" ...
     long faults_hit = 0;                    // by the shim
     long blocks = 0;                        // of the library's memory still in use at the end
     long left_open = 0;                     // descriptors, at the end
-    std::string misread; // the first line of a trace file that is no record, or what is wrong with a file
-    int cut_files = 0;   // trace files whose last record is not whole
+    std::string misread;                    // what is wrong with the data file
+    int broken_lines = 0;                   // of trace files: no records
+    std::string first_broken;
+    int cut_files = 0; // trace files whose last record is not whole
 
     // Messages other than those of a start without incident.
     [[nodiscard]] std::string incidents() const;
     [[nodiscard]] bool enabled() const { return host.logging_enabled(); }
 };
 
+// The ways in which trace files are written, by flushes of two operations each.
+struct writing {
+    const char* name;
+    std::vector<host_setting> settings;
+};
+const std::vector<writing>& ways();
+
 // Runs the script under the fault shim and the oracle, with timing to files on unless the settings say else.
-observed_run observe(std::vector<host_setting> settings, const std::string& script,
+observed_run observe(const std::vector<host_setting>& settings, const std::string& script,
                      const host_options& options = {});
+
+// The same in two steps, for hosts that run at the same time in one directory: each by itself, then what they
+// say together and what lies in the directory.
+std::shared_ptr<temp_dir> new_directory();
+host_run run_watched(std::vector<host_setting> settings, const std::string& script,
+                     const host_options& options);
+observed_run look_at(const std::vector<host_run>& hosts);
+// The sum of the lines "NAME=NUMBER" in the output: each process of the run prints one.
+long reported(const host_run& run, const std::string& name);
+
+const char* fault_shim_path();
 
 struct expectation {
     int exit_status = 0;
-    bool may_cut = false; // a full disk may cut the last record of a file
-    bool untold = false;  // what is lost is lost without a message: nowhere to write it to
+    bool may_cut = false;           // a full disk may cut the last record of a file
+    bool untold = false;            // what is lost is lost without a message: nowhere to write it to
+    bool damaged_data_file = false; // it may stay so
+    int killed = 0;       // processes; each may leave one line that is cut, in a file that others write on
+    bool at_work = false; // threads go on while the process ends: only what they have finished must be there
+    bool uncounted = false;                    // they also go on behind the count of what they do
     const observed_run* undisturbed = nullptr; // the same script without the fault
 };
 

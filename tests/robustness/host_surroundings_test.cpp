@@ -19,32 +19,6 @@ std::string load(int times)
     return "repeat " + std::to_string(times) +
            " {op 3; start 4; start 5; end; end; op_key 1 7}; flist_op 5; ";
 }
-const std::vector<host_setting> busy{{"ostrum_max_log_size", "2"}, {"ostrum_status_check_frequency", "0"}};
-
-// The ways in which trace files are written.
-struct writing {
-    const char* name;
-    std::vector<host_setting> settings;
-};
-const std::vector<writing>& ways()
-{
-    static const std::vector<writing> all = [] {
-        std::vector<writing> made{
-            {"own files", busy}, {"shared file", busy}, {"flusher", busy}, {"all on", busy}};
-        for (size_t way = 1; way < made.size(); ++way) {
-            if (way != 2) {
-                made[way].settings.push_back({"ostrum_log_single_file", "all"});
-                made[way].settings.push_back({"ostrum_log_max_single_file_size", "20000"});
-            }
-            if (way >= 2) {
-                made[way].settings.push_back({"ostrum_async_flushing", "1"});
-            }
-        }
-        made.back().settings.push_back({"ostrum_var_flist_on", "3"});
-        return made;
-    }();
-    return all;
-}
 
 std::shared_ptr<temp_dir> open_to_all()
 {

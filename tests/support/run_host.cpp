@@ -111,11 +111,14 @@ host_run run_host(const std::vector<host_setting>& settings, const std::string& 
     const temp_dir streams; // apart from the files under test
     host_run run;
     run.directory = options.directory ? options.directory : std::make_shared<temp_dir>();
-    const char* program = options.signal_handlers ? OSTRUM_SCRIPT_HOST "_with_handlers" : OSTRUM_SCRIPT_HOST;
+    const char* program = options.program != nullptr ? options.program
+                          : options.signal_handlers  ? OSTRUM_SCRIPT_HOST "_with_handlers"
+                                                     : OSTRUM_SCRIPT_HOST;
     std::vector<std::string> arguments{program, script};
     std::vector<std::string> variables = host_environment(settings);
     const std::vector<char*> argument_pointers = pointers_to(arguments);
     const std::vector<char*> variable_pointers = pointers_to(variables);
+    const auto begun = std::chrono::steady_clock::now();
     const pid_t child = fork();
     if (child == 0) {
         redirect(STDOUT_FILENO, streams.file("output"));
@@ -126,6 +129,7 @@ host_run run_host(const std::vector<host_setting>& settings, const std::string& 
         _exit(97);
     }
     run.exit_status = exit_status_of(child);
+    run.took_s = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
     run.errors = without_prefixes(temp_dir::read(streams.file("errors")));
     run.output = temp_dir::read(streams.file("output"));
     return run;

@@ -17,11 +17,13 @@ struct host_setting {
 struct host_options {
     std::shared_ptr<temp_dir> directory; // the working directory; null: a new one
     bool signal_handlers = false;        // the host exports sigsegv_handler and sigbus_handler
+    const char* program = nullptr;       // another host, which gets the script as its argument
 };
 
 struct host_run {
     int exit_status = -1; // 128 + number of the signal that ended it; -1: it hung and was stopped
-    std::string errors;   // standard error without the time and ids before each message
+    double took_s = 0;
+    std::string errors; // standard error without the time and ids before each message
     std::string output;
     std::shared_ptr<temp_dir> directory;
 

@@ -9,31 +9,35 @@
 //   HOOK_key KEY ...                   the same in the context of (own process id, KEY)
 //   release_key KEY | context_key KEY  the latter prints "context=yes" or "context=no"
 //   opname OPCODE | print TEXT...
-//   repeat N {..}                      thread {..}, threads N {..}: run at the same time and joined
-//   spawn {..}                         a thread that nobody waits for
+//   repeat N {..} | during MS {..}     thread {..}, threads N {..}: run at the same time and joined
+//   spawn {..} | await                 a thread that nobody joins; the latter joins all of them
 //   cancel_point                       where a cancelled thread ends
-//   cancel N {..}                      N times: a thread that runs the block is cancelled while it does
+//   cancel N SEED {..}                 N times: a thread that runs the block is cancelled while it does
 //   descriptors                        prints "descriptors=NUMBER" that are open
-//   fork {..}                          the child runs the block and exits 0; prints "child=STATUS"
-//   sleep MS | select MS               the latter in ostrum_select without descriptors
+//   fork {..}                          the child runs the block and exits 0, or is killed after 10 seconds;
+//                                      prints "child=STATUS"
+//   exec COMMAND, COMMAND ...          this process becomes a script host with that script
+//   sleep MS | pause US | select MS    the last in ostrum_select without descriptors
 //   raise SIG | on_signal SIG {..}     SIG as in HUP
-//   fatal_handler SIG                  installs ostrum_fatal_sig_handler
-//   alarm MS                           SIGALRM to the process, once
-//   exit N | quick_exit N              the latter without exit handlers
-//   reenter                            the platform's clock service calls hooks and ostrum_init, once
-//   close FD | redirect FD PATH        PATH full_pipe or broken_pipe: such a pipe
-//   limit RESOURCE AMOUNT              file_size, descriptors, processes, or address_space beyond what is in
-//   use shell COMMAND...                   | op_range FIRST LAST [ERRNUM] | variables N   (so many new ones)
-//   user ID                            gives up root
+//   interrupt SIG                      SIG cuts system calls short; at the end of "oracle":
+//   "interrupted=TIMES" storm SIG US {..}                  SIG to this thread every US microseconds while it
+//   runs the block fatal_handler SIG                  installs ostrum_fatal_sig_handler alarm MS SIGALRM to
+//   the process, once exit N | quick_exit N | _exit N    the last two without exit handlers reenter the
+//   platform's clock service calls hooks and ostrum_init, once close FD | redirect FD PATH        PATH
+//   full_pipe or broken_pipe: such a pipe limit RESOURCE AMOUNT              file_size, descriptors,
+//   processes, or address_space beyond what is in use shell COMMAND...                   | op_range FIRST
+//   LAST [ERRNUM] | variables N   (so many new ones) user ID                            gives up root
 //   small_stack KIB {..}               a thread with so small a stack, joined
 //   flist_op OPCODE                    an operation with an input and an output list
 //   query | variable NAME VALUE        the calls of monitoring programs, on the own data file
 //   fault CALL NTH ERROR [1]           in a host that the fault shim is preloaded into: see there
-//   oracle                             at exit: "issued=HOOK-PAIRS", "left_open=DESCRIPTORS"
+//   oracle                             at exit: "issued=HOOK-PAIRS", "left_open=DESCRIPTORS", and those
+//                                      that had returned before the command "exit": "finished=HOOK-PAIRS"
 //
 // Each hook is checked: another errno, signal mask or cancellation state than before, a timestamp that is not
 // of the time of the call, or a call that takes longer than any lock may be waited for prints a line that
-// begins with "BAD".
+// begins with "BAD"; so does a forked child that takes longer than 2 seconds.
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -173,6 +177,9 @@ constexpr int line = 1;
 
 int report_fd = STDOUT_FILENO; // "oracle" makes it a copy, which outlives a closed standard output
 std::atomic<long> issued{0};   // starts with their ends, of this process
+std::atomic<long> finished{0}; // those of them that have returned
+std::atomic<long> finished_before_exit{0};
+std::atomic<long> interrupted{0};
 
 int64_t clock_tv()
 {
@@ -225,6 +232,18 @@ void call_hook(int key, Plain plain, Keyed keyed, Args... args)
     watch.check(key == no_key ? plain(args...) : keyed(getpid(), key, args...));
 }
 
+// Around the end hook of what was started.
+class counted_pair {
+public:
+    explicit counted_pair(bool counts = true) : count_(counts ? 1 : 0) { issued += count_; }
+    ~counted_pair() { finished += count_; }
+    counted_pair(const counted_pair&) = delete;
+    counted_pair& operator=(const counted_pair&) = delete;
+
+private:
+    const int count_;
+};
+
 void start(int key, const command& c)
 {
     const auto opcode = static_cast<uint32_t>(number(c, 0));
@@ -248,9 +267,9 @@ void end(int key, const command& c)
     operation_stack& stack = stack_of(key);
     open_operation op = stack.empty() ? open_operation{0, "op_" + text(c, 0)} : stack.back();
     op.opcode = static_cast<uint32_t>(number(c, 0, static_cast<int>(op.opcode)));
+    const counted_pair pair(!stack.empty());
     if (!stack.empty()) {
         stack.pop_back();
-        ++issued;
     }
     qel_errbuf_t ebuf = error_buffer(number(c, 1));
     call_hook(key, ostrum_log_end_op, ostrum_log_end_op_key, op.opcode, op.name.c_str(), 0U, nullptr, nullptr,
@@ -266,7 +285,7 @@ void start_function(int key, const command& c)
 void end_function(int key, const command& c)
 {
     const int error = number(c, 1);
-    ++issued;
+    const counted_pair pair;
     call_hook(key, ostrum_log_end_fn, ostrum_log_end_fn_key, 0U, text(c, 0).c_str(), 0U, error != 0 ? 1 : 0,
               "script_host", source_file, line, "", int64_t{0}, error, 0, 0);
 }
@@ -274,9 +293,9 @@ void end_function(int key, const command& c)
 void end_default(int key, const command& c)
 {
     const int errnum = number(c, 0);
+    const counted_pair pair(!stack_of(key).empty());
     if (!stack_of(key).empty()) {
         stack_of(key).pop_back();
-        ++issued;
     }
     call_hook(key, ostrum_log_end_default, ostrum_log_end_default_key, errnum != 0 ? 1 : 0, errnum, 0, 0);
 }
@@ -295,10 +314,10 @@ void run_with_lists(int opcode)
     const auto number = static_cast<uint32_t>(opcode);
     call_hook(no_key, ostrum_log_start_op, ostrum_log_start_op_key, number, "listed", 0U,
               static_cast<void*>(list), source_file, line, "", int64_t{0}, int64_t{0}, nullptr);
+    const counted_pair pair;
     call_hook(no_key, ostrum_log_end_op, ostrum_log_end_op_key, number, "listed", 0U,
               static_cast<void*>(list), static_cast<void*>(list), 0U, source_file, line, "", int64_t{0},
               int64_t{0}, static_cast<void*>(&ebuf));
-    ++issued;
     qel_flist_destroy(list, &ebuf);
 }
 
@@ -356,6 +375,50 @@ void repeat(const command& c)
     }
 }
 
+std::chrono::steady_clock::time_point from_now(int milliseconds)
+{
+    return std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+}
+
+void repeat_during(const command& c)
+{
+    const auto end = from_now(number(c, 0));
+    while (std::chrono::steady_clock::now() < end) {
+        run(c.block);
+    }
+}
+
+pthread_t start_thread(const command& c, const pthread_attr_t* kind = nullptr)
+{
+    pthread_t thread{};
+    const auto body = [](void* block) -> void* {
+        run(*static_cast<const script*>(block)); // the whole script lives to the end
+        return nullptr;
+    };
+    return pthread_create(&thread, kind, body, const_cast<script*>(&c.block)) == 0 ? thread : 0;
+}
+
+std::vector<pthread_t>& spawned = *new std::vector<pthread_t>;
+
+// Both by the main thread.
+void spawn(const command& c)
+{
+    spawned.push_back(start_thread(c));
+}
+
+void await_spawned()
+{
+    for (const pthread_t thread : spawned) {
+        pthread_join(thread, nullptr);
+    }
+    spawned.clear();
+}
+
+void pause_for(int microseconds)
+{
+    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+}
+
 void run_threads(const command& c)
 {
     std::vector<std::thread> running;
@@ -371,15 +434,8 @@ void run_threads(const command& c)
 void cancel_threads(const command& c)
 {
     for (int n = 0; n < number(c, 0); ++n) {
-        pthread_t thread{};
-        pthread_create(
-            &thread, nullptr,
-            [](void* block) -> void* {
-                run(*static_cast<const script*>(block));
-                return nullptr;
-            },
-            const_cast<script*>(&c.block));
-        std::this_thread::sleep_for(std::chrono::microseconds(n * 7 % 500));
+        const pthread_t thread = start_thread(c);
+        pause_for((n * 7 + number(c, 1) * 131) % 500);
         pthread_cancel(thread);
         pthread_join(thread, nullptr);
     }
@@ -409,13 +465,21 @@ void report_at_exit()
     getrlimit(RLIMIT_FSIZE, &file_size);
     file_size.rlim_cur = file_size.rlim_max;
     setrlimit(RLIMIT_FSIZE, &file_size);
-    dprintf(report_fd, "issued=%ld\nleft_open=%d\n", issued.load(), open_descriptors());
+    dprintf(report_fd, "issued=%ld\nfinished=%ld\nleft_open=%d\ninterrupted=%ld\n", issued.load(),
+            finished_before_exit.load(), open_descriptors(), interrupted.load());
+}
+
+void exit_by_handlers(const command& c)
+{
+    finished_before_exit = finished.load();
+    exit(number(c, 0));
 }
 
 void start_oracle()
 {
     report_fd = fcntl(STDOUT_FILENO, F_DUPFD, fault_report_fd);
     atexit(report_at_exit);
+    at_quick_exit(report_at_exit);
 }
 
 void arm_fault(const command& c)
@@ -425,17 +489,48 @@ void arm_fault(const command& c)
     }
 }
 
+// What another thread holds would be held in the child for ever.
+pid_t fork_with_tables_at_rest()
+{
+    const std::lock_guard<std::mutex> guard(keyed_mutex);
+    return fork();
+}
+
+int status_of_child(pid_t child)
+{
+    const auto due = from_now(2'000);
+    const auto given_up = from_now(10'000);
+    int status = 0;
+    while (waitpid(child, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > given_up) {
+            kill(child, SIGKILL);
+        }
+        pause_for(200);
+    }
+    report_bad(std::chrono::steady_clock::now() > due, "child that does not end");
+    return status;
+}
+
 void run_child(const command& c)
 {
-    const pid_t child = fork();
+    const pid_t child = fork_with_tables_at_rest();
     if (child == 0) {
         issued = 0;
+        finished = 0;
+        spawned.clear();
         run(c.block);
         exit(0);
     }
-    int status = 0;
-    waitpid(child, &status, 0);
+    const int status = status_of_child(child);
     dprintf(STDOUT_FILENO, "child=%d\n", WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
+}
+
+void become_another_host(const command& c)
+{
+    std::string commands = all_words(c);
+    std::replace(commands.begin(), commands.end(), ',', ';');
+    execl("/proc/self/exe", "script_host", commands.c_str(), nullptr);
+    _exit(97);
 }
 
 void wait_idle(const command& c)
@@ -452,8 +547,31 @@ std::map<int, const script*>& signal_scripts = *new std::map<int, const script*>
 
 void run_at_signal(const command& c)
 {
-    signal_scripts[signal_number(c)] = &c.block; // the whole script lives to the end
+    signal_scripts[signal_number(c)] = &c.block;
     signal(signal_number(c), [](int n) { run(*signal_scripts.at(n)); });
+}
+
+void let_interrupt(const command& c)
+{
+    struct sigaction action {}; // without SA_RESTART
+    action.sa_handler = [](int) { ++interrupted; };
+    sigaction(signal_number(c), &action, nullptr);
+}
+
+void run_in_storm(const command& c)
+{
+    sigevent to_this_thread{};
+    to_this_thread.sigev_notify = SIGEV_THREAD_ID;
+    to_this_thread.sigev_signo = signal_number(c);
+    to_this_thread._sigev_un._tid = gettid();
+    const long apart_tv = number(c, 1) * 1'000L;
+    const itimerspec times{{0, apart_tv}, {0, apart_tv}};
+    timer_t timer{};
+    report_bad(timer_create(CLOCK_MONOTONIC, &to_this_thread, &timer) != 0 ||
+                   timer_settime(timer, 0, &times, nullptr) != 0,
+               "timer");
+    run(c.block);
+    timer_delete(timer);
 }
 
 void set_alarm(const command& c)
@@ -515,12 +633,7 @@ void run_on_small_stack(const command& c)
     pthread_attr_t kind;
     pthread_attr_init(&kind);
     pthread_attr_setstacksize(&kind, static_cast<size_t>(number(c, 0)) * 1024);
-    pthread_t thread{};
-    const auto body = [](void* block) -> void* {
-        run(*static_cast<const script*>(block));
-        return nullptr;
-    };
-    if (pthread_create(&thread, &kind, body, const_cast<script*>(&c.block)) == 0) {
+    if (const pthread_t thread = start_thread(c, &kind)) {
         pthread_join(thread, nullptr);
     }
     pthread_attr_destroy(&kind);
@@ -559,6 +672,7 @@ const auto& others = *new std::map<std::string, std::function<void(const command
     {"op_range", operations_of_range},
     {"variables", set_variables},
     {"repeat", repeat},
+    {"during", repeat_during},
     {"thread",
      [](const command& c) {
          run_threads({c.name, {}, c.block});
@@ -567,16 +681,22 @@ const auto& others = *new std::map<std::string, std::function<void(const command
     {"cancel", cancel_threads},
     {"cancel_point", [](const command&) { end_if_cancelled(); }},
     {"descriptors", [](const command&) { dprintf(STDOUT_FILENO, "descriptors=%d\n", open_descriptors()); }},
-    {"spawn", [](const command& c) { std::thread([&c] { run(c.block); }).detach(); }},
+    {"spawn", spawn},
+    {"await", [](const command&) { await_spawned(); }},
     {"fork", run_child},
+    {"exec", become_another_host},
     {"sleep", [](const command& c) { std::this_thread::sleep_for(std::chrono::milliseconds(number(c, 0))); }},
+    {"pause", [](const command& c) { pause_for(number(c, 0)); }},
     {"select", wait_idle},
     {"raise", [](const command& c) { raise(signal_number(c)); }},
     {"on_signal", run_at_signal},
+    {"interrupt", let_interrupt},
+    {"storm", run_in_storm},
     {"alarm", set_alarm},
     {"fatal_handler", [](const command& c) { signal(signal_number(c), ostrum_fatal_sig_handler); }},
-    {"exit", [](const command& c) { exit(number(c, 0)); }},
-    {"quick_exit", [](const command& c) { _exit(number(c, 0)); }},
+    {"exit", exit_by_handlers},
+    {"quick_exit", [](const command& c) { quick_exit(number(c, 0)); }},
+    {"_exit", [](const command& c) { _exit(number(c, 0)); }},
     {"reenter", [](const command&) { reentering = 1; }},
     {"close", [](const command& c) { close(number(c, 0)); }},
     {"redirect", redirect},
