@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 #include "qel_platform.h"
+#include "robustness/clock_shim.h"
 #include "robustness/fault_shim.h"
 
 extern "C" {
@@ -148,6 +149,16 @@ size_t shortened(int result, size_t count)
 
 } // namespace
 
+bool is_call_of_library(const void* caller)
+{
+    return is_library(caller);
+}
+
+int strike_call(const char* call, const void* caller)
+{
+    return strike(call, caller);
+}
+
 extern "C" {
 
 __attribute__((visibility("default"))) void shim_fault(const char* call, long nth, int error,
@@ -184,8 +195,6 @@ FAILING_CALL(int, posix_fallocate, errno, (int fd, off_t at, off_t length), (fd,
 FAILING_CALL(off_t, lseek, -1, (int fd, off_t offset, int whence), (fd, offset, whence))
 FAILING_CALL(void*, mmap, MAP_FAILED, (void* at, size_t bytes, int access, int flags, int fd, off_t offset),
              (at, bytes, access, flags, fd, offset))
-FAILING_CALL(int, clock_gettime, -1, (clockid_t clock, timespec* now), (clock, now))
-FAILING_CALL(int, gettimeofday, -1, (timeval * now, void* zone), (now, zone))
 FAILING_CALL(int, getrusage, -1, (__rusage_who_t who, rusage* usage), (who, usage))
 FAILING_CALL(int, select, -1, (int n, fd_set* in, fd_set* out, fd_set* other, timeval* timeout),
              (n, in, out, other, timeout))

@@ -30,6 +30,9 @@
 //   small_stack KIB {..}               a thread with so small a stack, joined
 //   flist_op OPCODE                    an operation with an input and an output list
 //   query | variable NAME VALUE        the calls of monitoring programs, on the own data file
+//   clock_at S | clock_step S [NTH]    with the shim: sets the wall clock to that second, or by so many, at
+//                                      once or when the library reads it for the Nth time from now on
+//   zone TZ                            the time zone, before init
 //   fault CALL NTH ERROR [1]           in a host that the fault shim is preloaded into: see there
 //   oracle                             at exit: "issued=HOOK-PAIRS", "left_open=DESCRIPTORS", and those
 //                                      that had returned before the command "exit": "finished=HOOK-PAIRS"
@@ -68,9 +71,15 @@
 #include "ostrum.h"
 #include "ostrum_data.h"
 #include "qel_platform.h"
+#include "robustness/clock_shim.h"
 #include "robustness/fault_shim.h"
 
-extern "C" __attribute__((weak)) decltype(shim_fault) shim_fault; // absent without the shim
+extern "C" { // absent without the shim
+__attribute__((weak)) decltype(shim_fault) shim_fault;
+__attribute__((weak)) decltype(shim_set_clock) shim_set_clock;
+__attribute__((weak)) decltype(shim_clock_set_by) shim_clock_set_by;
+__attribute__((weak)) decltype(shim_step_clock) shim_step_clock;
+}
 
 namespace {
 
@@ -181,11 +190,21 @@ std::atomic<long> finished{0}; // those of them that have returned
 std::atomic<long> finished_before_exit{0};
 std::atomic<long> interrupted{0};
 
+int64_t set_by_tv()
+{
+    return shim_clock_set_by != nullptr ? shim_clock_set_by() * 1'000'000'000 : 0;
+}
+
+// As if nobody had set the clock.
 int64_t clock_tv()
 {
     timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+    int64_t set_by_then_tv = 0;
+    do {
+        set_by_then_tv = set_by_tv();
+        clock_gettime(CLOCK_REALTIME, &now);
+    } while (set_by_then_tv != set_by_tv());
+    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec - set_by_then_tv;
 }
 
 void report_bad(bool bad, const char* what)
@@ -208,7 +227,10 @@ public:
         const int64_t earliest_tv = begun_tv_ / 1000 * 1000; // without a clock there are microseconds
         const int64_t now_tv = clock_tv();
         report_bad(errno != marker, "errno");
-        report_bad(timestamp < earliest_tv || timestamp > now_tv, "timestamp");
+        const auto in_time = [&](int64_t by_tv) {
+            return timestamp - by_tv >= earliest_tv && timestamp - by_tv <= now_tv;
+        };
+        report_bad(!in_time(set_by_before_tv_) && !in_time(set_by_tv()), "timestamp");
         report_bad(now_tv - begun_tv_ > longest_wait_tv, "hook that blocks");
         sigset_t mask{};
         pthread_sigmask(SIG_SETMASK, nullptr, &mask);
@@ -221,6 +243,7 @@ public:
 private:
     static constexpr int marker = 4242;
     int64_t begun_tv_ = clock_tv();
+    int64_t set_by_before_tv_ = set_by_tv();
     sigset_t mask_before_{};
 };
 
@@ -490,6 +513,29 @@ void arm_fault(const command& c)
 }
 
 // What another thread holds would be held in the child for ever.
+void set_clock_to(const command& c)
+{
+    if (shim_set_clock != nullptr) {
+        shim_set_clock(std::stol(text(c, 0)) - clock_tv() / 1'000'000'000);
+    }
+}
+
+void step_clock(const command& c)
+{
+    if (shim_step_clock != nullptr && c.args.size() > 1) {
+        shim_step_clock(number(c, 1), number(c, 0));
+    } else if (shim_set_clock != nullptr) {
+        shim_set_clock(shim_clock_set_by() + number(c, 0));
+    }
+}
+
+void set_zone(const command& c)
+{
+    setenv("TZ", text(c, 0).c_str(), 1);
+    tzset();
+}
+
+// What another thread holds would be held in the child for ever.
 pid_t fork_with_tables_at_rest()
 {
     const std::lock_guard<std::mutex> guard(keyed_mutex);
@@ -709,6 +755,9 @@ const auto& others = *new std::map<std::string, std::function<void(const command
      [](const command& c) {
          ostrum_variable_set(ostrum_data_file_get(), text(c, 0).c_str(), text(c, 1).c_str());
      }},
+    {"clock_at", set_clock_to},
+    {"clock_step", step_clock},
+    {"zone", set_zone},
     {"fault", arm_fault},
     {"oracle", [](const command&) { start_oracle(); }},
 };
