@@ -2,35 +2,13 @@
 #include <gtest/gtest.h>
 
 #include "readers/data_file.h"
+#include "tool/data_image.h"
 #include "tool/tool_fixture.h"
 
 using namespace ostrum_tool;
 using testing::HasSubstr;
+using tool_test::image_builder;
 using tool_test::run;
-
-namespace {
-
-// A data file made by hand from the published offsets.
-class image_builder {
-public:
-    image_builder() : bytes_(data_file_bytes, '\0') { text(0, "ostrum-64bit\n"); }
-    image_builder& word(size_t offset, uint64_t value)
-    {
-        bytes_.replace(offset, sizeof value, reinterpret_cast<const char*>(&value), sizeof value);
-        return *this;
-    }
-    image_builder& text(size_t offset, const std::string& value)
-    {
-        bytes_.replace(offset, value.size(), value);
-        return *this;
-    }
-    [[nodiscard]] const std::string& bytes() const { return bytes_; }
-
-private:
-    std::string bytes_;
-};
-
-} // namespace
 
 TEST(DataFileCommands, ShowTheTables)
 {

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <sqlite3.h>
 
+#include "tool/report_figures.h"
 #include "tool/tool_fixture.h"
 
 using namespace tool_test;
@@ -71,21 +72,7 @@ TEST(ExportSqlite, AnswersAsTheReportDoes)
     dir.write("b.plog.txt", block(start(1, 7, "a;b") + end("0.000000001", 1, "0,0", 0)));
     const std::string database = dir.file("t.db");
     ASSERT_EQ(run({"export", "--sqlite", database, dir.path()}).status, 0);
-    const auto rows = json::parse(run({"report", "--json", dir.path()}).out).at("rows");
-    std::string expected;
-    for (const auto& row : rows) {
-        expected += std::to_string(row.at("calls").get<int64_t>());
-        for (const char* key :
-             {"errors", "records", "total_ns", "self_ns", "min_ns", "average_ns", "max_ns"}) {
-            expected += "|" + std::to_string(row.at(key).get<int64_t>());
-        }
-        expected += ",";
-    }
-    EXPECT_EQ(ask(database,
-                  "select calls || '|' || errors || '|' || records || '|' || total_ns || '|' || self_ns ||"
-                  " '|' || min_ns || '|' || average_ns || '|' || max_ns from trace_report"
-                  " order by level, total_ns"),
-              expected);
+    EXPECT_EQ(ask(database, figures_question), report_figures(dir.path(), ","));
     EXPECT_EQ(ask(database, "select sum(calls) from trace_buckets"), "4,");
     EXPECT_EQ(ask(database, "select path from trace_call_paths order by path"), "a;b,a;b > s\\x09ql,");
     EXPECT_EQ(ask(database, "select period_from_ns from trace_periods limit 1"), "1700000000000000000,");

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include <microhttpd.h>
+#include <sys/socket.h>
 
 #include "tool_errors.h"
 
@@ -62,29 +63,25 @@ struct http_callbacks {
                                  void** request)
     {
         http_server& server = *static_cast<http_server*>(given);
-        if (*request == nullptr) { // the headers are there
+        const bool is_new = *request == nullptr; // the headers are there, no more
+        if (is_new) {
             *request = &server;
             ++server.under_way_;
-            return MHD_YES;
-        }
-        if (*upload_bytes > 0) {
-            *upload_bytes = 0; // nothing here takes a body
-            return MHD_YES;
         }
         try {
-            return send(connection, reply_to(server, connection, path, method));
+            const bool is_read = std::string_view(method) == MHD_HTTP_METHOD_GET ||
+                                 std::string_view(method) == MHD_HTTP_METHOD_HEAD;
+            if (!is_read) { // at once: nobody waits for its body
+                return send(connection, {MHD_HTTP_METHOD_NOT_ALLOWED, "text/plain", "only GET and HEAD\n"});
+            }
+            if (is_new || *upload_bytes > 0) {
+                *upload_bytes = 0; // a body that nobody asked for
+                return MHD_YES;
+            }
+            return send(connection, server.answer_({path, header(connection, MHD_HTTP_HEADER_ACCEPT)}));
         } catch (const std::exception&) {
             return MHD_NO; // memory is short; the connection is closed
         }
-    }
-
-    static http_reply reply_to(const http_server& server, MHD_Connection* connection, const char* path,
-                               std::string_view method)
-    {
-        if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
-            return {MHD_HTTP_METHOD_NOT_ALLOWED, "text/plain; charset=utf-8", "only GET and HEAD\n"};
-        }
-        return server.answer_({path, header(connection, MHD_HTTP_HEADER_ACCEPT)});
     }
 
     static void on_completed(void* given, MHD_Connection*, void** request, MHD_RequestTerminationCode)
@@ -110,7 +107,10 @@ http_server::http_server(int listening_fd, request_handler answer)
 
 http_server::~http_server()
 {
-    MHD_quiesce_daemon(daemon_.get()); // the listening socket is its owner's again
+    // The listening socket is its owner's again; as long as that keeps it, the system would go on taking
+    // connections that nobody answers.
+    const MHD_socket listening = MHD_quiesce_daemon(daemon_.get());
+    ::shutdown(listening, SHUT_RDWR);
     const auto end = std::chrono::steady_clock::now() + longest_farewell;
     while (under_way_ > 0 && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(farewell_step);

@@ -30,7 +30,7 @@ public:
     // The socket listens and outlives the server. The thread starts with the caller's signal mask. Throws
     // input_error.
     http_server(int listening_fd, request_handler answer);
-    // Takes no new connection, gives replies under way some seconds, then ends.
+    // Takes no new connection: the socket listens no more. Gives replies under way some seconds, then ends.
     ~http_server();
     http_server(const http_server&) = delete;
     http_server& operator=(const http_server&) = delete;

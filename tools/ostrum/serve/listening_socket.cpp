@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 
@@ -18,6 +20,13 @@ namespace {
 
 using address_list = std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)>;
 
+bool is_port(const std::string& text)
+{
+    uint16_t port = 0;
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    return error == std::errc{} && stop == text.data() + text.size();
+}
+
 address_list parse_address(const std::string& text)
 {
     const size_t colon = text.find_last_of(':');
@@ -31,8 +40,8 @@ address_list parse_address(const std::string& text)
     hints.ai_family = bracketed ? AF_INET6 : AF_INET;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
-    // Without a host, or without a port, it would take any.
-    const bool complete = colon != std::string::npos && colon + 1 < text.size() && !host.empty();
+    // Without a host it would take any, of a port beyond the last one only the lower bits.
+    const bool complete = colon != std::string::npos && !host.empty() && is_port(text.substr(colon + 1));
     if (!complete || ::getaddrinfo(host.c_str(), text.c_str() + colon + 1, &hints, &found) != 0) {
         throw usage_error("--listen " + text + ": no address and port, such as 127.0.0.1:9977 or [::1]:9977");
     }
