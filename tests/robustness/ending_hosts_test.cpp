@@ -145,6 +145,22 @@ TEST(EndingHosts, ProcessesThatEndDuringTheIdleWalk)
     std::cout << runs << " runs\n";
 }
 
+// Each of these threads writes its figures, and takes 20 ms, when the process exits.
+TEST(EndingHosts, ProcessesThatEndWhileAThreadGivesUpItsContext)
+{
+    for (const writing& way : ways()) {
+        for (const char* script :
+             {"op_key 1 4; fault write 1 -3; spawn {release_key 1}", "fault write 1 -3; spawn {op 4}",
+              "fault write 1 -3; spawn {op 4; release_key -1; sleep 100}"}) {
+            SCOPED_TRACE(std::string(way.name) + ", " + script);
+            const observed_run run =
+                observe(way.settings, "init; " + std::string(script) + "; sleep 5; exit 5");
+            expect_unharmed(run, {.exit_status = 5, .at_work = true});
+            EXPECT_EQ(run.incidents(), "");
+        }
+    }
+}
+
 TEST(EndingHosts, ThreadsThatAreCancelledOrEnd)
 {
     const int cancelled = long_form() ? 125 : 8;

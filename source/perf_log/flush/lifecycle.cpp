@@ -1,6 +1,7 @@
 #include "perf_log/flush/lifecycle.h"
 
 #include <algorithm>
+#include <atomic>
 
 #include "config/settings.h"
 #include "os/os_calls.h"
@@ -23,6 +24,18 @@ namespace {
 // stopped inside one keeps it for ever.
 constexpr int64_t release_wait_tv = 10'000'000'000;
 constexpr int64_t exit_wait_tv = 1'000'000'000; // for all contexts together
+constexpr int64_t release_look_tv = 1'000'000;
+
+// Counted from before the context leaves the list, so that exit, which finds it there no more, sees it here.
+constinit std::atomic<int32_t> releases_in_progress{0};
+
+class counted_release {
+public:
+    counted_release() { ++releases_in_progress; }
+    ~counted_release() { --releases_in_progress; }
+    counted_release(const counted_release&) = delete;
+    counted_release& operator=(const counted_release&) = delete;
+};
 
 void flush_last_time(log_context& context)
 {
@@ -101,15 +114,31 @@ void report_loss_at_exit()
     }
 }
 
-int32_t release_all_contexts()
+int64_t left_until(int64_t deadline_tv)
 {
-    const int64_t deadline_tv = os::monotonic_ns() + exit_wait_tv;
+    return std::max<int64_t>(deadline_tv - os::monotonic_ns(), 0);
+}
+
+int32_t release_all_contexts(int64_t deadline_tv)
+{
     int32_t count = 0;
     while (log_context* context = unlink_first()) {
         ++count;
-        release_within(context, std::max<int64_t>(deadline_tv - os::monotonic_ns(), 0));
+        release_within(context, left_until(deadline_tv));
     }
     return count;
+}
+
+// Contexts that other threads have taken out of the list, and are about to write.
+void wait_for_other_releases(int64_t deadline_tv)
+{
+    while (releases_in_progress > 0) {
+        if (left_until(deadline_tv) == 0) {
+            err_print("release_at_process_exit : loginfo is being released - unflushed data will be lost\n");
+            return;
+        }
+        os::sleep_ns(release_look_tv);
+    }
 }
 
 } // namespace
@@ -117,6 +146,16 @@ int32_t release_all_contexts()
 void release_loginfo(log_context* context)
 {
     release_within(context, release_wait_tv);
+}
+
+bool ostrum::release_listed(log_context* context, int32_t pid, int32_t key)
+{
+    const counted_release counted;
+    log_context* listed = lip_list_del(context, pid, key);
+    if (listed != nullptr) {
+        release_loginfo(listed);
+    }
+    return listed != nullptr;
 }
 
 void release_at_thread_exit(void* value)
@@ -127,10 +166,7 @@ void release_at_thread_exit(void* value)
     if (debug_on(debug_general)) {
         debug_print("release_at_thread_exit : cleanup thread - lip[%p]\n", value);
     }
-    log_context* listed = context != nullptr ? lip_list_del(context, 0, 0) : nullptr;
-    if (listed != nullptr) {
-        release_loginfo(listed);
-    } else {
+    if (context == nullptr || !release_listed(context, 0, 0)) {
         err_print("release_at_thread_exit : lip[%p] already freed?!\n", value);
     }
     if (context != nullptr) {
@@ -160,7 +196,9 @@ void release_at_process_exit(void)
         debug_print("release_at_process_exit : cleanup main process\n");
         lip_list_print();
     }
-    const int32_t released = release_all_contexts();
+    const int64_t deadline_tv = os::monotonic_ns() + exit_wait_tv;
+    const int32_t released = release_all_contexts(deadline_tv);
+    wait_for_other_releases(deadline_tv);
     if (debug && released > 0) {
         debug_print("release_at_process_exit : %d loginfo structures freed\n", released);
     } else if (debug) {
@@ -226,6 +264,7 @@ void clean_child_atfork(void)
         debug_print("clean_child_atfork : forked child starting - pid[%d] tid[%lu]\n", process_id(),
                     thread_id());
     }
+    releases_in_progress = 0; // of threads that do not exist here
     renew_sampler_after_fork();
     install_sampler_when_asked();
     forget_inherited_contexts(debug);

@@ -13,4 +13,12 @@ void release_at_thread_exit(void* context); // destructor of the thread-specific
 void release_at_process_exit(void);         // exit handler
 void clean_child_atfork(void);              // fork handler, in the child
 }
+
+namespace ostrum {
+
+// Takes that context, or with null the first of (pid, key), off the list and releases it. The process does
+// not end in between. False: it is not in the list.
+bool release_listed(log_context* context, int32_t pid, int32_t key);
+
+} // namespace ostrum
 #endif

@@ -146,27 +146,19 @@ void __ostrum_release_liptr_by_key(int32_t pid, int32_t key)
     if (!scope.entered()) {
         return; // called from inside a hook of this thread, which may be holding that very context
     }
-    log_context* listed = nullptr;
+    bool released = false;
     if (key == own_thread_key) {
         log_context* own = thread_slot();
         set_thread_slot(nullptr);
-        if (own != nullptr) {
-            listed = lip_list_del(own, 0, 0);
-        }
-        if (listed != nullptr) {
-            release_loginfo(listed);
-        }
+        released = own != nullptr && release_listed(own, 0, 0);
         if (own != nullptr) {
             unpin(own); // the slot's reference
         }
     } else {
-        listed = lip_list_del(nullptr, pid, key);
-        if (listed != nullptr) {
-            release_loginfo(listed);
-        }
+        released = release_listed(nullptr, pid, key);
         drop_cached(pid, key);
     }
-    if (listed == nullptr) {
+    if (!released) {
         err_print("__ostrum_release_liptr : no loginfo structure found for key[%d]\n", key);
     }
 }
