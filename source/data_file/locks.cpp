@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <ctime>
 #include <iterator>
 
@@ -66,10 +67,14 @@ int kind_of(const pthread_mutex_t& mutex)
 
 // The kinds that the library's own mutexes have in this process: the first use may add a mark to a fresh
 // one, where lock elision is switched on.
-struct mutex_kinds {
+struct alignas(8) mutex_kinds { // else clang calls a library for its atomic
     int fresh;
     int used;
 };
+// Threads that look for the first time at once find the same. Not a local static: its guard could be held,
+// for ever, in a child that was forked meanwhile.
+constinit std::atomic<mutex_kinds> our_kinds{}; // fresh is never 0
+static_assert(std::atomic<mutex_kinds>::is_always_lock_free);
 
 mutex_kinds kinds_made_here()
 {
@@ -78,15 +83,17 @@ mutex_kinds kinds_made_here()
     const int fresh = kind_of(sample);
     pthread_mutex_lock(&sample);
     pthread_mutex_unlock(&sample);
-    const int used = kind_of(sample);
+    const mutex_kinds made{fresh, kind_of(sample)};
     pthread_mutex_destroy(&sample);
-    return {fresh, used};
+    our_kinds.store(made, std::memory_order_relaxed);
+    return made;
 }
 
 // Any other kind has rules that foreign bytes can turn into a crash of the host or a wait without end.
 [[gnu::always_inline]] inline bool usable(const pthread_mutex_t& mutex)
 {
-    static const mutex_kinds ours = kinds_made_here();
+    const mutex_kinds known = our_kinds.load(std::memory_order_relaxed);
+    const mutex_kinds ours = known.fresh != 0 ? known : kinds_made_here();
     const int kind = kind_of(mutex);
     return kind == ours.fresh || kind == ours.used;
 }
