@@ -55,8 +55,10 @@ std::optional<duration_interval> percentile(const call_node& node, double percen
         upper.push_back({node.sums.max_tv, node.sums.calls - counted});
         counted = node.sums.calls;
     }
-    const auto rank = static_cast<int64_t>(std::ceil(static_cast<double>(counted) * percent / 100.0));
-    const int64_t at = std::clamp<int64_t>(rank, 1, counted);
+    // Compared as it is: the largest count, rounded, is more than an integer can hold.
+    const double rank = std::ceil(static_cast<double>(counted) * percent / 100.0);
+    const int64_t at =
+        rank >= static_cast<double>(counted) ? counted : std::max<int64_t>(static_cast<int64_t>(rank), 1);
     return duration_interval{bound_at_rank(lower, at), bound_at_rank(upper, at)};
 }
 
