@@ -152,6 +152,24 @@ TEST(Prometheus, AcceptsRulesAndMetrics)
     EXPECT_EQ(lint.output, "") << "names follow the conventions";
 }
 
+TEST(Prometheus, UnderstandsWhatTheDashboardAsks)
+{
+    SKIP_WITHOUT("Prometheus", has_program("promtool"));
+    const json dashboard = json::parse(temp_dir::read(OSTRUM_SHARE "/grafana_dashboard.json"));
+    json rules = json::array();
+    for (const json& panel : dashboard.at("panels")) {
+        for (const json& target : panel.at("targets")) {
+            const std::string asked = target.at("expr");
+            const std::string query = std::regex_replace(asked, std::regex("\\$__rate_interval"), "5m");
+            rules.push_back({{"record", "asked:" + std::to_string(rules.size())}, {"expr", query}});
+        }
+    }
+    const temp_dir dir;
+    const json groups = {{"groups", {{{"name", "dashboard"}, {"rules", rules}}}}};
+    const command_run check = run_command("promtool check rules " + dir.write("rules.yml", groups.dump()));
+    EXPECT_TRUE(check.shows("SUCCESS: " + std::to_string(rules.size()) + " rules found")) << check.output;
+}
+
 TEST(Prometheus, CountsWhatTheToolShows)
 {
     SKIP_WITHOUT("Prometheus", has_program("prometheus"));
