@@ -66,36 +66,42 @@ int kind_of(const pthread_mutex_t& mutex)
 }
 
 // The kinds that the library's own mutexes have in this process: the first use may add a mark to a fresh
-// one, where lock elision is switched on.
-struct alignas(8) mutex_kinds { // else clang calls a library for its atomic
-    int fresh;
-    int used;
-};
-// Threads that look for the first time at once find the same. Not a local static: its guard could be held,
-// for ever, in a child that was forked meanwhile.
-constinit std::atomic<mutex_kinds> our_kinds{}; // fresh is never 0
-static_assert(std::atomic<mutex_kinds>::is_always_lock_free);
+// one, where lock elision is switched on. Threads that look for the first time at once find the same. Not
+// local statics: their guard could be held, for ever, in a child that was forked meanwhile.
+constexpr int64_t no_kind = INT64_MIN;
+constinit std::atomic<int64_t> fresh_kind{no_kind};
+constinit std::atomic<int64_t> used_kind{no_kind};
 
-mutex_kinds kinds_made_here()
+void look_up_kinds()
 {
     pthread_mutex_t sample;
     pthread_mutex_init(&sample, shared_mutex_attributes().get());
-    const int fresh = kind_of(sample);
+    fresh_kind.store(kind_of(sample), std::memory_order_relaxed);
     pthread_mutex_lock(&sample);
     pthread_mutex_unlock(&sample);
-    const mutex_kinds made{fresh, kind_of(sample)};
+    used_kind.store(kind_of(sample), std::memory_order_relaxed);
     pthread_mutex_destroy(&sample);
-    our_kinds.store(made, std::memory_order_relaxed);
-    return made;
+}
+
+[[gnu::always_inline]] inline bool is_kind_of_ours(int64_t kind)
+{
+    return kind == fresh_kind.load(std::memory_order_relaxed) ||
+           kind == used_kind.load(std::memory_order_relaxed);
+}
+
+[[gnu::noinline]] bool is_kind_of_ours_after_look(int64_t kind)
+{
+    if (used_kind.load(std::memory_order_relaxed) == no_kind) {
+        look_up_kinds();
+    }
+    return is_kind_of_ours(kind);
 }
 
 // Any other kind has rules that foreign bytes can turn into a crash of the host or a wait without end.
 [[gnu::always_inline]] inline bool usable(const pthread_mutex_t& mutex)
 {
-    const mutex_kinds known = our_kinds.load(std::memory_order_relaxed);
-    const mutex_kinds ours = known.fresh != 0 ? known : kinds_made_here();
     const int kind = kind_of(mutex);
-    return kind == ours.fresh || kind == ours.used;
+    return is_kind_of_ours(kind) || is_kind_of_ours_after_look(kind);
 }
 
 // On the clock that nobody sets, where the build allows it: ThreadSanitizer does not see that this call
