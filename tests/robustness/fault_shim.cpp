@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <string>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -20,6 +22,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "data_file/layout.h"
 #include "qel_platform.h"
 #include "robustness/clock_shim.h"
 #include "robustness/fault_shim.h"
@@ -85,12 +88,20 @@ bool is_library(const void* caller)
     return caller >= library.dlfo_map_start && caller < library.dlfo_map_end;
 }
 
-void sleep_late()
+void sleep_late(int result)
 {
     const int saved_errno = errno;
-    const timespec late{0, 20'000'000};
+    const int late_ms = result == fault_late ? 20 : fault_hold - result;
+    const timespec late{late_ms / 1000, late_ms % 1000 * 1'000'000L};
     nanosleep(&late, nullptr);
     errno = saved_errno;
+}
+
+int die()
+{
+    kill(getpid(), SIGKILL);
+    pause();
+    return 0;
 }
 
 // What becomes of this call: 0 it is made as usual, else an errno, which is set, or a fault_result.
@@ -104,14 +115,43 @@ int strike(const char* call, const void* caller)
         return 0;
     }
     ++armed.hits;
-    if (armed.error == fault_late) {
-        sleep_late();
+    if (armed.error == fault_late || armed.error <= fault_hold) {
+        sleep_late(armed.error);
         return 0;
+    }
+    if (armed.error == fault_kill && strcmp(call, "write") != 0) {
+        return die();
     }
     if (armed.error > 0) {
         errno = armed.error;
     }
     return armed.error;
+}
+
+// ---- The locks in the data file ----
+
+std::atomic<const char*> data_file{nullptr}; // where it is mapped
+
+const char* name_of_lock(size_t at)
+{
+    using ostrum::data_file_image;
+    constexpr const char* header_locks[] = {"trace", "alarm", "tables", "contexts", "metrics"};
+    const size_t header_lock = (at - offsetof(data_file_image, locks)) / sizeof(ostrum::lock_slot);
+    return header_lock < std::size(header_locks)       ? header_locks[header_lock]
+           : at < offsetof(data_file_image, variables) ? "counter"
+                                                       : "variable";
+}
+
+void strike_lock(const char* event, const pthread_mutex_t* mutex, const void* caller)
+{
+    const char* const begin = data_file;
+    const char* const at = reinterpret_cast<const char*>(mutex);
+    if (armed.nth == 0 || begin == nullptr || at < begin || at >= begin + sizeof(ostrum::data_file_image)) {
+        return;
+    }
+    char name[sizeof(armed.call)];
+    snprintf(name, sizeof(name), "%s_%s", event, name_of_lock(static_cast<size_t>(at - begin)));
+    strike(name, caller);
 }
 
 long blocks_in_use()
@@ -133,6 +173,14 @@ void report(const char* text, long value)
 __attribute__((constructor)) void find_library()
 {
     _dl_find_object(dlsym(RTLD_DEFAULT, "ostrum_init"), &library);
+    const char* const fault = getenv("FAULT");
+    const char* const numbers = fault != nullptr ? strchr(fault, ' ') : nullptr;
+    if (numbers != nullptr) {
+        const std::string call(fault, numbers);
+        char* rest = nullptr;
+        const long nth = strtol(numbers, &rest, 10);
+        shim_fault(call.c_str(), nth, static_cast<int>(strtol(rest, nullptr, 10)), 0);
+    }
 }
 
 // After the library's exit handler, and after those of all others.
@@ -193,8 +241,6 @@ FAILING_CALL(int, ftruncate, -1, (int fd, off_t length), (fd, length))
 FAILING_CALL(int, fallocate, -1, (int fd, int mode, off_t at, off_t length), (fd, mode, at, length))
 FAILING_CALL(int, posix_fallocate, errno, (int fd, off_t at, off_t length), (fd, at, length))
 FAILING_CALL(off_t, lseek, -1, (int fd, off_t offset, int whence), (fd, offset, whence))
-FAILING_CALL(void*, mmap, MAP_FAILED, (void* at, size_t bytes, int access, int flags, int fd, off_t offset),
-             (at, bytes, access, flags, fd, offset))
 FAILING_CALL(int, getrusage, -1, (__rusage_who_t who, rusage* usage), (who, usage))
 FAILING_CALL(int, select, -1, (int n, fd_set* in, fd_set* out, fd_set* other, timeval* timeout),
              (n, in, out, other, timeout))
@@ -212,6 +258,40 @@ FAILING_CALL(int, __cxa_atexit, -1, (void (*handler)(void*), void* argument, voi
 FAILING_CALL(int, __register_atfork, errno,
              (void (*before)(), void (*parent)(), void (*child)(), void* object),
              (before, parent, child, object))
+
+void* mmap(void* at, size_t bytes, int access, int flags, int fd, off_t offset)
+{
+    static const auto next = NEXT(mmap);
+    if (strike("mmap", CALLER) != 0) {
+        return MAP_FAILED;
+    }
+    void* const mapping = next(at, bytes, access, flags, fd, offset);
+    if (is_library(CALLER) && bytes == sizeof(ostrum::data_file_image) && mapping != MAP_FAILED) {
+        data_file = static_cast<const char*>(mapping);
+    }
+    return mapping;
+}
+
+#define LOCKING_CALL(name, parameters, arguments)                                                            \
+    int name parameters                                                                                      \
+    {                                                                                                        \
+        static const auto next = NEXT(name);                                                                 \
+        const int result = next arguments;                                                                   \
+        if (result == 0) {                                                                                   \
+            strike_lock("locked", mutex, CALLER);                                                            \
+        }                                                                                                    \
+        return result;                                                                                       \
+    }
+LOCKING_CALL(pthread_mutex_trylock, (pthread_mutex_t * mutex), (mutex))
+LOCKING_CALL(pthread_mutex_clocklock, (pthread_mutex_t * mutex, clockid_t clock, const timespec* until),
+             (mutex, clock, until))
+
+int pthread_mutex_unlock(pthread_mutex_t* mutex)
+{
+    static const auto next = NEXT(pthread_mutex_unlock);
+    strike_lock("unlocking", mutex, CALLER);
+    return next(mutex);
+}
 
 // The descriptor is gone even where close fails.
 int close(int fd)
@@ -253,6 +333,10 @@ ssize_t write(int fd, const void* bytes, size_t count)
 {
     static const auto next = NEXT(write);
     const int result = strike(fd == STDERR_FILENO ? "write_diagnostics" : "write", CALLER);
+    if (result == fault_kill) {
+        (void)!next(fd, bytes, count / 2);
+        return die();
+    }
     return result > 0 ? -1 : result == fault_nothing ? 0 : next(fd, bytes, shortened(result, count));
 }
 

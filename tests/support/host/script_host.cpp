@@ -33,9 +33,11 @@
 //   clock_at S | clock_step S [NTH]    with the shim: sets the wall clock to that second, or by so many, at
 //                                      once or when the library reads it for the Nth time from now on
 //   zone TZ                            the time zone, before init
+//   meet NAME N                        waits until so many hosts of the directory have come to NAME
 //   fault CALL NTH ERROR [1]           in a host that the fault shim is preloaded into: see there
-//   oracle                             at exit: "issued=HOOK-PAIRS", "left_open=DESCRIPTORS", and those
-//                                      that had returned before the command "exit": "finished=HOOK-PAIRS"
+//   oracle                             at exit: "issued=HOOK-PAIRS", "left_open=DESCRIPTORS",
+//                                      "slowest_us=TIME" of the slowest hook, "finished=HOOK-PAIRS" that
+//                                      had returned before the command "exit"
 //
 // Each hook is checked: another errno, signal mask or cancellation state than before, a timestamp that is not
 // of the time of the call, or a call that takes longer than any lock may be waited for prints a line that
@@ -74,7 +76,7 @@
 #include "robustness/clock_shim.h"
 #include "robustness/fault_shim.h"
 
-extern "C" { // absent without the shim
+extern "C" { // absent without the shims
 __attribute__((weak)) decltype(shim_fault) shim_fault;
 __attribute__((weak)) decltype(shim_set_clock) shim_set_clock;
 __attribute__((weak)) decltype(shim_clock_set_by) shim_clock_set_by;
@@ -214,6 +216,14 @@ void report_bad(bool bad, const char* what)
     }
 }
 
+std::atomic<int64_t> slowest_tv{0};
+void note_slowest(int64_t took_tv)
+{
+    int64_t known_tv = slowest_tv;
+    while (took_tv > known_tv && !slowest_tv.compare_exchange_weak(known_tv, took_tv)) {
+    }
+}
+
 class watched_call {
 public:
     watched_call()
@@ -232,6 +242,7 @@ public:
         };
         report_bad(!in_time(set_by_before_tv_) && !in_time(set_by_tv()), "timestamp");
         report_bad(now_tv - begun_tv_ > longest_wait_tv, "hook that blocks");
+        note_slowest(now_tv - begun_tv_);
         sigset_t mask{};
         pthread_sigmask(SIG_SETMASK, nullptr, &mask);
         report_bad(memcmp(&mask, &mask_before_, sizeof(mask)) != 0, "signal mask");
@@ -403,6 +414,18 @@ std::chrono::steady_clock::time_point from_now(int milliseconds)
     return std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
 }
 
+// Everyone who comes adds a byte to a file.
+void meet(const command& c)
+{
+    const int fd = open(text(c, 0).c_str(), O_WRONLY | O_APPEND | O_CREAT, 0600);
+    const auto wanted = static_cast<off_t>(number(c, 1));
+    (void)!write(fd, "!", 1);
+    while (lseek(fd, 0, SEEK_END) < wanted) {
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    close(fd);
+}
+
 void repeat_during(const command& c)
 {
     const auto end = from_now(number(c, 0));
@@ -488,8 +511,9 @@ void report_at_exit()
     getrlimit(RLIMIT_FSIZE, &file_size);
     file_size.rlim_cur = file_size.rlim_max;
     setrlimit(RLIMIT_FSIZE, &file_size);
-    dprintf(report_fd, "issued=%ld\nfinished=%ld\nleft_open=%d\ninterrupted=%ld\n", issued.load(),
-            finished_before_exit.load(), open_descriptors(), interrupted.load());
+    dprintf(report_fd, "issued=%ld\nfinished=%ld\nleft_open=%d\ninterrupted=%ld\nslowest_us=%ld\n",
+            issued.load(), finished_before_exit.load(), open_descriptors(), interrupted.load(),
+            slowest_tv / 1000);
 }
 
 void exit_by_handlers(const command& c)
@@ -512,7 +536,6 @@ void arm_fault(const command& c)
     }
 }
 
-// What another thread holds would be held in the child for ever.
 void set_clock_to(const command& c)
 {
     if (shim_set_clock != nullptr) {
@@ -719,6 +742,7 @@ const auto& others = *new std::map<std::string, std::function<void(const command
     {"variables", set_variables},
     {"repeat", repeat},
     {"during", repeat_during},
+    {"meet", meet},
     {"thread",
      [](const command& c) {
          run_threads({c.name, {}, c.block});
