@@ -6,6 +6,7 @@
 
 #include "config/settings.h"
 #include "data_file/layout.h"
+#include "util/byte_hash.h"
 
 namespace ostrum {
 
@@ -49,18 +50,6 @@ void add_word(char* record, size_t offset, uint64_t amount)
 size_t length_of(const char* record, const key_field& field)
 {
     return field.kind == field_kind::text ? strnlen(record + field.offset, text_bytes) : sizeof(uint64_t);
-}
-
-// Eight bytes at a time; the last word of a text is filled up with zero bytes.
-uint64_t hash_bytes(uint64_t hash, const char* bytes, size_t length)
-{
-    constexpr uint64_t odd_multiplier = 0x9E37'79B9'7F4A'7C15U;
-    for (size_t done = 0; done < length; done += sizeof(uint64_t)) {
-        uint64_t word = 0;
-        memcpy(&word, bytes + done, std::min(sizeof(word), length - done));
-        hash = (std::rotl(hash, 23) ^ word) * odd_multiplier;
-    }
-    return hash * odd_multiplier; // an empty text, too, leaves a trace
 }
 
 // The merged records take the places of the first ones, which have been looked at by then.

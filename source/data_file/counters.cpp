@@ -89,16 +89,37 @@ counter_entry* insert(rt_info& handle, size_t index, const counter_key& key, con
     return &entry;
 }
 
+std::span<counter_entry> entries_in_use(const rt_info& handle)
+{
+    return used_entries(handle.image->counters, handle.image->counter_count);
+}
+
+auto find(std::span<counter_entry> used, const counter_key& key)
+{
+    return std::find_if(used.begin(), used.end(),
+                        [&key](const counter_entry& entry) { return matches(entry, key); });
+}
+
+// Calls that a full table has no room for come again and again: they look without the lock, which all hosts
+// share.
+bool is_left_out(const rt_info& handle, const counter_key& key)
+{
+    const auto used = entries_in_use(handle);
+    return used.size() >= max_counters && find(used, key) == used.end();
+}
+
 counter_entry* find_or_insert(rt_info& handle, const counter_key& key, const char* stored_name,
                               const counter_totals& totals)
 {
+    if (is_left_out(handle, key)) {
+        return nullptr;
+    }
     const data_file_guard table(&handle, DATA_FILE_LOCK_TABLES);
     if (!table) {
         return nullptr;
     }
-    const auto used = used_entries(handle.image->counters, handle.image->counter_count);
-    const auto found = std::find_if(used.begin(), used.end(),
-                                    [&key](const counter_entry& entry) { return matches(entry, key); });
+    const auto used = entries_in_use(handle);
+    const auto found = find(used, key);
     if (found != used.end()) {
         initialise_entry_lock_if_unset(handle, found->lock, counter_lock_name);
         update(*found, totals, nested_lock_limit_tv);
@@ -170,7 +191,7 @@ void rt_counters_reset(rt_info* handle)
         return;
     }
     entry_lock_pass locks;
-    for (counter_entry& entry : used_entries(handle->image->counters, handle->image->counter_count)) {
+    for (counter_entry& entry : entries_in_use(*handle)) {
         locks.with(entry.lock, [&entry](bool held) {
             if (held) {
                 clear_totals(entry);
@@ -187,7 +208,7 @@ counter_entry* rt_counters_copy(rt_info* handle, int32_t reset, int32_t* count)
     }
     const errno_keeper keeper;
     const data_file_guard table(handle, DATA_FILE_LOCK_TABLES);
-    const auto used = used_entries(handle->image->counters, handle->image->counter_count);
+    const auto used = entries_in_use(*handle);
     heap_ptr<counter_entry> copies = used.empty() ? nullptr : heap_zeroed<counter_entry>(used.size());
     if (!copies) {
         return nullptr;

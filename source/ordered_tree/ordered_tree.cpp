@@ -134,6 +134,7 @@ void ostrum::attach_node(bt_tree& tree, bt_node* node, const tree_place& place)
     ++tree.count;
     if (tree.store != nullptr) {
         chain_node(node, place);
+        tree.newest = node;
     }
 }
 

@@ -45,6 +45,7 @@ struct bt_tree {
     int32_t (*compare)(const void* key, const void* record);
     void (*release)(void* record);
     ostrum::tree_store* store; // where its nodes are; null = every node and every record is a heap block
+    ostrum::bt_node* newest;   // attached last; only with a store, null while the tree is empty
 };
 
 namespace ostrum {

@@ -13,7 +13,7 @@ bt_tree* create_stored_tree(int32_t record_size, int32_t (*compare)(const void*,
     if (store == nullptr) {
         return nullptr;
     }
-    store->outermost = {&sentinel, 0, record_size, 0, compare, release, store};
+    store->outermost = {&sentinel, 0, record_size, 0, compare, release, store, nullptr};
     store->nodes.slot_bytes = sizeof(stored_node);
     store->records.slot_bytes = static_cast<size_t>(record_size);
     store->trees.slot_bytes = sizeof(bt_tree);
@@ -27,7 +27,7 @@ bt_tree* create_inner_tree(const bt_tree& tree)
     }
     auto* inner = static_cast<bt_tree*>(take_slot(tree.store->trees));
     if (inner != nullptr) {
-        *inner = {&sentinel, 0, tree.record_size, 0, tree.compare, tree.release, tree.store};
+        *inner = {&sentinel, 0, tree.record_size, 0, tree.compare, tree.release, tree.store, nullptr};
     }
     return inner;
 }
@@ -60,6 +60,7 @@ void empty_stored_tree(bt_tree& tree)
 {
     tree_store& store = *tree.store;
     tree.root = &sentinel;
+    tree.newest = nullptr;
     if (&tree != &store.outermost) {
         return;
     }

@@ -69,5 +69,23 @@ inline bt_node* next_in_order(const bt_tree& tree, bt_node* node)
     return node->parent;
 }
 
+// Whether a record belongs right behind the newest one of a tree with a store, and its place then. Records
+// that come in their order hang in one long row; looked for from the root, each takes longer than the last.
+template <typename Order>
+bool is_behind_newest(const bt_tree& tree, Order order, tree_place& place)
+{
+    bt_node* newest = tree.newest;
+    if (newest == nullptr || order(newest->data) <= 0) {
+        return false;
+    }
+    bt_node* next = next_in_order(tree, newest);
+    if (next != nullptr && order(next->data) >= 0) {
+        return false;
+    }
+    // Without anything on its right the next one is above it; else it is the first below on that side.
+    place = is_empty(newest->right) ? tree_place{newest, false, newest} : tree_place{next, true, newest};
+    return true;
+}
+
 } // namespace ostrum
 #endif

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ordered_tree/stored_tree.h"
 #include "perf_log/aggregation/call_frame.h"
 #include "support/fake_os.h"
 #include "support/temp_dir.h"
@@ -207,6 +208,31 @@ TEST_F(Aggregation, ANodeKeepsCopiesOfItsTextsAndNoneOfTheCallersPointers)
     const std::string too_long(128, 'l');
     EXPECT_EQ(insert(key_of(0, too_long.c_str())), BT_INSERTED);
     EXPECT_EQ(insert(key_of(0, too_long.c_str())), BT_INSERTED) << "never equal to its copy, which is cut";
+}
+
+// Most of them go behind the record before: the place is the same as from the root.
+TEST_F(Aggregation, RecordsOfOneHashHaveTheirOrderHoweverTheyCome)
+{
+    for (const int step : {1, 7, 99}) { // upwards, here and there, downwards
+        ASSERT_EQ(bt_empty(tree_), BT_EMPTIED);
+        for (const uint32_t expected : {BT_INSERTED, BT_EXISTED}) {
+            for (int i = 0; i < 100; ++i) {
+                agg_node key = key_of(3 + i % 2);
+                key.flags = i * step % 100;
+                EXPECT_EQ(insert(key), expected);
+            }
+        }
+        const agg_node* last = nullptr;
+        int count = 0;
+        for (bt_node* node = first_in_order(*tree_); node != nullptr; node = next_in_order(*tree_, node)) {
+            const auto* record = static_cast<const agg_node*>(node->data);
+            EXPECT_TRUE(last == nullptr || __ostrum_agg_cmp_fn(record, last) > 0);
+            EXPECT_EQ(bt_search(tree_, record), record);
+            last = record;
+            ++count;
+        }
+        EXPECT_EQ(count, 100);
+    }
 }
 
 TEST_F(Aggregation, AStartLeavesItsReferenceOnlyAndAnEndItsFigures)

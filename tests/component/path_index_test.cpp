@@ -38,14 +38,10 @@ protected:
         strncpy(node->fname, path.fname, text_bytes - 1);
         strncpy(node->obj_type, path.obj_type, text_bytes - 1);
         nodes_.push_back(std::move(node));
-        remember_path(index_, place_, mark_of(place_, path), nodes_.back().get(),
-                      static_cast<int32_t>(nodes_.size()));
+        remember_path(index_, place_, path, nodes_.back().get());
         return nodes_.back().get();
     }
-    agg_node* find(const path_identity& path)
-    {
-        return find_path(index_, place_, path, mark_of(place_, path));
-    }
+    agg_node* find(const path_identity& path) { return find_path(index_, place_, path); }
 
     bt_tree* const some_tree_ = reinterpret_cast<bt_tree*>(0x1000);
     path_place place_{some_tree_, 1};
@@ -89,6 +85,55 @@ TEST_F(PathIndex, ABufferThatACallerUsesAgainIsReadAgain)
     const path_identity cut{7, 0, 0, 0, "", longer.c_str(), "", ""};
     store(cut);
     EXPECT_EQ(find(cut), nullptr) << "the node holds a part of the name only";
+}
+
+// Paths of one line that differ in a text: what tells them apart is not in the mark.
+TEST_F(PathIndex, RemembersSiblingsThatDifferInOneText)
+{
+    constexpr int siblings = 100;
+    std::vector<std::string> texts;
+    for (int i = 0; i < siblings; ++i) {
+        texts.push_back("/service/" + std::to_string(i));
+    }
+    for (const char* path_identity::*text :
+         {&path_identity::obj_type, &path_identity::fname, &path_identity::program, &path_identity::opname}) {
+        nodes_.clear();
+        ++place_.generation;
+        path_identity path = known;
+        for (int round = 0; round < 2; ++round) {
+            int found = 0;
+            for (int i = 0; i < siblings; ++i) {
+                path.*text = texts[static_cast<size_t>(i)].c_str();
+                agg_node* node = find(path);
+                if (node == nullptr) {
+                    store(path);
+                } else {
+                    EXPECT_TRUE(is_same_path(path, *node));
+                    ++found;
+                }
+            }
+            EXPECT_GE(found, round == 0 ? 0 : siblings * 9 / 10);
+        }
+    }
+}
+
+TEST_F(PathIndex, ABurstOfPathsDoesNotKeepItLarge)
+{
+    const auto store_some = [this](int count) {
+        for (int i = 0; i < count; ++i) {
+            store({i + 1, 0, 10, 1, "program", "op", "file.c", "/part"});
+        }
+    };
+    store_some(5'000);
+    EXPECT_GT(index_.mask, 5'000U);
+    for (const uint32_t generation : {2U, 3U}) {
+        nodes_.clear();
+        place_.generation = generation;
+        store_some(20);
+    }
+    EXPECT_EQ(index_.entries, index_.first);
+    EXPECT_EQ(find({20, 0, 10, 1, "program", "op", "file.c", "/part"}), nodes_.back().get());
+    EXPECT_EQ(find({21, 0, 10, 1, "program", "op", "file.c", "/part"}), nullptr);
 }
 
 TEST_F(PathIndex, GrowsWithThePathsAndDoesWithoutMemory)

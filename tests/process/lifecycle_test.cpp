@@ -172,6 +172,14 @@ TEST(Lifecycle, AThreadThatIsCancelledLeavesNoLockHeld)
     EXPECT_EQ(run.lines_with("is in use"), 0);
 }
 
+TEST(Lifecycle, AThreadThatIsCancelledInAServiceOfTheHostGivesItsContextBack)
+{
+    const host_run run = run_host(timing, "", {.program = OSTRUM_CANCELLED_HOST});
+    EXPECT_EQ(run.exit_status, 0) << run.errors;
+    EXPECT_EQ(run.output, "cancelled\nother thread done\ncancelled\n");
+    EXPECT_EQ(run.lines_with("is in use"), 0);
+}
+
 TEST(Lifecycle, AForkedChildKeepsNoFileOfTheParentsOpen)
 {
     const host_run run =

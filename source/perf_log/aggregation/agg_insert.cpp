@@ -45,13 +45,23 @@ void copy_key(agg_node& node, const agg_node& key)
     memcpy(&node.db_num, reinterpret_cast<const char*>(&key) + rest, sizeof(agg_node) - rest);
 }
 
+// Records of one hash come in their order as a rule: texts that the nodes hold cut are always behind them,
+// and flags and database numbers tend to rise.
+bool shares_hash_with_newest(const bt_tree& tree, const agg_node& key)
+{
+    return tree.newest != nullptr &&
+           static_cast<const agg_node*>(tree.newest->data)->hash_code == key.hash_code;
+}
+
 // Finds or makes the node of the key's path in its tree, as bt_insert does with agg_upd_fn, but without the
 // way through a copy of the whole key.
 uint32_t find_or_insert(bt_tree& tree, const agg_node& key, agg_node*& node)
 {
+    const auto order = [&key](const void* record) { return __ostrum_agg_cmp_fn(&key, record); };
     ostrum::tree_place place;
-    ostrum::bt_node* found = ostrum::find_node(
-        tree, [&key](const void* record) { return __ostrum_agg_cmp_fn(&key, record); }, place);
+    ostrum::bt_node* found = shares_hash_with_newest(tree, key) && is_behind_newest(tree, order, place)
+                                 ? &ostrum::sentinel
+                                 : find_node(tree, order, place);
     uint32_t status = BT_EXISTED;
     if (ostrum::is_empty(found)) {
         found = ostrum::make_node(tree);

@@ -1,5 +1,6 @@
 #include "perf_log/context/path_index.h"
 
+#include <algorithm>
 #include <span>
 
 #include "util/resources.h"
@@ -10,19 +11,44 @@ namespace {
 
 constexpr uint32_t most_entries = 1U << 20; // beyond that many paths the rest is searched for
 
-// In the first free place that looking for it comes by or where the same mark stands, or else over whatever
-// stands in its own.
-void place_entry(path_index& index, const path_entry& placed)
+uint32_t mark_by_texts(uint32_t mark, const path_identity& path)
+{
+    uint64_t hash = mark;
+    for (const char* text : {path.opname, path.program, path.fname, path.obj_type}) {
+        hash = hash_bytes(hash, text, strlen(text));
+    }
+    return static_cast<uint32_t>(hash >> 32U);
+}
+
+// Nodes hold such a text cut, so that every call makes a new one: remembering them is of no use.
+bool is_cut_in_nodes(const path_identity& path)
+{
+    const auto texts = {path.opname, path.program, path.fname, path.obj_type};
+    return std::any_of(texts.begin(), texts.end(),
+                       [](const char* text) { return strnlen(text, text_bytes) == text_bytes; });
+}
+
+// In the first free place that looking for it comes by or where the same mark stands. False: there is none.
+bool place_if_free(path_index& index, const path_entry& placed)
 {
     for (uint32_t look = 0; look < looks_per_path; ++look) {
         path_entry& entry = index.entries[(placed.mark + look) & index.mask];
         const bool used = entry.node != nullptr && entry.generation == placed.generation;
         if (!used || (entry.mark == placed.mark && entry.tree == placed.tree)) {
+            index.used += used ? 0 : 1;
             entry = placed;
-            return;
+            return true;
         }
     }
-    index.entries[placed.mark & index.mask] = placed;
+    return false;
+}
+
+// If need be over whatever stands in its own place.
+void place_entry(path_index& index, const path_entry& placed)
+{
+    if (!place_if_free(index, placed)) {
+        index.entries[placed.mark & index.mask] = placed;
+    }
 }
 
 heap_ptr<path_entry> owned_entries(path_index& index)
@@ -30,11 +56,10 @@ heap_ptr<path_entry> owned_entries(path_index& index)
     return heap_ptr<path_entry>{index.entries != index.first ? index.entries : nullptr};
 }
 
-// Three quarters full is where looking begins to fail often.
-bool is_crowded(const path_index& index, int32_t node_count)
+bool is_filled(const path_index& index, uint32_t quarters)
 {
     const uint32_t entries = index.mask + 1;
-    return static_cast<uint32_t>(node_count) > entries / 4 * 3 && entries < most_entries;
+    return index.used > entries / 4 * quarters && entries < most_entries;
 }
 
 // Without memory for it the index stays as it is.
@@ -49,11 +74,23 @@ void grow(path_index& index, uint32_t generation)
     const std::span<const path_entry> old_entries(index.entries, old_count);
     index.entries = larger.release();
     index.mask = old_count * 2 - 1;
+    index.used = 0;
     for (const path_entry& entry : old_entries) {
         if (entry.node != nullptr && entry.generation == generation) {
             place_entry(index, entry);
         }
     }
+}
+
+// All entries are void from here on. What a burst of paths has made large does not stay so.
+void begin_generation(path_index& index, uint32_t generation)
+{
+    constexpr uint32_t wasteful = 8; // times what was used
+    if (index.mask >= first_path_entries && index.used < index.mask / wasteful) {
+        release_path_index(index);
+    }
+    index.generation = generation;
+    index.used = 0;
 }
 
 } // namespace
@@ -64,13 +101,33 @@ void initialise_path_index(path_index& index)
     index.mask = first_path_entries - 1;
 }
 
-void remember_path(path_index& index, const path_place& place, uint32_t mark, agg_node* node,
-                   int32_t node_count)
+agg_node* find_path_by_texts(const path_index& index, path_place place, path_identity path, uint32_t mark)
 {
-    if (is_crowded(index, node_count)) {
+    const path_entry* entry = find_mark(index, place, mark_by_texts(mark, path));
+    return entry != nullptr && is_same_path(path, *entry->node) ? entry->node : nullptr;
+}
+
+void remember_path(path_index& index, const path_place& place, const path_identity& path, agg_node* node)
+{
+    if (is_cut_in_nodes(path)) {
+        return;
+    }
+    if (place.generation != index.generation) {
+        begin_generation(index, place.generation);
+    }
+    const uint32_t mark = mark_of(place, path);
+    const bool taken = find_mark(index, place, mark) != nullptr;
+    const path_entry placed{place.tree, node, place.generation, taken ? mark_by_texts(mark, path) : mark};
+    if (is_filled(index, 3)) {
         grow(index, place.generation);
     }
-    place_entry(index, {place.tree, node, place.generation, mark});
+    if (place_if_free(index, placed)) {
+        return;
+    }
+    if (is_filled(index, 2)) { // marks that lie close together
+        grow(index, place.generation);
+    }
+    place_entry(index, placed);
 }
 
 void release_path_index(path_index& index)

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "perf_log/aggregation/path_identity.h"
+#include "util/byte_hash.h"
 
 namespace ostrum {
 
@@ -24,6 +25,8 @@ inline constexpr uint32_t looks_per_path = 4; // neighbouring entries that a pat
 struct path_index {
     path_entry* entries; // the first ones, or owned
     uint32_t mask;       // their number, a power of two, less one
+    uint32_t generation; // of the trees that were there when a path was last remembered
+    uint32_t used;       // entries of that generation
     path_entry first[first_path_entries];
 };
 void initialise_path_index(path_index& index); // of zeroed memory that stays where it is
@@ -34,11 +37,10 @@ struct path_place {
     uint32_t generation;
 };
 
-// Spreads the paths over the entries. A name stands for itself by its address: two copies of it only take up
-// two entries.
+// Spreads the paths over the entries, without a look at their texts. A name stands for itself by its address:
+// two copies of it only take up two entries.
 [[gnu::always_inline]] inline uint32_t mark_of(const path_place& place, const path_identity& path)
 {
-    constexpr uint64_t odd_multiplier = 0x9E37'79B9'7F4A'7C15U;
     uint64_t mixed =
         (uint64_t{static_cast<uint32_t>(path.opcode)} << 32U) | static_cast<uint32_t>(path.lineno);
     mixed ^= reinterpret_cast<uintptr_t>(place.tree) * odd_multiplier;
@@ -49,9 +51,9 @@ struct path_place {
     return static_cast<uint32_t>((mixed * odd_multiplier) >> 32U);
 }
 
-// The node of the path, or null when it is not remembered.
-[[gnu::always_inline]] inline agg_node* find_path(const path_index& index, const path_place& place,
-                                                  const path_identity& path, uint32_t mark)
+// The entry of that mark, or null.
+[[gnu::always_inline]] inline const path_entry* find_mark(const path_index& index, const path_place& place,
+                                                          uint32_t mark)
 {
     for (uint32_t look = 0; look < looks_per_path; ++look) {
         const path_entry& entry = index.entries[(mark + look) & index.mask];
@@ -59,15 +61,34 @@ struct path_place {
             return nullptr;
         }
         if (entry.mark == mark && entry.tree == place.tree) [[likely]] {
-            return is_same_path(path, *entry.node) ? entry.node : nullptr;
+            return &entry;
         }
     }
     return nullptr;
 }
 
-// The index grows with the number of nodes that there are.
-void remember_path(path_index& index, const path_place& place, uint32_t mark, agg_node* node,
-                   int32_t node_count);
+// For a path whose mark stands for another one, which differs from it in its texts. Takes copies: hooks then
+// need not have the path in memory.
+agg_node* find_path_by_texts(const path_index& index, path_place place, path_identity path, uint32_t mark);
+
+// The node of the path, or null when it is not remembered.
+[[gnu::always_inline]] inline agg_node* find_path(const path_index& index, const path_place& place,
+                                                  const path_identity& path)
+{
+    const uint32_t mark = mark_of(place, path);
+    const path_entry* entry = find_mark(index, place, mark);
+    if (entry == nullptr || is_same_path(path, *entry->node)) [[likely]] {
+        return entry != nullptr ? entry->node : nullptr;
+    }
+    return find_path_by_texts(index, {place.tree, place.generation},
+                              {path.opcode, path.flags, path.lineno, path.db_num, path.program, path.opname,
+                               path.fname, path.obj_type},
+                              mark);
+}
+
+// For a path that has not been found. The index grows with what it remembers, and becomes small again when it
+// remembers little from one flush to the next.
+void remember_path(path_index& index, const path_place& place, const path_identity& path, agg_node* node);
 void release_path_index(path_index& index);
 
 } // namespace ostrum

@@ -79,6 +79,10 @@ void flush_and_close(log_context& context, bool max_exceeded, bool new_period)
     flush_aggregation_tree(&context);
     close_trace_file(context.trace);
     context.lines_since_flush = 0;
+    // Of a group of transactions the one around it is open, and its node gone with the tree.
+    for (int32_t level = 0; level < context.depth; ++level) {
+        context.frames[level].node = nullptr;
+    }
 }
 
 bool is_traced_opcode(const trace_opcode_list& list, int32_t opcode)

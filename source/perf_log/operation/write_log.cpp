@@ -100,9 +100,8 @@ void insert_path(log_context& context, const op_event& event, call_frame& frame)
     if (result == BT_INSERTED) {
         ++trace.new_node_count;
     }
-    // The first call from a caller has made the tree of its callees.
-    const path_place place = place_of_level(context);
-    remember_path(context.index, place, mark_of(place, identity_of(event)), node, trace.new_node_count);
+    // The first call from a caller has made the tree of its callees: its place is asked for anew.
+    remember_path(context.index, place_of_level(context), identity_of(event), node);
 }
 
 void enter_path(log_context& context, const op_event& event, call_frame& frame)

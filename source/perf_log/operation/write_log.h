@@ -91,9 +91,7 @@ inline int32_t live_counter_options(const log_context& context)
 
 [[gnu::always_inline]] inline agg_node* find_known_path(const log_context& context, const op_event& event)
 {
-    const path_identity path = identity_of(event);
-    const path_place place = place_of_level(context);
-    return find_path(context.index, place, path, mark_of(place, path));
+    return find_path(context.index, place_of_level(context), identity_of(event));
 }
 
 [[gnu::always_inline]] inline void begin_frame(log_context& context, const op_event& event,
