@@ -21,6 +21,7 @@ inline uint64_t hash_bytes(uint64_t hash, const char* bytes, size_t length)
         memcpy(&word, bytes + done, std::min(sizeof(word), length - done));
         hash = (std::rotl(hash, 23) ^ word) * odd_multiplier;
     }
+    hash ^= hash >> 32;           // a product tells lower bits nothing of the last bytes
     return hash * odd_multiplier; // an empty text, too, leaves a trace
 }
 

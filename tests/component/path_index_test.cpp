@@ -93,7 +93,7 @@ TEST_F(PathIndex, RemembersSiblingsThatDifferInOneText)
     constexpr int siblings = 100;
     std::vector<std::string> texts;
     for (int i = 0; i < siblings; ++i) {
-        texts.push_back("/service/" + std::to_string(i));
+        texts.push_back("/typ" + std::to_string(1000 + i)); // they differ in the last bytes of a word
     }
     for (const char* path_identity::*text :
          {&path_identity::obj_type, &path_identity::fname, &path_identity::program, &path_identity::opname}) {
