@@ -75,7 +75,7 @@ int main(int argc, char** argv)
 {
     qel_platform_init();
     const char* const last_word = argc == 2 ? strrchr(argv[1], ' ') : nullptr;
-    const std::chrono::microseconds some_time(last_word != nullptr ? atoi(last_word) : 0);
+    const std::chrono::microseconds some_time(last_word != nullptr ? strtol(last_word, nullptr, 10) : 0);
     void* const library = dlopen(OSTRUM_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         printf("BAD dlopen %s\n", dlerror());
