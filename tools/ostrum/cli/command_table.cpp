@@ -5,14 +5,14 @@
 namespace ostrum_tool {
 
 extern const command report_command, diff_command, check_command, export_command, counters_command,
-    errors_command, variables_command, metrics_command, serve_command;
+    errors_command, variables_command, metrics_command, serve_command, flame_command;
 
 // In the order of the help text.
 std::span<const command* const> all_commands()
 {
-    static constexpr std::array commands{&report_command,    &diff_command,     &check_command,
-                                         &export_command,    &counters_command, &errors_command,
-                                         &variables_command, &metrics_command,  &serve_command};
+    static constexpr std::array commands{
+        &report_command, &diff_command,      &check_command,   &export_command, &counters_command,
+        &errors_command, &variables_command, &metrics_command, &serve_command,  &flame_command};
     return commands;
 }
 

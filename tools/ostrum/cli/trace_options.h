@@ -23,6 +23,11 @@ struct view_choice {
     std::vector<int32_t> opcodes;
     std::string name_pattern, min_time;
     int32_t max_depth = 0;
+
+    [[nodiscard]] bool is_any() const
+    {
+        return !opcodes.empty() || !name_pattern.empty() || !min_time.empty() || max_depth != 0;
+    }
 };
 
 void add_record_options(CLI::App& app, record_choice& chosen); // filters of records

@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "cli/trace_options.h"
+#include "export/chrome_trace.h"
 #include "export/record_rows.h"
 #include "export/sqlite_store.h"
 #include "export/stacks.h"
@@ -14,7 +15,7 @@ namespace {
 
 struct export_choice {
     std::vector<std::string> operands;
-    bool collapsed = false, speedscope = false, tsv = false, header = false;
+    bool collapsed = false, speedscope = false, chrome = false, tsv = false, header = false;
     std::string sqlite_file, host, weight = "self";
     std::string prometheus_file;
     label_choice labels;
@@ -48,11 +49,10 @@ int export_stacks(const export_choice& chosen, const streams& to)
 
 // Reads file by file: `take` gives what is damaged in one.
 template <typename Take>
-int export_files(const export_choice& chosen, const streams& to, Take take)
+int export_files(const named_files& named, const streams& to, Take take)
 {
-    const named_files named = files_named(chosen.operands, to);
     if (named.files.empty() && !named.unreadable) {
-        throw nothing_matched("no trace data files");
+        throw nothing_matched("no trace files of that kind");
     }
     bool failed = named.unreadable;
     std::vector<file_damages> damaged;
@@ -81,7 +81,7 @@ int export_tsv(const export_choice& chosen, const std::string& host, const strea
         }
         to.out << "\n";
     }
-    return export_files(chosen, to, [&](const std::string& path) {
+    return export_files(files_named(chosen.operands, to), to, [&](const std::string& path) {
         const std::string name = row_file_name(path);
         return read_rows(path, [&](const trace_row& row) { write_tsv_row(to.out, host, name, row); });
     });
@@ -92,7 +92,7 @@ int export_sqlite(const export_choice& chosen, const std::string& host, const st
     sqlite_store store(chosen.sqlite_file);
     int64_t files = 0;
     int64_t added_rows = 0;
-    const int status = export_files(chosen, to, [&](const std::string& path) {
+    const int status = export_files(files_named(chosen.operands, to), to, [&](const std::string& path) {
         loaded_file loaded = store.load(host, path);
         added_rows += loaded.added_rows;
         ++files;
@@ -103,18 +103,56 @@ int export_sqlite(const export_choice& chosen, const std::string& host, const st
     return status;
 }
 
+// The second in which the first call of all files starts; 0 when it is not known beforehand.
+int64_t base_of_timeline(const std::vector<std::string>& files)
+{
+    int64_t first_tv = INT64_MAX;
+    for (const std::string& file : files) {
+        try {
+            // What standard input holds can be read once only.
+            first_tv = std::min(first_tv, file == "-" ? INT64_MAX : first_call_tv(file).value_or(INT64_MAX));
+        } catch (const input_error&) { // told when the file is read
+        }
+    }
+    constexpr int64_t second_tv = 1'000'000'000;
+    return first_tv == INT64_MAX ? 0 : first_tv - first_tv % second_tv;
+}
+
+int export_chrome(const export_choice& chosen, const streams& to)
+{
+    if (chosen.records.brief || chosen.records.by != "none" || !chosen.records.programs.empty() ||
+        chosen.view.is_any()) {
+        throw usage_error("of the filters --chrome takes --since, --until, --pid and --tid");
+    }
+    const named_files named = files_named(chosen.operands, to, ".flog.txt");
+    const tree_options options = tree_options_of(chosen.records);
+    chrome_trace timeline(to.out, options.filter, base_of_timeline(named.files));
+    const int status =
+        export_files(named, to, [&](const std::string& path) { return timeline.add_file(path); });
+    if (timeline.events() == 0 && status == exit_done) {
+        throw nothing_matched("no calls found in the field-list traces");
+    }
+    timeline.finish();
+    if (timeline.lost_ends() > 0) {
+        to.err << "ostrum: " << timeline.lost_ends() << " ends of calls without their begin are left out\n";
+    }
+    return status;
+}
+
 bool filters_records(const record_choice& records, const view_choice& view)
 {
     return !records.since.empty() || !records.until.empty() || !records.pids.empty() ||
            !records.tids.empty() || !records.programs.empty() || records.brief || records.by != "none" ||
-           !view.opcodes.empty() || !view.name_pattern.empty() || !view.min_time.empty() ||
-           view.max_depth != 0;
+           view.is_any();
 }
 
 int run_export(const export_choice& chosen, const streams& to)
 {
     if (chosen.collapsed || chosen.speedscope) {
         return export_stacks(chosen, to);
+    }
+    if (chosen.chrome) {
+        return export_chrome(chosen, to);
     }
     if (filters_records(chosen.records, chosen.view)) {
         throw usage_error(
@@ -135,6 +173,8 @@ command_body declare_export(CLI::App& app)
     CLI::Option_group* const forms = app.add_option_group("form");
     forms->add_flag("--collapsed", chosen->collapsed, "Collapsed stacks: one line a path, with its weight");
     forms->add_flag("--speedscope", chosen->speedscope, "A speedscope file (JSON)");
+    forms->add_flag("--chrome", chosen->chrome,
+                    "Chrome trace (JSON): a timeline of the calls in field-list traces, *.flog.txt");
     forms->add_flag("--tsv", chosen->tsv,
                     "One row for each record, for COPY into the table of schema/postgresql.sql");
     forms->add_option("--sqlite", chosen->sqlite_file,

@@ -116,10 +116,10 @@ class flist_parser {
 public:
     explicit flist_parser(const flist_sink& sink) : sink_(sink) {}
 
-    flist_summary run(byte_source& from)
+    flist_summary run(byte_source& from, int64_t most_events)
     {
         line_reader lines(from);
-        for (text_line line; lines.next(line);) {
+        for (text_line line; summary_.events < most_events && lines.next(line);) {
             read_line(line);
         }
         summary_.bytes = lines.offset();
@@ -142,6 +142,9 @@ private:
             take(read_tree_line(rest_, event), event);
         } else if (in_list_) {
             ++summary_.list_lines; // of any length and form
+            if (sink_.on_list_line) {
+                sink_.on_list_line(text);
+            }
         } else if (line.is == text_line::kind::too_long) {
             sink_.on_damage(line.offset, "line is too long");
         } else {
@@ -316,9 +319,9 @@ private:
 
 } // namespace
 
-flist_summary read_flist_trace(byte_source& from, const flist_sink& sink)
+flist_summary read_flist_trace(byte_source& from, const flist_sink& sink, int64_t most_events)
 {
-    return flist_parser(sink).run(from);
+    return flist_parser(sink).run(from, most_events);
 }
 
 bool looks_like_flist_trace(std::string_view first_line)

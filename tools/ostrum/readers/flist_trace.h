@@ -40,6 +40,8 @@ struct flist_event {
 struct flist_sink {
     std::function<void(const flist_event&)> on_event;
     std::function<void(uint64_t offset, const std::string& what)> on_damage;
+    // A line of the field list that the block before it has; without text when it is too long.
+    std::function<void(std::string_view line)> on_list_line = nullptr;
 };
 
 struct flist_summary {
@@ -48,7 +50,8 @@ struct flist_summary {
     uint64_t bytes = 0;
 };
 
-flist_summary read_flist_trace(byte_source& from, const flist_sink& sink);
+// Up to the end, or until so many starts and ends are read.
+flist_summary read_flist_trace(byte_source& from, const flist_sink& sink, int64_t most_events = INT64_MAX);
 
 // Whether a text looks like the begin of such a file.
 bool looks_like_flist_trace(std::string_view first_line);

@@ -20,24 +20,6 @@ struct report_choice {
     output_format format = output_format::text;
 };
 
-std::string counted(size_t count, const char* one, const char* many)
-{
-    return fmt::format("{}{} {}", count, count >= trace_coverage::most_remembered ? "+" : "",
-                       count == 1 ? one : many);
-}
-
-void print_header(std::ostream& out, const trace_coverage& coverage)
-{
-    out << counted(static_cast<size_t>(coverage.files), "file", "files") << ", "
-        << counted(coverage.processes(), "process", "processes") << ", "
-        << counted(coverage.threads.size(), "thread", "threads") << ", "
-        << counted(static_cast<size_t>(coverage.flushes), "flush", "flushes");
-    if (coverage.from_tv > 0 && coverage.to_tv > 0) {
-        out << ", " << local_time_text(coverage.from_tv) << " to " << local_time_text(coverage.to_tv);
-    }
-    out << "\n\n";
-}
-
 nlohmann::ordered_json coverage_json(const trace_set& set)
 {
     int64_t damages = 0;
@@ -85,7 +67,7 @@ void print_report(const trace_set& set, const report_choice& chosen, const strea
         throw nothing_matched("the filters leave no path");
     }
     if (chosen.format == output_format::text) {
-        print_header(to.out, set.coverage);
+        to.out << coverage_text(set.coverage) << "\n\n";
     }
     rows.print(to.out, chosen.format, to.style, coverage_json(set));
 }

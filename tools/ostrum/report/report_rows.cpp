@@ -191,6 +191,12 @@ private:
     std::vector<pending_row> pending_;
 };
 
+std::string counted(size_t count, const char* one, const char* many)
+{
+    return fmt::format("{}{} {}", count, count >= trace_coverage::most_remembered ? "+" : "",
+                       count == 1 ? one : many);
+}
+
 } // namespace
 
 table report_table(const call_profile& profile, const std::vector<bool>& visible,
@@ -238,6 +244,18 @@ void add_path_cells(std::vector<cell>& cells, const call_tree& tree, node_index 
     cells.insert(cells.end(), {std::string(key.opname), int64_t{key.opcode}, int64_t{key.flags},
                                std::string(key.program), std::string(key.fname), int64_t{key.lineno},
                                std::string(key.obj_type), key.db_num, cell()});
+}
+
+std::string coverage_text(const trace_coverage& coverage)
+{
+    std::string text = counted(static_cast<size_t>(coverage.files), "file", "files") + ", " +
+                       counted(coverage.processes(), "process", "processes") + ", " +
+                       counted(coverage.threads.size(), "thread", "threads") + ", " +
+                       counted(static_cast<size_t>(coverage.flushes), "flush", "flushes");
+    if (coverage.from_tv > 0 && coverage.to_tv > 0) {
+        text += ", " + local_time_text(coverage.from_tv) + " to " + local_time_text(coverage.to_tv);
+    }
+    return text;
 }
 
 } // namespace ostrum_tool

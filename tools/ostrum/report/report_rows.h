@@ -1,9 +1,11 @@
 #ifndef OSTRUM_TOOL_REPORT_REPORT_ROWS_H
 #define OSTRUM_TOOL_REPORT_REPORT_ROWS_H
 // The rows of a call-tree report: figures, percentiles and duration histograms of what is visible.
+#include <string>
 #include <vector>
 
 #include "output/table.h"
+#include "readers/tree_builder.h"
 #include "report/profile.h"
 
 namespace ostrum_tool {
@@ -26,6 +28,9 @@ void add_path_cells(std::vector<cell>& cells, const call_tree& tree, node_index 
 
 // A share in percent; unknown of nothing.
 cell share_cell(int64_t part, int64_t whole);
+
+// "3 files, 2 processes, 5 threads, 40 flushes, 2026-11-21 10:00:00 to 2026-11-21 11:00:00"
+std::string coverage_text(const trace_coverage& coverage);
 
 } // namespace ostrum_tool
 #endif
