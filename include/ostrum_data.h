@@ -33,7 +33,8 @@ OSTRUM_API void ostrum_data_file_close(rt_info *file);
 OSTRUM_API int32_t ostrum_data_file_get_pid(const rt_info *file);
 
 /* The file's signature text, which serves as its version; points into the mapping, valid until the
- * handle is closed; null for a null handle. */
+ * handle is closed; null for a null handle. Look at 32 bytes at most: in a damaged file it may go on
+ * far behind them. */
 OSTRUM_API const char *ostrum_data_file_get_version(const rt_info *file);
 
 /* ---- Snapshots -------------------------------------------------------------------------------- */

@@ -13,6 +13,7 @@
 
 #include "data_file/layout.h"
 #include "robustness/host_oracle.h"
+#include "support/run_command.h"
 
 namespace {
 
@@ -374,6 +375,30 @@ TEST(DamagedDataFile, NonsenseInItHarmsNoHost)
         }
     }
     std::cout << runs << " runs\n";
+}
+
+// A program that looks at the file of a host by the query calls, and sets a variable.
+TEST(DamagedDataFile, NonsenseInItHarmsNoMonitoringProgram)
+{
+#ifndef OSTRUM_MONITOR
+    GTEST_SKIP() << "the monitor is not built";
+#else
+    int runs = 0;
+    unsigned number = 0;
+    const auto directory = new_directory();
+    for (const damage& d : damages()) {
+        if (!takes_part(number++, d.keeps_waiting ? 16 : 4)) {
+            continue;
+        }
+        const std::string path = directory->write(data_file, damaged_file(d));
+        const command_run run = run_command("timeout 20 " OSTRUM_MONITOR " -s time_on=1 " + path);
+        EXPECT_TRUE(run.exit_status == 0 || run.exit_status == 1)
+            << d.name << " gives " << run.exit_status << "\n"
+            << run.output;
+        ++runs;
+    }
+    std::cout << runs << " runs\n";
+#endif
 }
 
 // ---- A file that is cut or replaced under the hosts that have it mapped ----
