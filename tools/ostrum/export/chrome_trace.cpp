@@ -197,7 +197,7 @@ void chrome_trace::begin_call(call_stack& stack, const thread_id& thread, const 
                   start_details(event));
         list_name_ = call.is_block ? "input" : nullptr;
     }
-    stack.calls.push_back(std::move(call));
+    stack.calls.push_back(call);
 }
 
 // Cached, error and end come in this order, for the call that is open at their level.
