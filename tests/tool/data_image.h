@@ -43,6 +43,19 @@ public:
     }
     image_builder& metric(size_t place, uint64_t value) { return word(5'800'336 + 8 * place, value); }
 
+    // The header's locks and those of counters, as hosts set them up: mutexes that processes share.
+    image_builder& locks()
+    {
+        constexpr size_t kind = 32; // in a slot
+        for (size_t slot = 0; slot < 5; ++slot) {
+            word(32 + slot * 64 + kind, 128);
+        }
+        for (size_t entry = 0; entry < counters_; ++entry) {
+            word(368 + 656 * entry + kind, 128);
+        }
+        return *this;
+    }
+
     [[nodiscard]] const std::string& bytes() const { return bytes_; }
 
 private:

@@ -5,14 +5,16 @@
 namespace ostrum_tool {
 
 extern const command report_command, diff_command, check_command, export_command, counters_command,
-    errors_command, variables_command, metrics_command, serve_command, flame_command;
+    errors_command, variables_command, metrics_command, serve_command, flame_command, top_command,
+    doctor_command;
 
 // In the order of the help text.
 std::span<const command* const> all_commands()
 {
-    static constexpr std::array commands{
-        &report_command, &diff_command,      &check_command,   &export_command, &counters_command,
-        &errors_command, &variables_command, &metrics_command, &serve_command,  &flame_command};
+    static constexpr std::array commands{&report_command,    &diff_command,     &check_command,
+                                         &export_command,    &counters_command, &errors_command,
+                                         &variables_command, &metrics_command,  &serve_command,
+                                         &flame_command,     &top_command,      &doctor_command};
     return commands;
 }
 

@@ -1,5 +1,7 @@
 #include <algorithm>
 
+#include "change/changes_of_data_file.h"
+#include "change/consent.h"
 #include "data/data_file_command.h"
 
 namespace ostrum_tool {
@@ -63,7 +65,8 @@ void show_counters(const data_file& file, output_format format, const streams& t
 
 command_body declare_counters(CLI::App& app)
 {
-    return declare_data_file_command(app, show_counters);
+    return with_verb(app, "reset", "Set all totals to 0", declare_reset_counters,
+                     declare_data_file_command(app, show_counters));
 }
 
 } // namespace

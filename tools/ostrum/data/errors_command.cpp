@@ -1,5 +1,7 @@
 #include <algorithm>
 
+#include "change/changes_of_data_file.h"
+#include "change/consent.h"
 #include "data/data_file_command.h"
 
 namespace ostrum_tool {
@@ -33,7 +35,8 @@ void show_errors(const data_file& file, output_format format, const streams& to)
 
 command_body declare_errors(CLI::App& app)
 {
-    return declare_data_file_command(app, show_errors);
+    return with_verb(app, "reset", "Set all totals to 0", declare_reset_errors,
+                     declare_data_file_command(app, show_errors));
 }
 
 } // namespace

@@ -1,35 +1,8 @@
 #include "data/data_file_command.h"
+#include "data/metric_names.h"
 
 namespace ostrum_tool {
 namespace {
-
-// In file order.
-constexpr std::array<const char*, metric_words> metric_names{"samples",
-                                                             "u_cpu",
-                                                             "s_cpu",
-                                                             "rss_bytes",
-                                                             "mem_bytes",
-                                                             "children",
-                                                             "threads",
-                                                             "is_dm",
-                                                             "dbno",
-                                                             "shm_size",
-                                                             "shm_used",
-                                                             "shm_max_used",
-                                                             "big_size",
-                                                             "big_used",
-                                                             "big_max_used",
-                                                             "big_chunks",
-                                                             "trans_op",
-                                                             "trans_queued",
-                                                             "trans_max",
-                                                             "ops_done_total",
-                                                             "ops_error_total",
-                                                             "trans_done_total",
-                                                             "trans_error_total",
-                                                             "fe_connects",
-                                                             "fe_connects_total",
-                                                             "fe_connects_error_total"};
 
 void show_metrics(const data_file& file, output_format format, const streams& to)
 {

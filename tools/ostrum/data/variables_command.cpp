@@ -1,5 +1,7 @@
 #include <algorithm>
 
+#include "change/changes_of_data_file.h"
+#include "change/consent.h"
 #include "data/data_file_command.h"
 #include "readers/tree_builder.h"
 
@@ -26,7 +28,8 @@ void show_variables(const data_file& file, output_format format, const streams& 
 command_body declare_variables(CLI::App& app)
 {
     app.alias("variables");
-    return declare_data_file_command(app, show_variables);
+    return with_verb(app, "set", "Set a variable, for all hosts that use the file", declare_set_variable,
+                     declare_data_file_command(app, show_variables));
 }
 
 } // namespace

@@ -74,25 +74,6 @@ std::string padded(const std::string& text, size_t width, bool right)
     return right ? blanks + text : text + blanks;
 }
 
-// The first columns that fit; what is cut off ends in '>'.
-std::string cut_to(const std::string& text, size_t width)
-{
-    if (width == 0 || display_width(text) <= width) {
-        return text;
-    }
-    std::string shown;
-    size_t columns = 0;
-    for (const char c : text) {
-        const bool starts_character = (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
-        columns += starts_character ? 1 : 0;
-        if (columns >= width && starts_character) {
-            break;
-        }
-        shown += c;
-    }
-    return shown + ">";
-}
-
 } // namespace
 
 std::string json_text(const ordered_json& value)

@@ -36,6 +36,7 @@ public:
 
     [[nodiscard]] content holds() const { return holds_; }
     [[nodiscard]] int64_t number() const { return number_; }
+    [[nodiscard]] uint64_t unsigned_number() const { return unsigned_; }
     [[nodiscard]] double real() const { return real_; }
     [[nodiscard]] const std::string& text() const { return text_; }
     [[nodiscard]] nlohmann::ordered_json json() const;

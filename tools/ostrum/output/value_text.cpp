@@ -114,6 +114,24 @@ size_t display_width(std::string_view text)
     return width;
 }
 
+std::string cut_to(std::string_view text, size_t width)
+{
+    if (width == 0 || display_width(text) <= width) {
+        return std::string(text);
+    }
+    std::string shown;
+    size_t columns = 0;
+    for (const char c : text) {
+        const bool starts_character = (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
+        columns += starts_character ? 1 : 0;
+        if (columns >= width && starts_character) {
+            break;
+        }
+        shown += c;
+    }
+    return shown + ">";
+}
+
 std::string operation_text(std::string_view opname, int32_t opcode)
 {
     const std::string name = opname.empty() ? "(no name)" : printable(opname);

@@ -15,6 +15,8 @@ std::string percent_text(double percent);
 std::string printable(std::string_view text);
 // Columns that a text takes on a terminal.
 size_t display_width(std::string_view text);
+// The first columns that fit, of 0 columns all; what is cut off ends in '>'.
+std::string cut_to(std::string_view text, size_t width);
 // "NAME (7)"; the name alone for operations without a number.
 std::string operation_text(std::string_view opname, int32_t opcode);
 // "file.c:12", or "" without a file.

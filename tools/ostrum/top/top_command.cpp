@@ -1,0 +1,258 @@
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include <fmt/format.h>
+
+#include "cli/command.h"
+#include "cli/option_values.h"
+#include "output/value_text.h"
+#include "readers/tree_builder.h"
+#include "tool_errors.h"
+#include "top/terminal_screen.h"
+
+namespace ostrum_tool {
+namespace {
+
+struct top_choice {
+    std::string path = "ostrum_data.dat";
+    std::string interval = "1s", pane = "counters", sort, pattern;
+    std::vector<std::string> by;
+    bool batch = false, hide_idle = false;
+    int64_t count = 0, rows = 0;
+    output_format format = output_format::text;
+};
+
+constexpr std::array pane_names{"counters", "errors", "metrics", "variables"};
+
+int64_t monotonic_now_tv()
+{
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// "process 4711 (catalog_server)": who opened the file last.
+std::string host_text(int32_t pid)
+{
+    std::string name;
+    std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/comm"), name);
+    return fmt::format("process {} ({})", pid, name.empty() ? "gone" : name);
+}
+
+size_t column_named(const std::vector<column>& columns, const std::string& name)
+{
+    for (size_t at = 0; at < columns.size(); ++at) {
+        if (columns[at].key == name || columns[at].title == name) {
+            return at;
+        }
+    }
+    throw usage_error("--sort " + name + ": no column of this pane");
+}
+
+top_view view_of(const top_choice& chosen)
+{
+    top_view view;
+    const auto at = std::find(pane_names.begin(), pane_names.end(), chosen.pane) - pane_names.begin();
+    view.pane = static_cast<pane_kind>(at);
+    view.interval_tv = std::max<int64_t>(duration_value("-d", chosen.interval), 1'000'000);
+    auto& shown = view.shown();
+    shown.order.hide_idle = chosen.hide_idle;
+    shown.order.pattern = chosen.pattern;
+    if (const auto problem = pattern_problem(chosen.pattern)) {
+        throw usage_error("--filter " + chosen.pattern + ": " + *problem);
+    }
+    if (!chosen.by.empty()) {
+        shown.kept = view.pane == pane_kind::errors ? error_fields("--by", chosen.by)
+                                                    : counter_fields("--by", chosen.by);
+        shown.kept_names = fmt::format("{}", fmt::join(chosen.by, ","));
+    }
+    if (!chosen.sort.empty()) {
+        const look nothing;
+        const auto columns = build_pane(view.pane, {nullptr, nothing}, 0).columns;
+        shown.order.sort_column = column_named(columns, chosen.sort);
+        shown.order.descending = columns[shown.order.sort_column].kind != cell_kind::text;
+    }
+    return view;
+}
+
+class batches {
+public:
+    batches(const top_choice& chosen, const streams& to) : chosen_(chosen), to_(to), view_(view_of(chosen)) {}
+
+    // The first batch comes after the first interval: before it nothing is known about rates.
+    int run()
+    {
+        look before = look_at_data_file(chosen_.path);
+        for (int64_t shown = 0; chosen_.count == 0 || shown < chosen_.count; ++shown) {
+            std::this_thread::sleep_for(std::chrono::nanoseconds(view_.interval_tv));
+            look now = look_at_data_file(chosen_.path);
+            print({&before, now}, shown);
+            if (!to_.out.flush()) {
+                break;
+            }
+            before = std::move(now);
+        }
+        return exit_done;
+    }
+
+private:
+    void print(const comparison& compared, int64_t number)
+    {
+        pane_content content = build_pane(view_.pane, compared, view_.shown().kept);
+        arrange(content, view_.shown().order);
+        if (chosen_.rows > 0 && content.rows.size() > static_cast<size_t>(chosen_.rows)) {
+            content.rows.resize(static_cast<size_t>(chosen_.rows));
+        }
+        const bool text = chosen_.format == output_format::text;
+        content.columns.insert(content.columns.begin(), {"time_ns", ""});
+        table rows(std::move(content.columns));
+        for (auto& row : content.rows) {
+            row.insert(row.begin(), cell(compared.now.local_tv));
+            rows.add_row(std::move(row));
+        }
+        if (text) {
+            to_.out << (number > 0 ? "\n" : "") << local_time_text(compared.now.local_tv) << "   "
+                    << host_text(compared.now.file.pid) << "\n"
+                    << fill_text(compared.now.file) << "\nfigures " << span_text(view_.span, compared)
+                    << "\n\n";
+        }
+        std::ostringstream printed;
+        rows.print(printed, chosen_.format, to_.style,
+                   {{"kind", "top"},
+                    {"pane", chosen_.pane},
+                    {"time_ns", compared.now.local_tv},
+                    {"interval_ns", compared.now.monotonic_tv - compared.before->monotonic_tv}});
+        const bool separated = chosen_.format == output_format::csv || chosen_.format == output_format::tsv;
+        const bool has_header = separated && number > 0; // one is enough
+        to_.out << (has_header ? printed.str().substr(printed.str().find('\n') + 1) : printed.str());
+    }
+
+    const top_choice& chosen_;
+    const streams& to_;
+    top_view view_;
+};
+
+class live_top {
+public:
+    live_top(const top_choice& chosen, const streams& to)
+        : path_(chosen.path), ascii_(to.style.ascii), view_(view_of(chosen)),
+          now_(look_at_data_file(chosen.path)), before_(now_), mark_(now_), screen_(to.style.colour)
+    {}
+
+    int run()
+    {
+        next_look_tv_ = monotonic_now_tv() + view_.interval_tv;
+        for (;;) {
+            draw();
+            key_press pressed;
+            const int64_t left_tv = std::max<int64_t>(next_look_tv_ - monotonic_now_tv(), 0);
+            const auto event = screen_.wait(left_tv, pressed);
+            if (event == terminal_screen::event::left) {
+                return exit_done;
+            }
+            if (event == terminal_screen::event::key && !heed(pressed)) {
+                return exit_done;
+            }
+            if (monotonic_now_tv() >= next_look_tv_) {
+                next_look_tv_ = monotonic_now_tv() + view_.interval_tv;
+                if (!view_.paused) {
+                    look_again();
+                }
+            }
+        }
+    }
+
+private:
+    // False: leave.
+    bool heed(const key_press& pressed)
+    {
+        const size_t rows = screen_.size().rows;
+        const size_t page = rows > lines_around_rows ? rows - lines_around_rows : 1;
+        const int64_t interval_tv = view_.interval_tv;
+        switch (handle_key(view_, pressed, {content_.columns, content_.rows.size(), page})) {
+        case key_effect::leave:
+            return false;
+        case key_effect::mark:
+            look_again();
+            mark_ = now_;
+            break;
+        case key_effect::look:
+            look_again();
+            break;
+        case key_effect::show:
+            break;
+        }
+        if (view_.interval_tv != interval_tv) {
+            next_look_tv_ = monotonic_now_tv() + view_.interval_tv;
+        }
+        return true;
+    }
+
+    // The file may be gone, or just be made anew: the figures stay until it can be read again.
+    void look_again()
+    {
+        try {
+            look fresh = look_at_data_file(path_);
+            before_ = std::exchange(now_, std::move(fresh));
+            problem_.clear();
+            has_new_look_ = true;
+        } catch (const input_error& error) {
+            problem_ = error.what();
+        }
+    }
+
+    void draw()
+    {
+        const comparison compared{view_.span == span_kind::interval ? &before_
+                                  : view_.span == span_kind::mark   ? &mark_
+                                                                    : nullptr,
+                                  now_};
+        if (view_.asked == question::none || has_new_look_) { // typing changes nothing yet
+            content_ = build_pane(view_.pane, compared, view_.shown().kept);
+            arrange(content_, view_.shown().order);
+            has_new_look_ = false;
+        }
+        screen_.draw(compose_screen(view_, {path_, host_text(now_.file.pid), problem_, compared}, content_,
+                                    screen_.size(), ascii_));
+    }
+
+    std::string path_;
+    bool ascii_;
+    top_view view_;
+    look now_, before_, mark_;
+    std::string problem_;
+    pane_content content_;
+    bool has_new_look_ = true;
+    int64_t next_look_tv_ = 0;
+    terminal_screen screen_; // the last member: what fails before it is said on an untouched terminal
+};
+
+command_body declare_top(CLI::App& app)
+{
+    const auto chosen = std::make_shared<top_choice>();
+    app.add_option("DATAFILE", chosen->path, "The data file (default: ostrum_data.dat)");
+    app.add_option("-d,--interval", chosen->interval, "Time between two looks (default: 1s)");
+    app.add_option("--pane", chosen->pane, "counters (default), errors, metrics or variables")
+        ->check(CLI::IsMember(std::vector<std::string>(pane_names.begin(), pane_names.end())));
+    app.add_option("--sort", chosen->sort, "Column to sort by");
+    app.add_option("--filter", chosen->pattern, "Only rows with a text that fits the regular expression");
+    add_list(app, "--by", chosen->by, std::string("Merge by key fields: ") + counter_field_names);
+    app.add_flag("--active", chosen->hide_idle, "Leave out rows without a change");
+    auto* const batch =
+        app.add_flag("-b,--batch", chosen->batch, "Print tables in place of drawing on the terminal");
+    app.add_option("-n,--count", chosen->count, "Batches; 0: until interrupted (default)")->needs(batch);
+    app.add_option("--top", chosen->rows, "Rows of a batch (default: all)")->needs(batch);
+    add_format_options(app, chosen->format);
+    return [chosen](const streams& to) {
+        return chosen->batch ? batches(*chosen, to).run() : live_top(*chosen, to).run();
+    };
+}
+
+} // namespace
+
+extern const command top_command;
+const command top_command{"top", "Live view of the counters, errors and metrics of a data file", declare_top};
+
+} // namespace ostrum_tool
