@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "robustness/fault_shim.h"
 #include "robustness/host_oracle.h"
 
 namespace {
@@ -162,6 +163,25 @@ TEST(EndingHosts, ProcessesThatEndWhileAThreadGivesUpItsContext)
             expect_unharmed(run, {.exit_status = 5, .at_work = true});
             EXPECT_EQ(run.incidents(), "");
         }
+    }
+}
+
+// One that hangs for longer than exit waits.
+TEST(EndingHosts, ProcessesThatEndWhileAWriteHangs)
+{
+    if (sanitized()) {
+        GTEST_SKIP() << "without the shim no write hangs";
+    }
+    for (const char* script : {"release_key 1", "op_key 1 4; op_key 1 4; op_key 1 4"}) {
+        SCOPED_TRACE(script);
+        const std::string hang = "fault write 1 " + std::to_string(fault_hold - 1500);
+        const observed_run run =
+            observe({{"ostrum_max_log_size", "3"}},
+                    "init; op_key 1 4; " + hang + "; spawn {" + script + "}; sleep 50; exit 5");
+        expect_unharmed(run, {.exit_status = 5, .at_work = true});
+        EXPECT_EQ(run.written, 0);
+        EXPECT_EQ(run.host.lines_with("unflushed data will be lost"), 1) << run.incidents();
+        EXPECT_LT(run.host.took_s, 1.5);
     }
 }
 
