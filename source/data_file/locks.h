@@ -41,8 +41,10 @@ namespace ostrum {
 // How long a lock of the mutex method is waited for in all before it counts as stuck.
 inline constexpr int64_t table_lock_limit_tv = 1'000'000'000;
 inline constexpr int64_t file_lock_limit_tv = 10'000'000'000;
-// An entry's lock inside the table lock: well below the time after which others give the table lock up.
-inline constexpr int64_t nested_lock_limit_tv = 500'000'000;
+// An entry's lock inside the table lock. A dead one is waited for by one process after the other: all of
+// them together should take less than the time after which others give the table lock up, and each less than
+// a process that starts waits before it initialises the table lock again.
+inline constexpr int64_t nested_lock_limit_tv = 80'000'000;
 
 // False: not locked (unusable bytes, or stuck); the caller leaves its update out. With a limit of 0 the
 // lock is only tried. errno is preserved.
