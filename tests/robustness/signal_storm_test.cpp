@@ -26,9 +26,9 @@ std::string host_in_storm(const std::string& signal, int apart_us, int duration_
     const std::string during = "during " + std::to_string(duration_ms) + " {";
     std::string script = storm + "init; ";
     for (int thread = 1; thread <= 2; ++thread) {
-        script += "spawn {" + storm + during + work(thread) + "}}}; ";
+        script.append("spawn {").append(storm).append(during).append(work(thread)).append("}}}; ");
     }
-    return script + during + work(3) + work_without_key + "}; await; exit 5}";
+    return script.append(during).append(work(3)).append(work_without_key).append("}; await; exit 5}");
 }
 
 std::vector<writing> ways_and_lock_methods()
@@ -98,17 +98,17 @@ struct fatal_end {
     const char* name;
     const char* before;
     const char* signal;
-    bool host_exports_handlers;
     int exit_status;
+    bool host_exports_handlers;
     bool told; // the library handles it: it says so, and that it loses what it has
 };
 constexpr fatal_end fatal_ends[] = {
-    {"the host's handler ends it", "", "SEGV", true, 11, true},
-    {"the host's handler returns, and the host goes on", "", "BUS", true, 5, true},
-    {"the library's handler, installed by the host", "fatal_handler SEGV; ", "SEGV", false, 1, true},
-    {"the library's handler for another signal", "fatal_handler TERM; ", "TERM", true, 1, true},
-    {"no handler", "", "SEGV", false, 128 + 11, false},
-    {"no handler", "", "BUS", false, 128 + 7, false},
+    {"the host's handler ends it", "", "SEGV", 11, true, true},
+    {"the host's handler returns, and the host goes on", "", "BUS", 5, true, true},
+    {"the library's handler, installed by the host", "fatal_handler SEGV; ", "SEGV", 1, false, true},
+    {"the library's handler for another signal", "fatal_handler TERM; ", "TERM", 1, true, true},
+    {"no handler", "", "SEGV", 128 + 11, false, false},
+    {"no handler", "", "BUS", 128 + 7, false, false},
 };
 
 void expect_nothing_written(const observed_run& run, const fatal_end& end)
