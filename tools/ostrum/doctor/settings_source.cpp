@@ -81,14 +81,14 @@ bool parse_number(const std::string& text, bool whole, int32_t& number)
 } // namespace
 
 settings_source::settings_source(std::string who, std::string directory,
-                                 std::map<std::string, std::string> environment)
+                                 const std::map<std::string, std::string>& environment)
     : who_(std::move(who)), directory_(std::move(directory))
 {
-    for (auto& [name, value] : environment) {
+    for (const auto& [name, value] : environment) {
         const bool upper =
             std::none_of(name.begin(), name.end(), [](unsigned char c) { return std::islower(c) != 0; });
         if (name == "QEL_HOME" || (upper && lower_case(name).starts_with(key_prefix))) {
-            environment_.emplace(lower_case(name), std::move(value));
+            environment_.emplace(lower_case(name), value);
         }
     }
     read_configuration();

@@ -36,7 +36,8 @@ public:
     [[nodiscard]] bool same_settings(const settings_source& other) const;
 
 private:
-    settings_source(std::string who, std::string directory, std::map<std::string, std::string> environment);
+    settings_source(std::string who, std::string directory,
+                    const std::map<std::string, std::string>& environment);
     void read_configuration();
 
     std::string who_, directory_;

@@ -74,6 +74,13 @@ std::string narrow_text(wint_t character)
     return length == static_cast<size_t>(-1) ? "" : std::string(bytes.data(), length);
 }
 
+// A terminal's text capability is null when it is missing, and -1 when there is no such capability.
+bool can_move_cursor()
+{
+    const auto text = reinterpret_cast<intptr_t>(::tigetstr("cup"));
+    return text != 0 && text != -1;
+}
+
 struct named_key {
     wint_t code;
     key name;
@@ -98,8 +105,7 @@ terminal_screen::terminal_screen(bool colour)
     }
     // Not initscr(): it ends the process for a terminal that it does not know.
     SCREEN* const screen = ::newterm(nullptr, stdout, stdin);
-    if (screen == nullptr || ::tigetstr("cup") == nullptr ||
-        ::tigetstr("cup") == reinterpret_cast<char*>(-1)) {
+    if (screen == nullptr || !can_move_cursor()) {
         if (screen != nullptr) {
             ::endwin();
             ::delscreen(screen);
