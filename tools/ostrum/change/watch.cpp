@@ -53,10 +53,16 @@ constexpr effect effects[] = {
      "no field-list trace is open any more"},
 };
 
+// As hosts read it.
+int number_in(const std::string& value)
+{
+    return static_cast<int>(std::strtol(value.c_str(), nullptr, 10));
+}
+
 const effect* effect_of(const variable_change& change)
 {
-    const int before = std::atoi(change.before.c_str()); // as hosts read them
-    const int after = std::atoi(change.after.c_str());
+    const int before = number_in(change.before);
+    const int after = number_in(change.after);
     const auto* const found = std::find_if(std::begin(effects), std::end(effects), [&](const effect& each) {
         return change.name == each.variable && each.expected(before, after);
     });

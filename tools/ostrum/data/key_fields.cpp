@@ -92,7 +92,11 @@ field_set fields_named(const std::string& option, const std::vector<std::string>
             bit |= known[at].name == name ? 1U << at : 0U;
         }
         if (bit == 0) {
-            throw usage_error(option + " " + name + ": no key field; there are " + known_names);
+            throw usage_error(std::string(option)
+                                  .append(" ")
+                                  .append(name)
+                                  .append(": no key field; there are ")
+                                  .append(known_names));
         }
         kept |= bit;
     }

@@ -101,7 +101,10 @@ public:
         const auto found = values_.find(name);
         return found != values_.end() ? found->second : "";
     }
-    [[nodiscard]] int number(const std::string& name) const { return std::atoi(text(name).c_str()); }
+    [[nodiscard]] int number(const std::string& name) const
+    {
+        return static_cast<int>(std::strtol(text(name).c_str(), nullptr, 10));
+    }
 
 private:
     std::map<std::string, std::string> values_;
