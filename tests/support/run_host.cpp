@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr std::chrono::seconds patience{60};
-
 std::string variable_of(const host_setting& setting)
 {
     std::string variable = setting.key;
@@ -58,7 +56,7 @@ void redirect(int fd, const std::string& path)
     close(file);
 }
 
-int exit_status_of(pid_t child)
+int exit_status_of(pid_t child, std::chrono::seconds patience)
 {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     int status = 0;
@@ -128,7 +126,7 @@ host_run run_host(const std::vector<host_setting>& settings, const std::string& 
         }
         _exit(97);
     }
-    run.exit_status = exit_status_of(child);
+    run.exit_status = exit_status_of(child, std::chrono::seconds(options.patience_s));
     run.took_s = std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
     run.errors = without_prefixes(temp_dir::read(streams.file("errors")));
     run.output = temp_dir::read(streams.file("output"));

@@ -18,6 +18,7 @@ struct host_options {
     std::shared_ptr<temp_dir> directory; // the working directory; null: a new one
     bool signal_handlers = false;        // the host exports sigsegv_handler and sigbus_handler
     const char* program = nullptr;       // another host, which gets the script as its argument
+    int patience_s = 60;                 // a host that takes longer hangs
 };
 
 struct host_run {

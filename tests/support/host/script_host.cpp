@@ -13,20 +13,23 @@
 //   spawn {..} | await                 a thread that nobody joins; the latter joins all of them
 //   cancel_point                       where a cancelled thread ends
 //   cancel N SEED {..}                 N times: a thread that runs the block is cancelled while it does
-//   descriptors                        prints "descriptors=NUMBER" that are open
+//   descriptors | memory               prints "descriptors=NUMBER" that are open, "memory_kib=NUMBER" in use
 //   fork {..}                          the child runs the block and exits 0, or is killed after 10 seconds;
 //                                      prints "child=STATUS"
 //   exec COMMAND, COMMAND ...          this process becomes a script host with that script
 //   sleep MS | pause US | select MS    the last in ostrum_select without descriptors
 //   raise SIG | on_signal SIG {..}     SIG as in HUP
-//   interrupt SIG                      SIG cuts system calls short; at the end of "oracle":
-//   "interrupted=TIMES" storm SIG US {..}                  SIG to this thread every US microseconds while it
-//   runs the block fatal_handler SIG                  installs ostrum_fatal_sig_handler alarm MS SIGALRM to
-//   the process, once exit N | quick_exit N | _exit N    the last two without exit handlers reenter the
-//   platform's clock service calls hooks and ostrum_init, once close FD | redirect FD PATH        PATH
-//   full_pipe or broken_pipe: such a pipe limit RESOURCE AMOUNT              file_size, descriptors,
-//   processes, or address_space beyond what is in use shell COMMAND...                   | op_range FIRST
-//   LAST [ERRNUM] | variables N   (so many new ones) user ID                            gives up root
+//   interrupt SIG                      SIG cuts system calls short from now on
+//   storm SIG US {..}                  SIG to this thread every US microseconds while it runs the block
+//   fatal_handler SIG                  installs ostrum_fatal_sig_handler
+//   alarm MS                           SIGALRM to the process, once
+//   exit N | quick_exit N | _exit N    the last two without exit handlers
+//   reenter                            the platform's clock service calls hooks and ostrum_init, once
+//   close FD | redirect FD PATH        PATH full_pipe or broken_pipe: such a pipe
+//   limit RESOURCE AMOUNT              file_size, descriptors, processes, or address_space beyond what is
+//                                      in use
+//   shell COMMAND...                   | op_range FIRST LAST [ERRNUM] | variables N   (so many new ones)
+//   user ID                            gives up root
 //   small_stack KIB {..}               a thread with so small a stack, joined
 //   flist_op OPCODE                    an operation with an input and an output list
 //   query | variable NAME VALUE        the calls of monitoring programs, on the own data file
@@ -37,7 +40,7 @@
 //   fault CALL NTH ERROR [1]           in a host that the fault shim is preloaded into: see there
 //   oracle                             at exit: "issued=HOOK-PAIRS", "left_open=DESCRIPTORS",
 //                                      "slowest_us=TIME" of the slowest hook, "finished=HOOK-PAIRS" that
-//                                      had returned before the command "exit"
+//                                      had returned before the command "exit", "interrupted=TIMES"
 //
 // Each hook is checked: another errno, signal mask or cancellation state than before, a timestamp that is not
 // of the time of the call, or a call that takes longer than any lock may be waited for prints a line that
@@ -504,6 +507,18 @@ int open_descriptors()
     return count;
 }
 
+// Without what is shared with other processes.
+long memory_in_use_kib()
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string entry; std::getline(status, entry);) {
+        if (entry.rfind("RssAnon:", 0) == 0) {
+            return strtol(entry.c_str() + strlen("RssAnon:"), nullptr, 10);
+        }
+    }
+    return -1;
+}
+
 // Registered before the library is started: it runs after the library's own exit handler.
 void report_at_exit()
 {
@@ -751,6 +766,7 @@ const auto& others = *new std::map<std::string, std::function<void(const command
     {"cancel", cancel_threads},
     {"cancel_point", [](const command&) { end_if_cancelled(); }},
     {"descriptors", [](const command&) { dprintf(STDOUT_FILENO, "descriptors=%d\n", open_descriptors()); }},
+    {"memory", [](const command&) { dprintf(STDOUT_FILENO, "memory_kib=%ld\n", memory_in_use_kib()); }},
     {"spawn", spawn},
     {"await", [](const command&) { await_spawned(); }},
     {"fork", run_child},

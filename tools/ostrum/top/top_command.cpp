@@ -41,6 +41,16 @@ std::string host_text(int32_t pid)
     return fmt::format("process {} ({})", pid, name.empty() ? "gone" : name);
 }
 
+template <typename Element>
+std::vector<Element> with_first(Element first, std::vector<Element> rest)
+{
+    std::vector<Element> all;
+    all.reserve(rest.size() + 1);
+    all.push_back(std::move(first));
+    std::move(rest.begin(), rest.end(), std::back_inserter(all));
+    return all;
+}
+
 size_t column_named(const std::vector<column>& columns, const std::string& name)
 {
     for (size_t at = 0; at < columns.size(); ++at) {
@@ -106,11 +116,9 @@ private:
             content.rows.resize(static_cast<size_t>(chosen_.rows));
         }
         const bool text = chosen_.format == output_format::text;
-        content.columns.insert(content.columns.begin(), {"time_ns", ""});
-        table rows(std::move(content.columns));
+        table rows(with_first(column{"time_ns", ""}, std::move(content.columns)));
         for (auto& row : content.rows) {
-            row.insert(row.begin(), cell(compared.now.local_tv));
-            rows.add_row(std::move(row));
+            rows.add_row(with_first(cell(compared.now.local_tv), std::move(row)));
         }
         if (text) {
             to_.out << (number > 0 ? "\n" : "") << local_time_text(compared.now.local_tv) << "   "
