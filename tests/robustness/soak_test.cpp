@@ -20,13 +20,13 @@ int seconds_of_work()
     return asked != nullptr ? std::atoi(asked) : long_form() ? 60 : 3;
 }
 
-// Eight threads at once, some on contexts that are shared and released; then a new period begins, and the
-// host says what it has.
+// Eight threads at once, which end; keyed contexts, one of which is released; then a new period begins, and
+// the host says what it has.
 std::string work(int seconds)
 {
-    const std::string operations = "op 3; start 4; start 5; end; start 6; end 6 37; end; op 7 11; op_key 1 "
-                                   "3; op_key 2 4; start_fn walk; "
-                                   "end_fn walk; flist_op 5; pause 200";
+    const std::string operations = "op 3; start 4; start 5; end; start 6; end 6 37; end; op 7 11; start_fn "
+                                   "walk; end_fn walk; flist_op 5; "
+                                   "pause 200";
     const std::string one_chunk = "threads 8 {during " + std::to_string(chunk_ms) + " {" + operations +
                                   "}}; op_key 1 3; op_key 2 4; release_key 2; ";
     const std::string new_period = sanitized() ? "" : "clock_step 60; ";
