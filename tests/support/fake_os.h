@@ -44,7 +44,7 @@ void freeze_clock(int64_t realtime_tv); // realtime_ns, wall_clock and wall_seco
 void advance_clock(int64_t by_tv);
 void freeze_monotonic(); // monotonic_ns moves on by sleeps, which take no time, and by this only:
 void advance_monotonic(int64_t by_tv);
-int64_t monotonic_tv(); // since freeze_monotonic()
+int64_t monotonic_tv();                                    // since freeze_monotonic()
 void set_environment(const char* name, const char* value); // null value: unset; reset() forgets all
 int64_t blocks_in_use();                                   // allocated and not yet released since reset()
 
