@@ -6,6 +6,8 @@
 #include <csignal>
 #include <iostream>
 #include <regex>
+#include <thread>
+#include <utility>
 
 #include <poll.h>
 #include <pty.h>
@@ -22,7 +24,9 @@ namespace tool_test {
 
 class pseudo_terminal {
 public:
-    pseudo_terminal(const std::vector<std::string>& words, const char* term, const char* locale = "C.UTF-8")
+    // A terminal that does not control the child sends it no signal when it goes.
+    pseudo_terminal(const std::vector<std::string>& words, const char* term, const char* locale = "C.UTF-8",
+                    bool controls = true)
     {
         winsize size{24, 100, 0, 0};
         int slave = -1;
@@ -30,7 +34,15 @@ public:
         tcgetattr(slave, &before_);
         child_ = ::fork();
         if (child_ == 0) {
-            ::login_tty(slave);
+            ::close(master_);
+            if (controls) {
+                ::login_tty(slave);
+            } else {
+                for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+                    ::dup2(slave, fd);
+                }
+                ::close(slave);
+            }
             ::setenv("TERM", term, 1);
             std::setlocale(LC_CTYPE, locale);
             const int status = ostrum_tool::run_tool(
@@ -39,6 +51,11 @@ public:
             ::_exit(status);
         }
         slave_ = slave;
+    }
+    void hang_up()
+    {
+        ::close(std::exchange(slave_, -1));
+        ::close(std::exchange(master_, -1));
     }
     ~pseudo_terminal()
     {
@@ -78,6 +95,16 @@ public:
         return false;
     }
 
+    [[nodiscard]] bool ends_within(std::chrono::seconds limit) const
+    {
+        const auto until = std::chrono::steady_clock::now() + limit;
+        siginfo_t ended{};
+        while (ended.si_pid == 0 && std::chrono::steady_clock::now() < until) {
+            ::waitid(P_PID, static_cast<id_t>(child_), &ended, WEXITED | WNOHANG | WNOWAIT);
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return ended.si_pid == child_;
+    }
     // Exit status; everything that the child wrote is in raw().
     int wait()
     {

@@ -66,6 +66,19 @@ TEST(LiveTop, HeedsKeysAndSizesAndAFileThatGoes)
     EXPECT_EQ(terminal.wait(), 0);
 }
 
+TEST(LiveTop, EndsWithItsTerminal)
+{
+    const temp_dir dir;
+    const std::string file = dir.write("d.dat", two_counters(100).bytes());
+    for (const bool controls : {true, false}) {
+        SCOPED_TRACE(controls);
+        pseudo_terminal terminal({"top", "-d", "100ms", file}, "xterm", "C.UTF-8", controls);
+        ASSERT_TRUE(terminal.shows("search"));
+        terminal.hang_up();
+        EXPECT_TRUE(terminal.ends_within(std::chrono::seconds(10)));
+    }
+}
+
 TEST(LiveTop, SaysWhereItCannotDraw)
 {
     const temp_dir dir;

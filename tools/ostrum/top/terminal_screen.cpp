@@ -176,7 +176,8 @@ terminal_screen::event terminal_screen::wait(int64_t limit_tv, key_press& presse
     pollfd input{STDIN_FILENO, POLLIN, 0};
     const timespec limit{limit_tv / ns_per_second, limit_tv % ns_per_second};
     const int ready = ::ppoll(&input, 1, &limit, &before_);
-    const bool gone = ready > 0 && (input.revents & POLLIN) == 0;
+    // Of a terminal that is gone there is something to read for ever: that it is gone.
+    const bool gone = ready > 0 && (input.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
     return must_leave != 0 || gone ? event::left : read_key(pressed);
 }
 
