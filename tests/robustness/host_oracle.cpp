@@ -86,7 +86,7 @@ public:
             if (lines.eof() && !whole) {
                 break; // the cut one
             }
-            if (!take(line)) {
+            if (!line.empty() && !take(line)) {
                 open_.clear();
                 ++run_.broken_lines;
                 run_.first_broken = run_.first_broken.empty() ? line : run_.first_broken;

@@ -68,6 +68,7 @@ private:
     int status_ = 0;
 };
 
+#ifdef OSTRUM_TOOL
 struct hold {
     bool open = false; // the process has the file open
     std::string held;  // what it has of it that another one could wait for
@@ -97,6 +98,7 @@ hold hold_on(pid_t pid, const std::string& data_file)
     }
     return found;
 }
+#endif
 
 void pause_us(int microseconds)
 {

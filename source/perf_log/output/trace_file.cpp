@@ -94,7 +94,10 @@ write_result write_to_single_file(const trace_source& source, bt_tree* tree, int
                   strerror(errno));
         return write_result::not_opened;
     }
-    const bool written = write_tree(file.get(), source, tree, record_count, ends_within_line(path));
+    // Half a line is that of a killed process, whose lock is free. Record locks do not keep the threads of a
+    // process apart: there it may be one that is being written, and what comes of it is an empty line.
+    const bool after_half_a_line = guard && ends_within_line(path);
+    const bool written = write_tree(file.get(), source, tree, record_count, after_half_a_line);
     const bool rotated = !guard || rotate_when_full(file.get(), path);
     return written && rotated ? write_result::written : write_result::failed;
 }

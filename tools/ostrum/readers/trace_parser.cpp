@@ -82,7 +82,7 @@ void trace_parser::read_line(const text_line& line)
         read_start(line);
     } else if (line.text.starts_with("F,")) {
         read_figures(line);
-    } else {
+    } else if (!line.text.empty()) {
         sink_.on_damage(line.offset, "neither a start nor a figures record");
     }
 }
