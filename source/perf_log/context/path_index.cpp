@@ -20,6 +20,12 @@ uint32_t mark_by_texts(uint32_t mark, const path_identity& path)
     return static_cast<uint32_t>(hash >> 32U);
 }
 
+path_identity stored_path(const agg_node& node)
+{
+    return {node.opcode,  node.flags,  node.lineno, node.db_num,
+            node.program, node.opname, node.fname,  node.obj_type};
+}
+
 // Nodes hold such a text cut, so that every call makes a new one: remembering them is of no use.
 bool is_cut_in_nodes(const path_identity& path)
 {
@@ -28,8 +34,9 @@ bool is_cut_in_nodes(const path_identity& path)
                        [](const char* text) { return strnlen(text, text_bytes) == text_bytes; });
 }
 
-// In the first free place that looking for it comes by or where the same mark stands. False: there is none.
-bool place_if_free(path_index& index, const path_entry& placed)
+// In the first free place that looking for it comes by or where the same mark stands, or else over whatever
+// stands in its own.
+void place_entry(path_index& index, const path_entry& placed)
 {
     for (uint32_t look = 0; look < looks_per_path; ++look) {
         path_entry& entry = index.entries[(placed.mark + look) & index.mask];
@@ -37,18 +44,10 @@ bool place_if_free(path_index& index, const path_entry& placed)
         if (!used || (entry.mark == placed.mark && entry.tree == placed.tree)) {
             index.used += used ? 0 : 1;
             entry = placed;
-            return true;
+            return;
         }
     }
-    return false;
-}
-
-// If need be over whatever stands in its own place.
-void place_entry(path_index& index, const path_entry& placed)
-{
-    if (!place_if_free(index, placed)) {
-        index.entries[placed.mark & index.mask] = placed;
-    }
+    index.entries[placed.mark & index.mask] = placed;
 }
 
 heap_ptr<path_entry> owned_entries(path_index& index)
@@ -56,10 +55,11 @@ heap_ptr<path_entry> owned_entries(path_index& index)
     return heap_ptr<path_entry>{index.entries != index.first ? index.entries : nullptr};
 }
 
-bool is_filled(const path_index& index, uint32_t quarters)
+// Three quarters full is where looking begins to fail often.
+bool is_crowded(const path_index& index)
 {
     const uint32_t entries = index.mask + 1;
-    return index.used > entries / 4 * quarters && entries < most_entries;
+    return index.used > entries / 4 * 3 && entries < most_entries;
 }
 
 // Without memory for it the index stays as it is.
@@ -101,12 +101,19 @@ void initialise_path_index(path_index& index)
     index.mask = first_path_entries - 1;
 }
 
-agg_node* find_path_by_texts(const path_index& index, path_place place, path_identity path, uint32_t mark)
+agg_node* find_path_by_texts(path_index& index, path_place place, path_identity path, uint32_t mark)
 {
     const path_entry* entry = find_mark(index, place, mark_by_texts(mark, path));
-    return entry != nullptr && is_same_path(path, *entry->node) ? entry->node : nullptr;
+    if (entry == nullptr || !is_same_path(path, *entry->node)) {
+        return nullptr;
+    }
+    agg_node* node = entry->node; // the entry may be the one that is written over
+    place_entry(index, {place.tree, node, place.generation, mark});
+    return node;
 }
 
+// Of paths that share a mark each has an entry by its texts, and the last one that was asked for the one of
+// the mark.
 void remember_path(path_index& index, const path_place& place, const path_identity& path, agg_node* node)
 {
     if (is_cut_in_nodes(path)) {
@@ -115,19 +122,16 @@ void remember_path(path_index& index, const path_place& place, const path_identi
     if (place.generation != index.generation) {
         begin_generation(index, place.generation);
     }
+    if (is_crowded(index)) {
+        grow(index, place.generation);
+    }
     const uint32_t mark = mark_of(place, path);
-    const bool taken = find_mark(index, place, mark) != nullptr;
-    const path_entry placed{place.tree, node, place.generation, taken ? mark_by_texts(mark, path) : mark};
-    if (is_filled(index, 3)) {
-        grow(index, place.generation);
+    if (const path_entry* namesake = find_mark(index, place, mark)) {
+        agg_node* other = namesake->node;
+        place_entry(index, {place.tree, other, place.generation, mark_by_texts(mark, stored_path(*other))});
+        place_entry(index, {place.tree, node, place.generation, mark_by_texts(mark, path)});
     }
-    if (place_if_free(index, placed)) {
-        return;
-    }
-    if (is_filled(index, 2)) { // marks that lie close together
-        grow(index, place.generation);
-    }
-    place_entry(index, placed);
+    place_entry(index, {place.tree, node, place.generation, mark});
 }
 
 void release_path_index(path_index& index)

@@ -69,10 +69,10 @@ struct path_place {
 
 // For a path whose mark stands for another one, which differs from it in its texts. Takes copies: hooks then
 // need not have the path in memory.
-agg_node* find_path_by_texts(const path_index& index, path_place place, path_identity path, uint32_t mark);
+agg_node* find_path_by_texts(path_index& index, path_place place, path_identity path, uint32_t mark);
 
 // The node of the path, or null when it is not remembered.
-[[gnu::always_inline]] inline agg_node* find_path(const path_index& index, const path_place& place,
+[[gnu::always_inline]] inline agg_node* find_path(path_index& index, const path_place& place,
                                                   const path_identity& path)
 {
     const uint32_t mark = mark_of(place, path);

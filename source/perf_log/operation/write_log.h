@@ -89,7 +89,7 @@ inline int32_t live_counter_options(const log_context& context)
     return {caller != nullptr ? caller->sub_opcode_tree : nullptr, trace.tree_generation};
 }
 
-[[gnu::always_inline]] inline agg_node* find_known_path(const log_context& context, const op_event& event)
+[[gnu::always_inline]] inline agg_node* find_known_path(log_context& context, const op_event& event)
 {
     return find_path(context.index, place_of_level(context), identity_of(event));
 }
