@@ -18,26 +18,26 @@ struct table_totals {
     uint64_t sum = 0;
 };
 
-table_totals counter_totals(const data_file& file)
+template <typename Record>
+table_totals totals_of(const std::vector<Record>& records, uint64_t Record::*total)
 {
     table_totals totals;
-    for (const operation_counter& counter : file.counters) {
+    for (const Record& record : records) {
         ++totals.records;
-        totals.used += counter.calls > 0 ? 1 : 0;
-        totals.sum += counter.calls;
+        totals.used += record.*total > 0 ? 1 : 0;
+        totals.sum += record.*total;
     }
     return totals;
 }
 
+table_totals counter_totals(const data_file& file)
+{
+    return totals_of(file.counters, &operation_counter::calls);
+}
+
 table_totals error_totals(const data_file& file)
 {
-    table_totals totals;
-    for (const error_counter& error : file.errors) {
-        ++totals.records;
-        totals.used += error.count > 0 ? 1 : 0;
-        totals.sum += error.count;
-    }
-    return totals;
+    return totals_of(file.errors, &error_counter::count);
 }
 
 struct resettable {
