@@ -28,7 +28,7 @@ if(OSTRUM_FUZZ)
     add_link_options(-fno-sanitize=vptr)
 endif()
 if(OSTRUM_COVERAGE)
-    add_compile_options(--coverage)
+    add_compile_options(--coverage -fprofile-update=atomic) # threads count at the same time
     add_link_options(--coverage)
 endif()
 
