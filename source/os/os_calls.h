@@ -1,9 +1,9 @@
 #ifndef OSTRUM_OS_OS_CALLS_H
 #define OSTRUM_OS_OS_CALLS_H
-// The one seam to the operating system and to the heap. os_linux.cpp holds the real bodies, a line or
-// two each; tests link tests/support/fake_os.cpp in its place, which can freeze the clock and make the
-// Nth call fail. Results and errno are those of the call of the same name; none is a cancellation point but
-// wait_for_descriptors. Any thread.
+// The one seam to the operating system and to the heap. os_linux.cpp holds the real bodies, most of them a
+// line or two; tests link tests/support/fake_os.cpp in its place, which can freeze the clock and make the
+// Nth call fail. Results and errno are those of the call that the body makes, where nothing else is said.
+// None is a cancellation point but wait_for_descriptors. Any thread.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

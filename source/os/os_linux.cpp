@@ -304,11 +304,13 @@ int create_thread(pthread_t& thread, void* (*body)(void*), void* argument)
 
 int join_thread(pthread_t thread)
 {
+    const no_cancellation guard;
     return pthread_join(thread, nullptr);
 }
 
 int join_thread_within(pthread_t thread, int64_t duration_tv)
 {
+    const no_cancellation guard;
     // On the clock that nobody sets, where the build allows it: ThreadSanitizer knows the older call only.
 #ifdef __SANITIZE_THREAD__
     const timespec until = as_timespec(realtime_ns() + duration_tv);
