@@ -34,15 +34,17 @@ struct settings {
     const char* log_directory = nullptr; // heap text, kept for the life of the process
     bool single_file = false;
     char single_file_base[path_bytes] = "";       // "directory/prefix.pid"
-    int32_t single_file_limit_bytes = 0x40000000; // rotation at this size; 0x40000000 = initial value
+    int32_t single_file_limit_bytes = 0x40000000; // rotation at this size; the default, too
     char data_file_name[path_bytes] = "";
     bool data_file_reset = false;
 
     // when trees are flushed
     int32_t max_log_size = 0; // outermost starts between flushes; 0 = no maximum
+    // Kept on purpose: the values of these three before start-up are not its defaults, which it always
+    // stores.
     int32_t aggregation_period = 24;
     period_unit aggregation_unit = period_unit::hours;
-    int64_t flush_frequency_tv = 3600;     // nanoseconds once start-up has converted it
+    int64_t flush_frequency_tv = 3600;
     int64_t status_check_tv = 500'000'000; // 0 = at each operation
     int32_t auto_flush = 0;                // auto_flush_bits
     bool async_flushing = false;

@@ -39,6 +39,8 @@ void report_unusable_buckets(const char* path)
 
 } // namespace
 
+// In a child that was forked in the midst of start-up, which goes through it again, the directory is set: its
+// text is never freed, so that a second one would be lost.
 bool store_log_directory(const startup_step& step, settings& out)
 {
     if (out.log_directory != nullptr) {
@@ -85,9 +87,8 @@ bool store_single_file_limit(const startup_step& step, settings& out)
     if (!out.single_file) {
         return true;
     }
-    constexpr int32_t default_limit_bytes = 0x40000000;
     const int32_t limit_bytes = __perfconf_int(step.key);
-    out.single_file_limit_bytes = limit_bytes != 0 ? limit_bytes : default_limit_bytes;
+    out.single_file_limit_bytes = limit_bytes != 0 ? limit_bytes : settings{}.single_file_limit_bytes;
     if (limit_bytes == 0 && debug_on(debug_general)) {
         debug_print("perf_log_init : ostrum_log_max_single_file_size[%s][%d]\n", "default",
                     out.single_file_limit_bytes);

@@ -138,6 +138,7 @@ bool store_status_check_frequency(const startup_step& step, settings& out)
 bool store_auto_flush(const startup_step& step, settings& out)
 {
     int32_t value = __perfconf_int(step.key);
+    // Kept on purpose: it cannot come up, since a frequency of 0 stands for the default one.
     if (value > 0 && out.flush_frequency_tv <= 0) {
         err_print(
             "perf_log_init : WARNING - the 'ostrum_flush_frequency' is set to 0, 'ostrum_auto_flush' will "

@@ -11,7 +11,8 @@ extern "C" {
 // into the present period. A context in use is not waited for: its flush is asked for.
 void timeout_handler_func(const char* caller);
 
-// Entry points of a timer that this library does not use; empty, kept for programs that call them.
+// Entry points of a timer that this library does not use. Kept on purpose: empty, and nothing here calls
+// them.
 void set_alarm_timer(void);
 void unset_alarm_timer(void);
 void timeout_handler(int signal_number);

@@ -6,8 +6,10 @@
 
 namespace ostrum {
 
-// The timeout nesting word: how deep the main thread is inside the logging, and whether a timed flush
-// was put off until it is out again. Touched on the main thread only.
+// The timeout nesting word: how deep the main thread is inside the logging, whether a timed flush was put off
+// until it is out again, and whether one is running. Touched on the main thread only. The process's record
+// holds it: a forked child begins with 0. Kept on purpose: nothing in this build puts a flush off, so that
+// the two bits are never set and leaving only counts down.
 inline constexpr uint32_t nesting_count_mask = 0x0FFFFFFF;
 inline constexpr uint32_t timeout_deferred = 1U << 28;
 inline constexpr uint32_t timeout_running = 1U << 29;
@@ -19,7 +21,7 @@ inline uint32_t& timeout_nesting_word()
 
 void run_deferred_timeout();
 
-// Counts one stay inside the logging; on leaving, runs the flush that was put off.
+// Counts one stay inside the logging; the last to leave runs what was put off.
 class timeout_nesting_scope {
 public:
     timeout_nesting_scope() : on_main_thread_(is_main_thread())
