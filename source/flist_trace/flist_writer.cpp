@@ -5,7 +5,6 @@
 
 #include "flist_trace/entry_parts.h"
 #include "host_access/opcode_names.h"
-#include "util/text.h"
 
 namespace ostrum {
 
@@ -21,10 +20,9 @@ bool is_written(int32_t opcode)
     return opcode >= 0 || contains({-4, -5, -6}, opcode);
 }
 
-// Since the call began, whatever part of it was flushed meanwhile.
-int64_t elapsed_since_start(const call_frame& frame, int64_t now_tv)
+int64_t elapsed_since_begin(const call_frame& frame, int64_t now_tv)
 {
-    const int64_t start_tv = frame.first_start_tv != 0 ? frame.first_start_tv : frame.start_tv;
+    const int64_t start_tv = begin_of_whole_call(frame);
     return start_tv != 0 ? std::max<int64_t>(now_tv - start_tv, 0) : 0;
 }
 
@@ -35,8 +33,8 @@ entry_times times_of(const log_context& context, const flist_entry& entry)
     if (context.time_mode <= 0 || context.depth < 0) { // the end of no call has no frame
         return {0, 0};
     }
-    return {elapsed_since_start(context.frames[0], entry.now_tv),
-            elapsed_since_start(context.frames[context.depth], entry.now_tv)};
+    return {elapsed_since_begin(context.frames[0], entry.now_tv),
+            elapsed_since_begin(context.frames[context.depth], entry.now_tv)};
 }
 
 // The cache serves operations below 50, but for those that change or search data.
@@ -62,9 +60,7 @@ void write_flist(log_context* context, const flist_entry* entry)
         return;
     }
     flist_entry named = *entry;
-    if (text_or_empty(named.opname)[0] == '\0') {
-        named.opname = get_opname(named.opcode, nullptr);
-    }
+    named.opname = name_of(named.opname, named.opcode);
     append_buffer out = text_for(context->flist_trace);
     if ((context->flist_mode & flist_blocks) != 0) {
         add_block(out, *context, named);

@@ -63,8 +63,7 @@ void fill_element(qel_flist_t* element, const agg_node& node, qel_errbuf_t& eb)
 {
     element_writer writer(element, eb);
     writer.set_number(perf_opcode_field, node.opcode);
-    writer.set_text(perf_opname_field,
-                    node.opname[0] != '\0' ? node.opname : get_opname(node.opcode, nullptr));
+    writer.set_text(perf_opname_field, name_of(node.opname, node.opcode));
     writer.set_text(perf_program_field, node.program);
     writer.set_text(perf_obj_type_field, node.obj_type);
     writer.set_text(perf_fname_field, node.fname);

@@ -9,4 +9,14 @@ const char* get_opname(int32_t opcode, const char* fallback);
 // Number of an operation given as a number or a name; 0 when it is neither.
 int32_t get_opnum(const char* text);
 }
+
+namespace ostrum {
+
+// An operation's own name or, where it is null or empty, what get_opname() makes of its number.
+inline const char* name_of(const char* opname, int32_t opcode)
+{
+    return opname != nullptr && *opname != '\0' ? opname : get_opname(opcode, nullptr);
+}
+
+} // namespace ostrum
 #endif

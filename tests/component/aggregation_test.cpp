@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "ordered_tree/stored_tree.h"
-#include "perf_log/aggregation/call_frame.h"
+#include "perf_log/aggregation/agg_dump.h"
+#include "perf_log/aggregation/agg_insert.h"
+#include "perf_log/aggregation/node_update.h"
 #include "support/fake_os.h"
 #include "support/temp_dir.h"
 #include "util/diagnostics.h"

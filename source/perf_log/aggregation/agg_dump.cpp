@@ -1,4 +1,4 @@
-#include "perf_log/aggregation/agg_node.h"
+#include "perf_log/aggregation/agg_dump.h"
 
 #include "host_access/object_xoid.h"
 #include "host_access/opcode_names.h"

@@ -1,8 +1,10 @@
+#include "perf_log/aggregation/agg_insert.h"
+
 #include <cstddef>
 #include <cstring>
 
 #include "ordered_tree/stored_tree.h"
-#include "perf_log/aggregation/call_frame.h"
+#include "perf_log/aggregation/node_update.h"
 #include "util/diagnostics.h"
 
 using ostrum::agg_node;

@@ -94,7 +94,5 @@ extern "C" {
 uint64_t ostrum_hash_aggr_node(const ostrum::agg_node* key);
 int32_t __ostrum_agg_cmp_fn(const void* key, const void* node);
 void __ostrum_agg_free_fn(void* node);
-// Debug listing of a node or key, only with debug bit 0x4.
-void __ostrum_dump_agg_node(const ostrum::agg_node* node, const char* label);
 }
 #endif

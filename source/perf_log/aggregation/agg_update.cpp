@@ -1,11 +1,9 @@
-#include <algorithm>
+#include "perf_log/aggregation/node_update.h"
 
 #include "config/settings.h"
 #include "data_file/counters.h"
 #include "data_file/errors.h"
 #include "host_access/opcode_names.h"
-#include "perf_log/aggregation/call_frame.h"
-#include "perf_log/aggregation/node_update.h"
 #include "util/diagnostics.h"
 #include "util/resources.h"
 #include "util/text.h"
@@ -72,8 +70,14 @@ bool merge_key(agg_node& node, const agg_node& key)
         return true;
     }
     return add_to_node(node, key.main,
-                       {key.bucket_source, key.caller_ref_1, key.caller_ref_2, key.err_info, key.level,
-                        key.log_time, key.single_trace != 0, key.count_in_buckets == 1});
+                       {.bucket_source = key.bucket_source,
+                        .caller_ref_1 = key.caller_ref_1,
+                        .caller_ref_2 = key.caller_ref_2,
+                        .err_info = key.err_info,
+                        .level = key.level,
+                        .log_time = key.log_time,
+                        .single_trace = key.single_trace != 0,
+                        .counts_in_buckets = key.count_in_buckets == 1});
 }
 
 } // namespace
@@ -94,7 +98,7 @@ void ostrum::count_error(const agg_node& node, int64_t errors, const uint32_t* e
 {
     const int32_t detail = configured().error_counter_level;
     const bool by_opcode = (detail & error_by_opcode) != 0;
-    const char* name = node.opname[0] != '\0' ? node.opname : get_opname(node.opcode, nullptr);
+    const char* name = name_of(node.opname, node.opcode);
     const auto word = [&](error_counter_bits bit, int index) -> uint32_t {
         return (detail & bit) != 0 && err_info != nullptr ? err_info[index] : 0;
     };

@@ -31,20 +31,11 @@ inline bool own_totals_in_use(const call_frame& frame)
     return frame.own.total_calls != start_marker;
 }
 
-} // namespace ostrum
-
-extern "C" {
-// The update callback of bt_insert for trees of nodes. Status 2: makes a node of the copied key; its
-// counts come with the end of the call. Status 3: merges the key into the node. Also called directly, with
-// status 3, by those who hold the node already. Returns 1, or 0 after one diagnostic line.
-int32_t agg_upd_fn(void* node, const void* key, uint32_t status, void** out);
-
-// Adds the totals of calls to a duration bucket.
-void agg_update_bucket_totals(ostrum::total_record* bucket, const ostrum::total_record* added);
-
-// Finds or inserts the path of the key at its level, below the node that the stack holds for the level
-// above, and notes it in the stack. Returns 2 (new path), 3 (known path) or, after a diagnostic line, 0.
-uint32_t insert_agg_node(bt_tree* root, ostrum::call_frame* stack, const ostrum::agg_node* key, int32_t level,
-                         ostrum::agg_node** out);
+// Also of a call whose parts were flushed while it went on.
+inline int64_t begin_of_whole_call(const call_frame& frame)
+{
+    return frame.first_start_tv != 0 ? frame.first_start_tv : frame.start_tv;
 }
+
+} // namespace ostrum
 #endif

@@ -111,4 +111,14 @@ bool add_to_bucket(agg_node& node, int64_t elapsed_tv, total_record added);
 }
 
 } // namespace ostrum
+
+extern "C" {
+// The update callback of bt_insert for trees of nodes. BT_INSERTED: makes a node of the copied key; its
+// counts come with the end of the call. BT_EXISTED: merges the key into the node; hooks merge without a key,
+// so that only keys of starts come here from this library. Returns 1, or 0 after one diagnostic line.
+int32_t agg_upd_fn(void* node, const void* key, uint32_t status, void** out);
+
+// Adds the totals of calls to a duration bucket. Kept on purpose; nothing here calls it.
+void agg_update_bucket_totals(ostrum::total_record* bucket, const ostrum::total_record* added);
+}
 #endif

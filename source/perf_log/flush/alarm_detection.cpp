@@ -1,7 +1,6 @@
 #include "perf_log/flush/alarm_detection.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "config/settings.h"
 #include "host_access/correlation.h"
@@ -16,16 +15,11 @@ using namespace ostrum;
 
 namespace {
 
-// Of a call that goes on: before the parts that were flushed meanwhile.
+// What it has taken goes back from the last flush, whatever was done to the clock before. Of a call that goes
+// on: at its end its own totals hold the last part, too.
 int64_t begin_of_running_call(const call_frame& frame)
 {
     return frame.start_tv - (own_totals_in_use(frame) ? frame.own.total_tv : 0);
-}
-
-// Also of a call that has just ended, whose own totals hold its last part already.
-int64_t begin_of_whole_call(const call_frame& frame)
-{
-    return frame.first_start_tv != 0 ? frame.first_start_tv : begin_of_running_call(frame);
 }
 
 int64_t effective_start(const log_context& context, int64_t now_tv)
@@ -64,9 +58,8 @@ ended_call texts_of(const call_frame& frame, const ended_call* ended)
 void fill_level(alarm_level& level, const call_frame& frame, int32_t number, const ended_call* ended)
 {
     const ended_call texts = texts_of(frame, ended);
-    const bool named = text_or_empty(texts.opname)[0] != '\0';
     level.opcode = static_cast<int32_t>(frame.opcode);
-    copy_text(level.opname, sizeof(level.opname), named ? texts.opname : get_opname(level.opcode, nullptr));
+    copy_text(level.opname, sizeof(level.opname), name_of(texts.opname, level.opcode));
     copy_text(level.fname, sizeof(level.fname), texts.fname);
     level.start_tv = begin_of_whole_call(frame);
     level.line = texts.line;

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "config/settings.h"
+#include "perf_log/aggregation/agg_insert.h"
 #include "perf_log/aggregation/node_update.h"
 #include "perf_log/flush/flush.h"
 #include "process_metrics/cpu_usage.h"

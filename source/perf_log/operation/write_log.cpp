@@ -3,6 +3,8 @@
 #include "flist_trace/flist_writer.h"
 #include "flist_trace/perf_flist.h"
 #include "os/os_calls.h"
+#include "perf_log/aggregation/agg_dump.h"
+#include "perf_log/aggregation/agg_insert.h"
 #include "perf_log/flush/alarm_detection.h"
 #include "perf_log/flush/flush.h"
 

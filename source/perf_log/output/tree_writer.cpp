@@ -53,7 +53,7 @@ trace_line path_line(const agg_node& node, const print_context& context)
     return {.level = node.level + 1,
             .opcode = node.opcode,
             .flags = node.flags,
-            .opname = node.opname[0] != '\0' ? node.opname : get_opname(node.opcode, nullptr),
+            .opname = name_of(node.opname, node.opcode),
             .time_tv = 0,
             .fname = node.fname,
             .lineno = node.lineno,
