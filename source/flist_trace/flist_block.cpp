@@ -11,14 +11,9 @@ namespace ostrum {
 
 namespace {
 
-bool is_timed(const log_context& context)
-{
-    return context.depth == 0 ? context.time_mode > 0 : logs_to_file(context.time_mode);
-}
-
 time_text elapsed_text(const log_context& context, const flist_entry& entry)
 {
-    if (is_timed(context)) {
+    if (is_aggregated(context)) {
         return formatted_time(times_of(context, entry).since_level_start_tv, format_seconds_ns);
     }
     return {"timing-disabled"};

@@ -30,12 +30,6 @@ bool is_open(const flist_log& log)
     return log.to_stdout || static_cast<bool>(log.file);
 }
 
-void close_flist_log(flist_log& log)
-{
-    log.file.reset();
-    log.to_stdout = false;
-}
-
 append_buffer text_for(const flist_log& log)
 {
     if (log.to_stdout) {

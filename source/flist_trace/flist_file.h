@@ -14,7 +14,6 @@ inline constexpr int32_t flist_tree_lines = 0x1; // a line per call, below a hea
 inline constexpr int32_t flist_blocks = 0x2;     // a block per call with its field list, instead of the line
 
 bool is_open(const flist_log& log);
-void close_flist_log(flist_log& log); // never closes standard output
 
 // Text for the log, behind what the host has printed there.
 append_buffer text_for(const flist_log& log);

@@ -70,3 +70,11 @@ void get_current_aggregation_period(aggregation_period* period, int32_t length, 
     const int64_t end_tv = (period->end_s - now_s) * ns_per_second + now_tv;
     period->end_tv = end_tv - end_tv % ns_per_second;
 }
+
+aggregation_period ostrum::present_period(int64_t now_tv)
+{
+    aggregation_period period;
+    get_current_aggregation_period(&period, configured().aggregation_period, configured().aggregation_unit,
+                                   now_tv);
+    return period;
+}

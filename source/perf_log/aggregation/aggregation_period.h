@@ -27,4 +27,8 @@ extern "C" {
 void get_current_aggregation_period(ostrum::aggregation_period* period, int32_t length,
                                     ostrum::period_unit unit, int64_t now_tv);
 }
+
+namespace ostrum {
+aggregation_period present_period(int64_t now_tv); // of the configured length
+}
 #endif

@@ -10,6 +10,7 @@
 #include "host_access/flist.h"
 #include "os/os_calls.h"
 #include "process_state/process_state.h"
+#include "util/clock_checks.h"
 #include "util/diagnostics.h"
 #include "util/resources.h"
 
@@ -30,16 +31,6 @@ context_ptr zeroed_context()
 {
     void* memory = os::allocate_zeroed(sizeof(log_context));
     return context_ptr{memory != nullptr ? new (memory) log_context{} : nullptr};
-}
-
-void begin_times(trace_source& source)
-{
-    const int64_t now_tv = os::realtime_ns();
-    source.last_flush_s = now_tv / ns_per_second;
-    source.last_flush_tv = now_tv - now_tv % ns_per_second;
-    source.next_flush_tv = source.last_flush_tv + configured().flush_frequency_tv;
-    get_current_aggregation_period(&source.period, configured().aggregation_period,
-                                   configured().aggregation_unit, now_tv);
 }
 
 bool create_trees(log_context& context)
@@ -81,7 +72,8 @@ log_context* init_log_info(int32_t pid, int32_t key)
     for (call_frame& frame : context->frames) {
         clear_frame(frame);
     }
-    begin_times(context->trace);
+    move_flush_times_on(context->trace);
+    context->trace.period = present_period(os::realtime_ns());
     if (!create_trees(*context)) {
         return nullptr;
     }
@@ -101,8 +93,7 @@ void destroy_owned_list(call_frame& frame)
 
 void close_files(log_context& context)
 {
-    release_trace_file(context.trace.file);
-    context.trace.single_file = false;
+    close_trace_file(context.trace);
     context.flist_trace = {};
     context.alarm_file.reset();
 }
@@ -122,6 +113,24 @@ void release_trace_file(shared_trace_file*& file)
         os::close_file(mine->fd);
         os::release(mine);
     }
+}
+
+void close_trace_file(trace_source& source)
+{
+    release_trace_file(source.file);
+    source.single_file = false;
+}
+
+void move_flush_times_on(trace_source& source)
+{
+    const int64_t now_tv = os::realtime_ns();
+    source.last_flush_s = os::wall_seconds();
+    set_due_time(source.next_flush_tv, now_tv - now_tv % ns_per_second + configured().flush_frequency_tv);
+}
+
+bool was_set_back_since_flush(const trace_source& source, int64_t now_tv)
+{
+    return was_set_back(now_tv, due_time(source.next_flush_tv), configured().flush_frequency_tv);
 }
 
 void adopt_period(trace_source& source, const aggregation_period& period)

@@ -47,7 +47,7 @@ struct shared_trace_file {
 shared_trace_file* share_trace_file(shared_trace_file* file); // one more holder; null allowed
 void release_trace_file(shared_trace_file*& file);            // null allowed; leaves null
 
-// The field-list trace while it is open.
+// The field-list trace while it is open; closed by emptying it.
 struct flist_log {
     unique_fd file;
     bool to_stdout = false; // the host's stream, which is never closed
@@ -65,7 +65,6 @@ struct trace_source {
     shared_trace_file* file;   // held; null in single-file mode and while closed
     bool single_file;          // the trace goes to the shared single file
     int64_t last_flush_s;      // wall-clock second of the last flush: start of the next period record
-    int64_t last_flush_tv;     // ns, whole seconds
     int64_t next_flush_tv;     // ns; read without the lock, through due_time and set_due_time
     aggregation_period period; // its two ends are read without the lock likewise
 };
@@ -80,6 +79,14 @@ inline void set_due_time(int64_t& word_tv, int64_t value_tv)
     std::atomic_ref<int64_t>(word_tv).store(value_tv, std::memory_order_relaxed);
 }
 void adopt_period(trace_source& source, const aggregation_period& period);
+
+// After a flush: the last one was now, the next is due one flush frequency later.
+void move_flush_times_on(trace_source& source);
+// The clock was: what is due by its old time would wait for as long. Reads one word, without the lock.
+bool was_set_back_since_flush(const trace_source& source, int64_t now_tv);
+
+// Closes the trace file (copies that wait to be written keep it open) and leaves single-file mode.
+void close_trace_file(trace_source& source);
 
 // Handles of the data-file variables that every context looks at, filled on first use.
 struct variable_handles {
@@ -133,6 +140,13 @@ struct log_context {
 };
 
 inline constexpr int32_t no_depth = -1;
+
+// Whether the innermost call is timed: always at the outermost level while timing is on, deeper only when
+// timing goes to a file.
+inline bool is_aggregated(const log_context& context)
+{
+    return context.depth == 0 ? context.time_mode > 0 : logs_to_file(context.time_mode);
+}
 
 // A zeroed context of (pid, key) in the present aggregation period, with its trees and one reference;
 // null after diagnostic lines. A thread's own context carries the calling thread's id.

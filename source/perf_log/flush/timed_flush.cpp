@@ -16,18 +16,6 @@ namespace {
 
 constexpr int32_t contexts_per_batch = 64;
 
-// The period that a visit finds, and whether it is another one than the context's.
-struct present_period {
-    explicit present_period(const log_context& context, int64_t now_tv)
-    {
-        get_current_aggregation_period(&period, configured().aggregation_period,
-                                       configured().aggregation_unit, now_tv);
-        is_new = period.start_s != context.trace.period.start_s;
-    }
-    aggregation_period period;
-    bool is_new;
-};
-
 bool flush_is_due(const log_context& context, int64_t now_tv)
 {
     const int64_t next_flush_tv = due_time(context.trace.next_flush_tv);
@@ -36,9 +24,9 @@ bool flush_is_due(const log_context& context, int64_t now_tv)
 }
 
 // In a new period too: what belongs to the old one must not go into the next file.
-void flush_when_due(log_context& context, const present_period& present, int64_t now_tv)
+void flush_when_due(log_context& context, bool new_period, int64_t now_tv)
 {
-    if (!present.is_new && !flush_is_due(context, now_tv)) {
+    if (!new_period && !flush_is_due(context, now_tv)) {
         return;
     }
     if (context.depth < 0) {
@@ -80,10 +68,11 @@ void visit_live(log_context& context, int64_t now_tv)
                     static_cast<void*>(&context), context.trace.pid, context.trace.key);
     }
     raise_interim_alarm_when_due(context, now_tv);
-    const present_period present(context, now_tv);
-    flush_when_due(context, present, now_tv);
-    if (present.is_new) {
-        enter_period(context, present.period);
+    const aggregation_period period = present_period(now_tv);
+    const bool new_period = period.start_s != context.trace.period.start_s;
+    flush_when_due(context, new_period, now_tv);
+    if (new_period) {
+        enter_period(context, period);
     }
 }
 

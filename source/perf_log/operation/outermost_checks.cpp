@@ -35,8 +35,7 @@ void refresh_modes(log_context& context)
 // True when the moment lies in another period than the context's; `period` is then that one.
 bool find_new_period(const log_context& context, int64_t now_tv, aggregation_period& period)
 {
-    get_current_aggregation_period(&period, configured().aggregation_period, configured().aggregation_unit,
-                                   now_tv);
+    period = present_period(now_tv);
     if (period.start_s == context.trace.period.start_s) {
         return false;
     }
@@ -95,7 +94,7 @@ bool is_traced_opcode(const trace_opcode_list& list, int32_t opcode)
 void prepare_flist_trace(log_context& context, int32_t opcode, bool reopen)
 {
     if (context.flist_mode <= 0 || reopen) {
-        close_flist_log(context.flist_trace);
+        context.flist_trace = {};
     }
     context.skip_flist_trace = context.flist_mode <= 0 || !is_traced_opcode(context.trace_opcodes, opcode);
     if (!context.skip_flist_trace && !is_open(context.flist_trace)) {

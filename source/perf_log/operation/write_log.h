@@ -41,12 +41,6 @@ void flush_tree_now(log_context& context);
 
 // ---- what both halves ask ----
 
-// Always at the outermost level while timing is on, deeper only when timing goes to a file.
-inline bool is_aggregated(const log_context& context)
-{
-    return context.depth == 0 ? context.time_mode > 0 : logs_to_file(context.time_mode);
-}
-
 inline bool is_outermost(const log_context& context)
 {
     return context.depth == 0 || (context.depth == 1 && context.grouped_transaction);

@@ -130,25 +130,6 @@ write_result write_and_empty(trace_source& source, bt_tree* tree, int32_t& recor
 
 } // namespace
 
-void ostrum::close_trace_file(trace_source& source)
-{
-    release_trace_file(source.file);
-    source.single_file = false;
-}
-
-void ostrum::move_flush_times_on(trace_source& source)
-{
-    const int64_t now_tv = os::realtime_ns();
-    source.last_flush_s = os::wall_seconds();
-    source.last_flush_tv = now_tv - now_tv % ns_per_second;
-    set_due_time(source.next_flush_tv, source.last_flush_tv + configured().flush_frequency_tv);
-}
-
-bool ostrum::was_set_back_since_flush(const trace_source& source, int64_t now_tv)
-{
-    return was_set_back(now_tv, due_time(source.next_flush_tv), configured().flush_frequency_tv);
-}
-
 void open_log_file(trace_source* source)
 {
     if (configured().single_file) {
