@@ -1,23 +1,18 @@
 #include "flist_trace/flist_writer.h"
 
 #include <algorithm>
-#include <initializer_list>
 
 #include "flist_trace/entry_parts.h"
+#include "host_abi/host_opcodes.h"
 #include "host_access/opcode_names.h"
 
 namespace ostrum {
 
 namespace {
 
-bool contains(std::initializer_list<int32_t> opcodes, int32_t opcode)
-{
-    return std::find(opcodes.begin(), opcodes.end(), opcode) != opcodes.end();
-}
-
 bool is_written(int32_t opcode)
 {
-    return opcode >= 0 || contains({-4, -5, -6}, opcode);
+    return opcode >= 0 || contains(traced_virtual_opcodes, opcode);
 }
 
 int64_t elapsed_since_begin(const call_frame& frame, int64_t now_tv)
@@ -37,12 +32,10 @@ entry_times times_of(const log_context& context, const flist_entry& entry)
             elapsed_since_begin(context.frames[context.depth], entry.now_tv)};
 }
 
-// The cache serves operations below 50, but for those that change or search data.
 bool is_cache_hit(const flist_entry& entry)
 {
-    constexpr int32_t first_uncached_opcode = 50;
-    return (entry.cache_flags & cache_hit_flag) != 0 && entry.opcode < first_uncached_opcode &&
-           !contains({22, 23, 24, 30, 34, 38}, entry.opcode);
+    return (entry.cache_flags & end_flag_cache_hit) != 0 && entry.opcode < first_uncached_opcode &&
+           !contains(uncached_opcodes, entry.opcode);
 }
 
 bool has_error(const flist_entry& entry)

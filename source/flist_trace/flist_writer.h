@@ -11,8 +11,6 @@ namespace ostrum {
 
 enum class flist_direction : int32_t { in = 1, out = 2 };
 
-inline constexpr uint32_t cache_hit_flag = 0x4; // served by the transaction cache
-
 // One start or end of an operation. Texts and references are the caller's.
 struct flist_entry {
     flist_direction direction;
@@ -26,7 +24,7 @@ struct flist_entry {
     int64_t obj_id;
     int64_t db;
     void* flist;              // input list at the start, output list at the end; null = none
-    uint32_t cache_flags;     // cache_hit_flag
+    uint32_t cache_flags;     // end_flag_cache_hit
     const qel_errbuf_t* ebuf; // null = none
 };
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 
 #include "host_abi/host_fields.h"
+#include "host_abi/host_opcodes.h"
 #include "host_access/flist.h"
 #include "util/text.h"
 
@@ -18,17 +18,12 @@ constexpr int32_t optional = 1;
 // How an operation's object is described.
 enum class description { type, search, list_text };
 
-constexpr int32_t list_text_opcode = 31;
-constexpr int32_t search_opcodes[] = {7, 17, 25};
-
 description description_of(int32_t opcode)
 {
     if (opcode == list_text_opcode) {
         return description::list_text;
     }
-    const bool search =
-        std::find(std::begin(search_opcodes), std::end(search_opcodes), opcode) != std::end(search_opcodes);
-    return search ? description::search : description::type;
+    return contains(search_opcodes, opcode) ? description::search : description::type;
 }
 
 template <typename T>

@@ -5,20 +5,20 @@
 #include <cstring>
 #include <iterator>
 
+#include "host_abi/host_opcodes.h"
 #include "host_access/bindings.h"
 
 namespace {
 
-// Operations of the library itself rather than of the host. -3 has no name.
 struct virtual_operation {
     int32_t opcode;
     const char* name;
 };
-constexpr virtual_operation virtual_operations[] = {{-1, "VRT_OP_OVERHEAD"},
-                                                    {-2, "VRT_OP_ELAPSED"},
-                                                    {-4, "VRT_OP_CONTEXT_OPEN"},
-                                                    {-5, "VRT_OP_CONTEXT_CLOSE"},
-                                                    {-6, "VRT_OP_TRANSACTION"}};
+constexpr virtual_operation virtual_operations[] = {{ostrum::overhead_opcode, "VRT_OP_OVERHEAD"},
+                                                    {ostrum::elapsed_opcode, "VRT_OP_ELAPSED"},
+                                                    {ostrum::context_open_opcode, "VRT_OP_CONTEXT_OPEN"},
+                                                    {ostrum::context_close_opcode, "VRT_OP_CONTEXT_CLOSE"},
+                                                    {ostrum::transaction_opcode, "VRT_OP_TRANSACTION"}};
 
 bool is_empty(const char* text)
 {

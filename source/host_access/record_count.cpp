@@ -1,31 +1,21 @@
 #include "host_access/record_count.h"
 
-#include <algorithm>
-#include <iterator>
-
 #include "host_abi/host_fields.h"
+#include "host_abi/host_opcodes.h"
 #include "host_access/bindings.h"
 #include "host_access/flist.h"
 
 namespace {
 
-constexpr int32_t counted_opcodes[] = {7, 17, 18, 25, 26, 27, 28, 31}; // their output holds a results array
-constexpr int32_t list_of_one_opcode = 31;                             // an empty result counts as one
-
+// Of what is not counted: these two runs of operations return one record.
 int32_t default_count(int32_t opcode)
 {
     return (opcode >= 1 && opcode <= 8) || (opcode >= 17 && opcode <= 19) ? 1 : 0;
 }
 
-bool has_results_array(int32_t opcode)
-{
-    return std::find(std::begin(counted_opcodes), std::end(counted_opcodes), opcode) !=
-           std::end(counted_opcodes);
-}
-
 [[gnu::noinline]] int32_t count_elements(int32_t opcode, qel_flist_t* list)
 {
-    if (!has_results_array(opcode) ||
+    if (!ostrum::contains(ostrum::opcodes_with_results, opcode) ||
         ostrum::host_service(&ostrum::host_bindings::flist_elem_count) == nullptr) {
         return default_count(opcode);
     }
@@ -34,7 +24,7 @@ bool has_results_array(int32_t opcode)
     if (count != 0) {
         return count;
     }
-    return opcode == list_of_one_opcode ? 1 : 0;
+    return opcode == ostrum::list_text_opcode ? 1 : 0;
 }
 
 } // namespace

@@ -8,9 +8,6 @@ namespace ostrum {
 
 enum class op_phase : int32_t { start = 1, end = 2 };
 
-inline constexpr uint32_t end_flag_error = 0x4; // function ends: the caller reports an error; operation
-                                                // ends: as the host gave it (served by the cache)
-
 // One hook call, as the per-operation logging sees it. Texts and references are the caller's.
 struct op_event {
     op_phase phase = op_phase::start; // as write_log is told
@@ -26,7 +23,7 @@ struct op_event {
     int64_t db;
     void* in_flist;
     void* out_flist;
-    uint32_t end_flags;
+    uint32_t end_flags;       // end_flag_cache_hit; others mean nothing here
     int64_t record_count;     // elements that the ended operation returned
     const qel_errbuf_t* ebuf; // null = none
 };

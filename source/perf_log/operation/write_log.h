@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "config/settings.h"
+#include "host_abi/host_opcodes.h"
 #include "perf_log/aggregation/node_update.h"
 #include "perf_log/context/log_context.h"
 #include "perf_log/operation/op_event.h"
@@ -138,28 +139,26 @@ inline void number_operation(log_context& context)
 
 // ---- end ----
 
-// An error of these two numbers is part of normal work below the outermost level.
 inline bool is_recorded_error(const op_event& event, int32_t depth)
 {
     if (event.ebuf == nullptr || event.ebuf->errnum == 0) {
         return false;
     }
-    const uint32_t errnum = event.ebuf->errnum;
-    return depth == 0 || (errnum != 37 && errnum != 120);
+    return depth == 0 || !contains(usual_nested_errors, event.ebuf->errnum);
 }
 
 [[gnu::always_inline]] inline total_record totals_of(const op_event& event, int32_t level,
                                                      const call_cost& cost)
 {
-    const bool cache_flag = (event.end_flags & end_flag_error) != 0;
+    const bool cache_hit = (event.end_flags & end_flag_cache_hit) != 0;
     return {.total_tv = cost.elapsed_tv,
             .min_tv = cost.elapsed_tv,
             .max_tv = cost.elapsed_tv,
-            .cm_cache_tv = cache_flag ? cost.elapsed_tv : 0,
+            .cm_cache_tv = cache_hit ? cost.elapsed_tv : 0,
             .total_recs = event.record_count,
             .total_calls = 1,
             .total_errors = is_recorded_error(event, level) ? 1 : 0,
-            .cm_cache_calls = cache_flag ? 1 : 0,
+            .cm_cache_calls = cache_hit ? 1 : 0,
             .user_cpu_tv = cost.cpu.user_tv,
             .sys_cpu_tv = cost.cpu.sys_tv,
             .bs_tv = 0,
