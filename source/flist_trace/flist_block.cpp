@@ -3,7 +3,6 @@
 #include "host_access/correlation.h"
 #include "host_access/error_buffer.h"
 #include "host_access/flist.h"
-#include "host_access/host_memory.h"
 #include "util/text.h"
 #include "util/time_value.h"
 
@@ -49,16 +48,6 @@ void add_error(append_buffer& out, const flist_entry& entry)
     out.add_text("]");
 }
 
-void add_list(append_buffer& out, void* list)
-{
-    auto* flist = static_cast<qel_flist_t*>(list);
-    char* text = nullptr;
-    int32_t length = 0;
-    const bool converted = flist != nullptr && flist_to_str(flist, &text, &length) == 0 && text != nullptr;
-    out.add_text(converted ? text : "NULL flist ptr\n");
-    release_host_text(text);
-}
-
 } // namespace
 
 void add_block(append_buffer& out, const log_context& context, const flist_entry& entry)
@@ -68,7 +57,7 @@ void add_block(append_buffer& out, const log_context& context, const flist_entry
         add_error(out, entry);
     }
     out.add_text("\n");
-    add_list(out, entry.flist);
+    out.add_text(shown_flist_text(flist_text(static_cast<qel_flist_t*>(entry.flist))));
 }
 
 } // namespace ostrum

@@ -85,7 +85,7 @@ void debug_element(qel_flist_t* element)
     p_flist_to_str(element, &text, &length, &eb);
     debug_print("build_perf_flist: single opcode trace output len[%d] ebufp[%p](%d):\n%s", length,
                 static_cast<void*>(&eb), static_cast<int>(eb.errnum), text != nullptr ? text : "ERROR\n");
-    release_host_text(text);
+    release_host_memory(text);
 }
 
 bool report_failure(qel_errbuf_t& eb)

@@ -21,7 +21,7 @@ bool render(qel_errbuf_t* eb, char* out)
     if (rendered) {
         copy_text(out, error_text_bytes, text);
     }
-    release_host_text(text);
+    release_host_memory(text);
     return rendered;
 }
 

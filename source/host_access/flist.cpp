@@ -6,6 +6,7 @@
 #include "util/guarded_write.h"
 
 #include <cstring>
+#include <utility>
 
 using ostrum::call_host;
 using ostrum::host_bindings;
@@ -92,15 +93,27 @@ int32_t flist_to_str(qel_flist_t* list, char** text, int32_t* len)
     return 0;
 }
 
+ostrum::host_ptr<char> ostrum::flist_text(qel_flist_t* list)
+{
+    char* text = nullptr;
+    int32_t length = 0;
+    const bool converted = list != nullptr && flist_to_str(list, &text, &length) == 0;
+    host_ptr<char> owned{text};
+    return converted ? std::move(owned) : nullptr;
+}
+
+const char* ostrum::shown_flist_text(const host_ptr<char>& text)
+{
+    return text ? text.get() : "NULL flist ptr\n";
+}
+
 void print_flist(FILE* stream, qel_flist_t* list)
 {
     if (stream == nullptr) {
         return;
     }
-    char* text = nullptr;
-    int32_t len = 0;
-    const bool converted = list != nullptr && flist_to_str(list, &text, &len) == 0 && text != nullptr;
-    const char* shown = converted ? text : "NULL flist ptr\n";
+    const ostrum::host_ptr<char> text = ostrum::flist_text(list);
+    const char* shown = ostrum::shown_flist_text(text);
     const int fd = fileno(stream);
     if (fd < 0) { // a stream in memory
         fputs(shown, stream);
@@ -111,5 +124,4 @@ void print_flist(FILE* stream, qel_flist_t* list)
         ostrum::os::flush_stream(stream);
         ostrum::write_all_guarded(fd, shown, strlen(shown));
     }
-    ostrum::release_host_text(text);
 }

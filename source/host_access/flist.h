@@ -2,6 +2,7 @@
 #define OSTRUM_HOST_ACCESS_FLIST_H
 // Field lists, reached only through the bound host services. A null list is valid and means no list.
 #include "host_abi/host_services.h"
+#include "host_access/host_memory.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -29,4 +30,13 @@ int32_t flist_to_str(qel_flist_t* list, char** text, int32_t* len);
 // Writes the masked text to the stream and flushes it; "NULL flist ptr\n" for a null list or no text.
 void print_flist(FILE* stream, qel_flist_t* list);
 }
+
+namespace ostrum {
+
+// The masked text; null for a null list, without a host and, after one diagnostic line, when the host fails.
+host_ptr<char> flist_text(qel_flist_t* list);
+// What is shown of it: "NULL flist ptr\n" without one.
+const char* shown_flist_text(const host_ptr<char>& text);
+
+} // namespace ostrum
 #endif

@@ -8,7 +8,7 @@
 namespace ostrum {
 
 // Frees what the host allocated; null allowed.
-inline void release_host_text(void* block)
+inline void release_host_memory(void* block)
 {
     if (qel_free != nullptr) {
         qel_free(block);
@@ -18,7 +18,7 @@ inline void release_host_text(void* block)
 }
 
 struct release_host_block {
-    void operator()(void* block) const { release_host_text(block); }
+    void operator()(void* block) const { release_host_memory(block); }
 };
 
 // What the host allocated and this library must give back.

@@ -1,7 +1,6 @@
 #include "perf_log/output/alarm_record.h"
 
 #include "host_access/flist.h"
-#include "host_access/host_memory.h"
 #include "util/diagnostics.h"
 #include "util/resources.h"
 #include "util/text.h"
@@ -31,13 +30,11 @@ char* text_within(qel_flist_t* list, size_t max_bytes)
 
 char* whole_text(qel_flist_t* list)
 {
-    char* host_text = nullptr;
-    int32_t length = 0;
-    if (flist_to_str(list, &host_text, &length) != 0 || host_text == nullptr) {
+    const host_ptr<char> shown = flist_text(list);
+    if (!shown) {
         return nullptr;
     }
-    const host_ptr<char> owned{host_text};
-    heap_ptr<char> text = heap_text(host_text);
+    heap_ptr<char> text = heap_text(shown.get());
     if (!text) {
         err_print("perf_flist_str : out of memory\n");
     }
