@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <utility>
 
 #include "os/os_calls.h"
 #include "perf_log/output/alarm_file.h"
@@ -44,18 +45,14 @@ void block_host_signals()
 
 constexpr int64_t hurry_limit_tv = 1'000'000'000;
 
-// What one pass has taken out of the queue.
-struct flush_work {
-    queued_tree* trees;
-    int32_t tree_count;
-    alarm_record* alarms;
-    int32_t alarm_count;
-    bool last; // nothing was queued and the thread is to end
-};
+bool is_empty(const queued_work& work)
+{
+    return work.trees == nullptr && work.alarms == nullptr;
+}
 
 void wait_for_work(flush_record& record)
 {
-    while (record.trees == nullptr && record.alarms == nullptr && record.terminate == 0) {
+    while (is_empty(record) && record.terminate == 0) {
         if (debug_on(debug_general)) {
             debug_print("perf_async_flusher : no work and no request to terminate - wait for status "
                         "change\n");
@@ -64,7 +61,8 @@ void wait_for_work(flush_record& record)
     }
 }
 
-flush_work take_work(flush_record& record)
+// Empty: the thread is to end.
+queued_work take_work(flush_record& record)
 {
     const flush_record_guard guard(record);
     wait_for_work(record);
@@ -73,16 +71,10 @@ flush_work take_work(flush_record& record)
                     record.tree_count, static_cast<void*>(record.trees), record.alarm_count,
                     static_cast<void*>(record.alarms), static_cast<int>(record.terminate));
     }
-    const flush_work work{record.trees, record.tree_count, record.alarms, record.alarm_count,
-                          record.trees == nullptr && record.alarms == nullptr};
-    record.trees = nullptr;
-    record.tree_count = 0;
-    record.alarms = nullptr;
-    record.alarm_count = 0;
-    return work;
+    return std::exchange<queued_work>(record, {});
 }
 
-void write_alarms(const flush_work& work)
+void write_alarms(const queued_work& work)
 {
     if (debug_on(debug_general)) {
         debug_print("perf_async_flusher : alarm list[%p](%d alarms to flush)\n",
@@ -109,7 +101,7 @@ void write_tree(queued_tree& queued)
     flush_aggregation_tree_to_file(&queued.source, queued.source.tree);
 }
 
-void write_trees(const flush_work& work)
+void write_trees(const queued_work& work)
 {
     if (debug_on(debug_general)) {
         debug_print("perf_async_flusher : tree list[%p](%d trees to flush)\n", static_cast<void*>(work.trees),
@@ -222,12 +214,12 @@ void* perf_async_flusher(void* record)
         debug_print("perf_async_flusher : started flushing thread\n");
     }
     block_host_signals();
-    flush_work work{};
+    queued_work work{};
     do {
         work = take_work(*static_cast<flush_record*>(record));
         write_alarms(work);
         write_trees(work);
-    } while (!work.last);
+    } while (!is_empty(work));
     if (debug_on(debug_general)) {
         debug_print("perf_async_flusher : flushing thread terminating\n");
     }

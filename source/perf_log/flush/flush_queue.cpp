@@ -15,8 +15,7 @@ namespace {
 
 constexpr int32_t most_trees_with_file = 8;
 
-constinit flush_record the_record{nullptr, 0, nullptr, 0, PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER,
-                                  0,       0};
+constinit flush_record the_record{{}, PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, 0, 0};
 
 time_text time_since(int64_t started_tv)
 {
@@ -76,18 +75,17 @@ void release_queued_tree(queued_tree* queued)
     release_trace_file(queued->source.file);
 }
 
-void drop_queue(flush_record& record)
+void drop_queue(queued_work& work)
 {
-    while (queued_tree* queued = record.trees) {
-        record.trees = queued->next;
+    while (queued_tree* queued = work.trees) {
+        work.trees = queued->next;
         release_queued_tree(queued);
     }
-    while (alarm_record* alarm = record.alarms) {
-        record.alarms = alarm->next;
+    while (alarm_record* alarm = work.alarms) {
+        work.alarms = alarm->next;
         release_alarm(alarm);
     }
-    record.tree_count = 0;
-    record.alarm_count = 0;
+    work = {};
 }
 
 } // namespace ostrum

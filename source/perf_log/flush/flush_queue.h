@@ -21,11 +21,14 @@ struct queued_tree {
     bool reopens_file; // its file was closed to save descriptors; the writer opens it by its name
 };
 
-struct flush_record {
+struct queued_work {
     queued_tree* trees;
     int32_t tree_count;
     alarm_record* alarms;
     int32_t alarm_count;
+};
+
+struct flush_record : queued_work {
     pthread_mutex_t mutex;    // guards all of it
     pthread_cond_t condition; // signalled at each addition and at the request to terminate
     pthread_t thread;         // 0 = none, or it could not be created
@@ -46,7 +49,7 @@ private:
 };
 
 void release_queued_tree(queued_tree* queued); // the tree, the share of the file, the entry
-void drop_queue(flush_record& record);         // what nobody will write; the caller excludes others
+void drop_queue(queued_work& work);            // what nobody will write; the caller excludes others
 
 } // namespace ostrum
 

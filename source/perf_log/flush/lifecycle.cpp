@@ -103,6 +103,17 @@ void release_within(log_context* context, int64_t limit_tv)
     unpin(context);
 }
 
+// As lip_list_del has it: that very context or, with null, the first of (pid, key).
+bool unlink_and_release(log_context* context, int32_t pid, int32_t key)
+{
+    const counted_release counted;
+    log_context* listed = lip_list_del(context, pid, key);
+    if (listed != nullptr) {
+        release_loginfo(listed);
+    }
+    return listed != nullptr;
+}
+
 // Heap and list may be in the midst of a step that this thread was interrupted in.
 void report_loss_at_exit()
 {
@@ -148,14 +159,14 @@ void release_loginfo(log_context* context)
     release_within(context, release_wait_tv);
 }
 
-bool ostrum::release_listed(log_context* context, int32_t pid, int32_t key)
+bool ostrum::release_listed(log_context& context)
 {
-    const counted_release counted;
-    log_context* listed = lip_list_del(context, pid, key);
-    if (listed != nullptr) {
-        release_loginfo(listed);
-    }
-    return listed != nullptr;
+    return unlink_and_release(&context, 0, 0);
+}
+
+bool ostrum::release_listed(int32_t pid, int32_t key)
+{
+    return unlink_and_release(nullptr, pid, key);
 }
 
 void release_at_thread_exit(void* value)
@@ -166,7 +177,7 @@ void release_at_thread_exit(void* value)
     if (debug_on(debug_general)) {
         debug_print("release_at_thread_exit : cleanup thread - lip[%p]\n", value);
     }
-    if (context == nullptr || !release_listed(context, 0, 0)) {
+    if (context == nullptr || !release_listed(*context)) {
         err_print("release_at_thread_exit : lip[%p] already freed?!\n", value);
     }
     if (context != nullptr) {

@@ -16,9 +16,10 @@ void clean_child_atfork(void);              // fork handler, in the child
 
 namespace ostrum {
 
-// Takes that context, or with null the first of (pid, key), off the list and releases it. The process does
-// not end in between. False: it is not in the list.
-bool release_listed(log_context* context, int32_t pid, int32_t key);
+// Takes that context, or the first of (pid, key), off the list and releases it. The process does not end in
+// between. False: it is not in the list.
+bool release_listed(log_context& context);
+bool release_listed(int32_t pid, int32_t key);
 
 } // namespace ostrum
 #endif

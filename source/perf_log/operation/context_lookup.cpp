@@ -19,7 +19,13 @@ bool contexts_available()
     return hands_out_contexts();
 }
 
-held_context find_own()
+// Neither locked nor certain to be live.
+struct found_context {
+    log_context* context; // null = none
+    bool pinned;          // without a slot or cache entry that would keep it
+};
+
+found_context find_own()
 {
     if (log_context* context = kept_context(nullptr)) {
         return {context, false};
@@ -32,7 +38,7 @@ held_context find_own()
     return {context, thread_slot() != context};
 }
 
-held_context find_named(const context_name& name)
+found_context find_named(const context_name& name)
 {
     if (log_context* context = kept_context(&name)) {
         return {context, false};
@@ -45,7 +51,7 @@ held_context find_named(const context_name& name)
 }
 
 // A context that was released meanwhile: this thread gives up its hold on it.
-void let_go(const held_context& found, const context_name* name)
+void let_go(const found_context& found, const context_name* name)
 {
     if (found.pinned) {
         unpin(found.context);
@@ -58,8 +64,7 @@ void let_go(const held_context& found, const context_name* name)
     }
 }
 
-// Neither locked nor certain to be live.
-held_context find_any(const context_name* name)
+found_context find_any(const context_name* name)
 {
     return name != nullptr ? find_named(*name) : find_own();
 }
@@ -69,13 +74,13 @@ held_context find_any(const context_name* name)
 held_context acquire_live(const context_name* name)
 {
     for (;;) {
-        const held_context found = find_any(name);
+        const found_context found = find_any(name);
         if (found.context == nullptr) {
             return {nullptr, false};
         }
         acquire_for_hook(found.context->lock);
         if (!found.context->released) {
-            return found;
+            return {found.context, found.pinned};
         }
         release(found.context->lock);
         let_go(found, name);
@@ -89,7 +94,7 @@ log_context* find_live(const context_name* name)
     if (!scope.entered() || !contexts_available()) {
         return nullptr; // inside a hook of this thread, which may hold any lock
     }
-    held_context found = find_any(name);
+    found_context found = find_any(name);
     while (found.context != nullptr && found.context->released) {
         let_go(found, name);
         found = find_any(name);
@@ -150,12 +155,12 @@ void __ostrum_release_liptr_by_key(int32_t pid, int32_t key)
     if (key == own_thread_key) {
         log_context* own = thread_slot();
         set_thread_slot(nullptr);
-        released = own != nullptr && release_listed(own, 0, 0);
+        released = own != nullptr && release_listed(*own);
         if (own != nullptr) {
             unpin(own); // the slot's reference
         }
     } else {
-        released = release_listed(nullptr, pid, key);
+        released = release_listed(pid, key);
         drop_cached(pid, key);
     }
     if (!released) {

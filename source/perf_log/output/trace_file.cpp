@@ -57,13 +57,8 @@ bool rotate_when_full(int fd, const char* path)
     return true;
 }
 
-bool write_tree(int fd, const trace_source& source, bt_tree* tree, int32_t& record_count,
-                bool after_half_a_line = false)
+bool write_tree(append_buffer& out, const trace_source& source, bt_tree* tree, int32_t& record_count)
 {
-    append_buffer out(fd);
-    if (after_half_a_line) {
-        out.add_character('\n');
-    }
     print_context context{&out,
                           owner_fields(static_cast<uint32_t>(source.pid), source.tid),
                           {},
@@ -96,10 +91,19 @@ write_result write_to_single_file(const trace_source& source, bt_tree* tree, int
     }
     // Half a line is that of a killed process, whose lock is free. Record locks do not keep the threads of a
     // process apart: there it may be one that is being written, and what comes of it is an empty line.
-    const bool after_half_a_line = guard && ends_within_line(path);
-    const bool written = write_tree(file.get(), source, tree, record_count, after_half_a_line);
+    append_buffer out(file.get());
+    if (guard && ends_within_line(path)) {
+        out.add_character('\n');
+    }
+    const bool written = write_tree(out, source, tree, record_count);
     const bool rotated = !guard || rotate_when_full(file.get(), path);
     return written && rotated ? write_result::written : write_result::failed;
+}
+
+write_result write_to_own_file(const trace_source& source, bt_tree* tree, int32_t& record_count)
+{
+    append_buffer out(source.file->fd);
+    return write_tree(out, source, tree, record_count) ? write_result::written : write_result::failed;
 }
 
 bool empty_tree(trace_source& source, bt_tree* tree)
@@ -115,12 +119,8 @@ bool empty_tree(trace_source& source, bt_tree* tree)
 
 write_result write_and_empty(trace_source& source, bt_tree* tree, int32_t& record_count)
 {
-    write_result result = write_result::written;
-    if (source.file == nullptr) {
-        result = write_to_single_file(source, tree, record_count);
-    } else if (!write_tree(source.file->fd, source, tree, record_count)) {
-        result = write_result::failed;
-    }
+    const write_result result =
+        (source.file != nullptr ? write_to_own_file : write_to_single_file)(source, tree, record_count);
     if (result == write_result::not_opened) {
         return result; // the tree stays for the next attempt
     }

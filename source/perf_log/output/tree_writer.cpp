@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "host_abi/host_opcodes.h"
 #include "host_access/opcode_names.h"
 #include "ordered_tree/stored_tree.h"
 #include "ostrum.h"
@@ -23,7 +24,6 @@ namespace {
 // the same in every build, whatever directory it was made in.
 constexpr const char* frame_file = "source/perf_log/output/tree_writer.cpp";
 constexpr int32_t frame_start_line = 2240;
-constexpr int32_t elapsed_opcode = -2;
 
 void write_frame_start(const print_context& context)
 {
@@ -129,22 +129,25 @@ private:
     size_t position_ = 0;
 };
 
+int32_t print_record(const agg_node& node, print_context& print)
+{
+    return print_aggregation_record(&node, &print, 1);
+}
+
 int32_t print_top_record(const agg_node& node, print_context& print)
 {
-    const int32_t result = print_aggregation_record(&node, &print, 1);
+    const int32_t result = print_record(node, print);
     ++print.record_count;
     print.out->cut_here();
     return print.out->failed() ? BT_FAIL : result;
 }
 
 // False when a record could not be written; those behind it are not.
-bool print_records(const bt_tree& tree, print_context& print, bool top)
+bool print_records(const bt_tree& tree, print_context& context, decltype(print_record)& print)
 {
     fetching_walk walk(tree);
     while (const agg_node* node = walk.next()) {
-        const int32_t result =
-            top ? print_top_record(*node, print) : print_aggregation_record(node, &print, 1);
-        if (result != BT_CONTINUE) {
+        if (print(*node, context) != BT_CONTINUE) {
             return false;
         }
     }
@@ -172,7 +175,8 @@ int32_t __flush_aggregation_tree_to_file(print_context* context, bt_tree* top_tr
     if (with_frame) {
         write_frame_start(*context);
     }
-    bool written = tree != nullptr && print_records(*tree, *context, with_frame);
+    bool written =
+        tree != nullptr && print_records(*tree, *context, with_frame ? print_top_record : print_record);
     if (with_frame) {
         write_frame_end(*context);
         written = context->out->finish() && written;
