@@ -43,6 +43,26 @@ protected:
     }
     agg_node* find(const path_identity& path) { return find_path(index_, place_, path); }
 
+    void store_some(int count)
+    {
+        nodes_.clear();
+        for (int i = 0; i < count; ++i) {
+            store(numbered(i));
+        }
+    }
+    // Of the paths stored so; none is taken for another.
+    int remembered(int count)
+    {
+        int found = 0;
+        for (int i = 0; i < count; ++i) {
+            const agg_node* node = find(numbered(i));
+            EXPECT_TRUE(node == nullptr || node == nodes_[static_cast<size_t>(i)].get());
+            found += node != nullptr ? 1 : 0;
+        }
+        return found;
+    }
+    static path_identity numbered(int i) { return {i + 1, 0, 10, 1, "program", "op", "file.c", "/part"}; }
+
     bt_tree* const some_tree_ = reinterpret_cast<bt_tree*>(0x1000);
     path_place place_{some_tree_, 1};
     path_index index_{};
@@ -57,13 +77,17 @@ TEST_F(PathIndex, EveryPartOfAPathCounts)
 {
     agg_node* node = store(known);
     EXPECT_EQ(find(known), node);
-    const path_identity others[] = {
-        {4, 0, 10, 1, "program", "op", "file.c", "/part"},  {3, 1, 10, 1, "program", "op", "file.c", "/part"},
-        {3, 0, 11, 1, "program", "op", "file.c", "/part"},  {3, 0, 10, 2, "program", "op", "file.c", "/part"},
-        {3, 0, 10, 1, "programm", "op", "file.c", "/part"}, {3, 0, 10, 1, "program", "o", "file.c", "/part"},
-        {3, 0, 10, 1, "program", "op", "file", "/part"},    {3, 0, 10, 1, "program", "op", "file.c", ""}};
+    std::vector<path_identity> others(8, known);
+    others[0].opcode = 4;
+    others[1].flags = 1;
+    others[2].lineno = 11;
+    others[3].db_num = 2;
+    others[4].program = "programm";
+    others[5].opname = "o";
+    others[6].fname = "file";
+    others[7].obj_type = "";
     for (const path_identity& other : others) {
-        EXPECT_EQ(find(other), nullptr);
+        EXPECT_EQ(find(other), nullptr) << &other - others.data();
     }
     place_.tree = reinterpret_cast<bt_tree*>(0x2000);
     EXPECT_EQ(find(known), nullptr) << "another caller";
@@ -90,79 +114,47 @@ TEST_F(PathIndex, ABufferThatACallerUsesAgainIsReadAgain)
 // Paths of one line that differ in a text: what tells them apart is not in the mark.
 TEST_F(PathIndex, RemembersSiblingsThatDifferInOneText)
 {
-    constexpr int siblings = 100;
-    std::vector<std::string> texts;
-    for (int i = 0; i < siblings; ++i) {
-        texts.push_back("/typ" + std::to_string(1000 + i)); // they differ in the last bytes of a word
+    std::vector<std::string> texts; // each with an address of its own
+    for (int i = 1000; i < 1100; ++i) {
+        texts.push_back("/typ" + std::to_string(i)); // they differ in the last bytes of a word
     }
     for (const char* path_identity::*text :
          {&path_identity::obj_type, &path_identity::fname, &path_identity::program, &path_identity::opname}) {
-        nodes_.clear();
         ++place_.generation;
         path_identity path = known;
-        for (int round = 0; round < 2; ++round) {
-            int found = 0;
-            for (int i = 0; i < siblings; ++i) {
-                path.*text = texts[static_cast<size_t>(i)].c_str();
-                agg_node* node = find(path);
-                if (node == nullptr) {
-                    store(path);
-                } else {
-                    EXPECT_TRUE(is_same_path(path, *node));
-                    ++found;
-                }
+        size_t found = 0;
+        for (size_t i = 0; i < 2 * texts.size(); ++i) { // looked for again when all are stored
+            path.*text = texts[i % texts.size()].c_str();
+            const agg_node* node = find(path);
+            if (node == nullptr) {
+                store(path);
+                continue;
             }
-            EXPECT_GE(found, round == 0 ? 0 : siblings * 7 / 10);
+            EXPECT_TRUE(is_same_path(path, *node));
+            found += i < texts.size() ? 0U : 1U;
         }
+        EXPECT_GE(found, texts.size() * 7 / 10);
     }
 }
 
-TEST_F(PathIndex, ABurstOfPathsDoesNotKeepItLarge)
+TEST_F(PathIndex, GrowsWithThePathsShrinksBehindABurstAndDoesWithoutMemory)
 {
-    const auto store_some = [this](int count) {
-        for (int i = 0; i < count; ++i) {
-            store({i + 1, 0, 10, 1, "program", "op", "file.c", "/part"});
-        }
-    };
-    store_some(5'000);
-    EXPECT_GT(index_.mask, 5'000U);
+    constexpr int paths = 5'000;
+    store_some(paths);
+    EXPECT_GT(index_.mask, static_cast<uint32_t>(paths));
+    EXPECT_GT(remembered(paths), paths * 95 / 100);
     for (const uint32_t generation : {2U, 3U}) {
-        nodes_.clear();
         place_.generation = generation;
         store_some(20);
     }
     EXPECT_EQ(index_.entries, index_.first);
-    EXPECT_EQ(find({20, 0, 10, 1, "program", "op", "file.c", "/part"}), nodes_.back().get());
-    EXPECT_EQ(find({21, 0, 10, 1, "program", "op", "file.c", "/part"}), nullptr);
-}
-
-TEST_F(PathIndex, GrowsWithThePathsAndDoesWithoutMemory)
-{
-    constexpr int paths = 5'000;
-    const auto path = [](int i) {
-        return path_identity{i + 1, 0, 10, 1, "program", "op", "file.c", "/part"};
-    };
-    const auto remembered = [&](int count) {
-        int found = 0;
-        for (int i = 0; i < count; ++i) {
-            agg_node* node = find(path(i));
-            EXPECT_TRUE(node == nullptr || node == nodes_[static_cast<size_t>(i)].get());
-            found += node != nullptr ? 1 : 0;
-        }
-        return found;
-    };
-    for (int i = 0; i < paths; ++i) {
-        store(path(i));
-    }
-    EXPECT_GT(remembered(paths), paths * 95 / 100);
+    EXPECT_EQ(find(numbered(19)), nodes_.back().get());
+    EXPECT_EQ(find(numbered(20)), nullptr);
 
     release_path_index(index_);
-    EXPECT_EQ(remembered(paths), 0);
-    nodes_.clear();
+    EXPECT_EQ(remembered(20), 0);
     fake_os::fail(fake_os::call::allocate, 1, ENOMEM, true);
-    for (int i = 0; i < paths; ++i) {
-        store(path(i));
-    }
+    store_some(paths);
     EXPECT_GT(remembered(paths), 0);
     EXPECT_LE(remembered(paths), static_cast<int>(first_path_entries));
 }

@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <array>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <random>
 #include <regex>
@@ -40,6 +42,15 @@ row row_of(const error_entry& e, int32_t kept)
     return {{number(1, e.dbno), text(2, e.program), number(4, e.opcode), text(4, e.opname),
              number(8, e.err_class), number(16, e.location), number(32, e.errnum)},
             {e.errcnt}};
+}
+
+template <typename Entry, size_t N>
+std::vector<row> rows_of_table(const Entry (&entries)[N])
+{
+    std::vector<row> rows;
+    std::transform(std::begin(entries), std::end(entries), std::back_inserter(rows),
+                   [](const Entry& e) { return row_of(e, -1); });
+    return rows;
 }
 
 // The aggregation from its definition: entries with equal kept fields summed where the first of them stood.
@@ -150,7 +161,6 @@ TEST_F(query_test, AggregationSumsWhatIsEqualInTheKeptFields)
 {
     fill_counters();
     fill_errors();
-    const std::vector<row> all_counters = expected_rows(image().counters, 4096, -1);
     const int64_t in_use = fake_os::blocks_in_use();
     // each bit alone, all but each, all, a few together, none that is known
     for (const int32_t kept : {1,  2,   4,   8,    16, 32, 64, 126, 125, 123, 119, 111, 95,
@@ -162,23 +172,10 @@ TEST_F(query_test, AggregationSumsWhatIsEqualInTheKeptFields)
     EXPECT_EQ(counters_by(128).size() + errors_by(64).size(), 2U);
     EXPECT_LT(counters_by(127).size(), 4096U);
     EXPECT_GT(counters_by(127).size(), 2048U);
+    // no mask: the table as it is
+    EXPECT_EQ(counters_by(0), rows_of_table(image().counters));
+    EXPECT_EQ(errors_by(0), rows_of_table(image().errors));
     EXPECT_EQ(fake_os::blocks_in_use(), in_use);
-}
-
-TEST_F(query_test, NoMaskGivesTheTableAsItIs)
-{
-    fill_counters();
-    fill_errors();
-    int32_t count = 0;
-    const std::vector<row> counters = counters_by(0);
-    ASSERT_EQ(counters.size(), 4096U);
-    for (size_t i = 0; i < counters.size(); ++i) {
-        ASSERT_EQ(counters[i], row_of(image().counters[i], -1));
-    }
-    const owned_list<error_entry> errors(error_list(handle_, 0, &count));
-    const std::vector<row> rows = rows_of(errors.get(), count);
-    ASSERT_EQ(rows.size(), 8192U);
-    EXPECT_EQ(rows[8191], row_of(image().errors[8191], -1));
 }
 
 TEST_F(query_test, KeysThatAllDifferStayApart)
@@ -224,21 +221,17 @@ TEST_F(query_test, VariablesAreListedByNameOrAll)
 
 TEST_F(query_test, NothingThereIsNullInSilence)
 {
-    add_error(1);
     const std::string text = messages_of([this] {
         for (rt_info* handle : {handle_, static_cast<rt_info*>(nullptr)}) {
             int32_t counts[3] = {7, 7, 7};
-            EXPECT_EQ(counter_list(handle, 1, &counts[0]), nullptr);
-            EXPECT_EQ(aggregated_counter_list(handle, 1, &counts[1], static_cast<uint32_t>(127)), nullptr);
+            EXPECT_EQ(aggregated_counter_list(handle, 1, &counts[0], static_cast<uint32_t>(127)), nullptr);
+            EXPECT_EQ(error_list(handle, 1, &counts[1]), nullptr);
             EXPECT_EQ(variable_list(handle, "not there", &counts[2]), nullptr);
             EXPECT_EQ(counts[0] + counts[1] + counts[2], 0);
         }
-        EXPECT_EQ(error_list(nullptr, 1, nullptr), nullptr);
-        EXPECT_EQ(variable_list(nullptr, nullptr, nullptr), nullptr);
         destroy_list<counter_entry>(nullptr);
     });
     EXPECT_EQ(text, "");
-    EXPECT_EQ(image().errors[0].errcnt, 1U);
 }
 
 TEST_F(query_test, DamagedFilesGiveBoundedListsAndTerminatedTexts)
@@ -247,15 +240,16 @@ TEST_F(query_test, DamagedFilesGiveBoundedListsAndTerminatedTexts)
     memset(image().errors, 'x', sizeof image().errors);
     memset(image().variables, 'x', sizeof image().variables);
     image().counter_count = image().error_count = image().variable_count = ~uint64_t{0};
+    EXPECT_EQ(add_counter(-77), nullptr);
+    EXPECT_EQ(add_error(4711), nullptr);
     EXPECT_EQ(counters_by(0).size(), 4096U);
     EXPECT_EQ(errors_by(0).size(), 8192U);
     const std::vector<row> counters = counters_by(127);
     const std::vector<row> errors = errors_by(63);
     ASSERT_EQ(counters.size() + errors.size(), 2U);
-    for (const size_t text : {1U, 2U, 3U, 5U}) {
-        EXPECT_EQ(counters[0].first[text].size(), 127U);
-    }
-    EXPECT_EQ(errors[0].first[1].size() + errors[0].first[3].size(), 2U * 127);
+    const std::string text(127, 'x');
+    EXPECT_THAT(counters[0].first, testing::IsSupersetOf({text, text, text, text}));
+    EXPECT_THAT(errors[0].first, testing::IsSupersetOf({text, text}));
     int32_t count = 0;
     const owned_list<variable_entry> variables(variable_list(handle_, nullptr, &count));
     ASSERT_EQ(count, 512);

@@ -1,27 +1,25 @@
 // Trace data files: every character of the records, names, rotation, and what failures leave.
 #include "support/tracing_fixture.h"
 
-#include <sys/stat.h>
+#include <regex>
+
+#include <gmock/gmock.h>
 
 #include "ostrum.h"
 #include "perf_log/buckets/bucket_file.h"
 #include "perf_log/output/trace_file.h"
-#include "util/append_file.h"
 
 using namespace ostrum;
+using fake_os::captured_stderr;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
 
 class TraceFile : public tracing_fixture {
 protected:
     void SetUp() override { set_variable("time_on", "2"); }
 
-    std::string own_prefix() { return std::to_string(getpid()) + "," + std::to_string(context().trace.tid); }
-    static std::string replaced(std::string text, const std::string& from, const std::string& to)
-    {
-        for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
-            text.replace(at, from.size(), to);
-        }
-        return text;
-    }
+    int32_t flush() { return flush_aggregation_tree_to_file(&context().trace, context().trace.tree); }
     void use_single_file(int32_t limit_bytes)
     {
         settings& s = settings_for_startup();
@@ -39,14 +37,15 @@ TEST_F(TraceFile, RecordsAreWrittenToTheLetter)
     run({.opcode = 0, .name = "fn", .file = "sql.c", .line = 77}, 50 * ms);
     end({.opcode = 3, .records = 5});
     fake_os::advance_clock(200 * second);
-    flush_aggregation_tree_to_file(&context().trace, context().trace.tree);
+    flush();
     ASSERT_EQ(read_opcode_buckets(dir_.write("none", "").c_str()), 0);
 
     ASSERT_EQ(trace_files().size(), 1U);
     EXPECT_EQ(trace_files()[0],
               dir_.file(std::to_string(getpid()) + "_" + std::to_string(context().trace.tid) +
                         ".20251115_131500.20251115_133000.plog.txt"));
-    EXPECT_EQ(replaced(trace_text(), own_prefix(), "PID,TID"),
+    const std::regex own(std::to_string(getpid()) + "," + std::to_string(context().trace.tid));
+    EXPECT_EQ(std::regex_replace(trace_text(), own, "PID,TID"),
               "S,0,0,-2,0,VRT_OP_ELAPSED,1763212500.000000000,source/perf_log/output/tree_writer.cpp,2240,"
               "PID,TID,,0,,0\n"
               "S,1,0,3,2,op_three,0,host.c,10,PID,TID,tester,0,/thing,1\n"
@@ -65,104 +64,56 @@ TEST_F(TraceFile, RecordsAreWrittenToTheLetter)
 TEST_F(TraceFile, AnEmptyTreeWritesNothingAndKeepsTheFlushTimes)
 {
     run({.opcode = 3}, ms);
-    flush_aggregation_tree_to_file(&context().trace, context().trace.tree);
+    flush();
     const std::string text = trace_text();
     const int64_t due = context().trace.next_flush_tv;
     fake_os::advance_clock(5 * second);
-    EXPECT_EQ(flush_aggregation_tree_to_file(&context().trace, context().trace.tree), 0);
+    EXPECT_EQ(flush(), 0);
     EXPECT_EQ(trace_text(), text);
     EXPECT_EQ(context().trace.next_flush_tv, due);
 }
 
 TEST_F(TraceFile, SharedFileIsRotatedAtTheLimitAndNeverOverwritesAnOlderOne)
 {
-    use_single_file(1 << 30);
-    run({.opcode = 3}, ms);
+    const auto flush_with_limit = [this](size_t limit_bytes) {
+        use_single_file(static_cast<int32_t>(limit_bytes));
+        run({.opcode = 3}, ms);
+        flush();
+        return trace_files();
+    };
+    const std::string shared = dir_.file("all.7.20251115_131500.20251115_133000.plog.txt");
+    EXPECT_EQ(flush_with_limit(1 << 30), std::vector{shared});
     EXPECT_TRUE(context().trace.single_file);
-    flush_aggregation_tree_to_file(&context().trace, context().trace.tree);
-    ASSERT_EQ(trace_files(), std::vector{dir_.file("all.7.20251115_131500.20251115_133000.plog.txt")});
-    const auto one_flush = static_cast<int32_t>(trace_text().size());
-
-    use_single_file(2 * one_flush + 1);
-    run({.opcode = 3}, ms);
-    flush_aggregation_tree_to_file(&context().trace, context().trace.tree);
-    EXPECT_EQ(trace_files().size(), 1U) << "one byte below the limit";
-
-    use_single_file(3 * one_flush);
-    run({.opcode = 3}, ms);
-    flush_aggregation_tree_to_file(&context().trace, context().trace.tree);
+    const size_t one_flush = trace_text().size();
+    EXPECT_EQ(flush_with_limit(2 * one_flush + 1), std::vector{shared}) << "one byte below the limit";
     const std::string rotated =
         dir_.file("all.7.20251115_131500.20251115_133000." + std::to_string(begin_s) + ".plog.txt");
-    EXPECT_EQ(trace_files(), std::vector{rotated}) << "exactly at the limit";
-
-    use_single_file(1);
-    run({.opcode = 3}, ms);
-    flush_aggregation_tree_to_file(&context().trace, context().trace.tree); // the same second
-    EXPECT_EQ(trace_files().size(), 2U);
-    EXPECT_EQ(temp_dir::read(rotated).size(), static_cast<size_t>(3 * one_flush));
-}
-
-TEST_F(TraceFile, HalfALineOfAKilledProcessIsEndedBeforeTheNextOne)
-{
-    use_single_file(1 << 30);
-    const std::string path = dir_.write("all.7.20251115_131500.20251115_133000.plog.txt", "S,1,0,3");
-    for (int flush = 0; flush < 2; ++flush) {
-        run({.opcode = 3}, ms);
-        flush_aggregation_tree_to_file(&context().trace, context().trace.tree);
-    }
-    const std::string text = temp_dir::read(path);
-    EXPECT_EQ(text.find("S,1,0,3\nS,0,0,-2,"), 0U) << text;
-    EXPECT_EQ(text.find("\n\n"), std::string::npos) << "a whole line has its end already";
+    EXPECT_EQ(flush_with_limit(3 * one_flush), std::vector{rotated}) << "exactly at the limit";
+    EXPECT_EQ(flush_with_limit(1).size(), 2U) << "in the same second";
+    EXPECT_EQ(temp_dir::read(rotated).size(), 3 * one_flush);
 }
 
 TEST_F(TraceFile, FailuresAreReportedAndTheNextFlushWorks)
 {
-    const std::string failed = " - nodes[1] - failed to flush\n";
-    // A write that fails: what was gathered is given up, the tree starts afresh.
-    run({.opcode = 3}, ms);
-    fake_os::fail(fake_os::call::write_file, 1, ENOSPC);
-    int32_t result = 0;
-    const auto flush = [&] {
-        result = flush_aggregation_tree_to_file(&context().trace, context().trace.tree);
+    // One node that a flush fails to write; how many are left for the next one.
+    const auto fail_flush = [this](fake_os::call which, const std::string& message) {
+        run({.opcode = 3}, ms);
+        fake_os::fail(which, 1, EACCES);
+        EXPECT_THAT(captured_stderr([this] { EXPECT_EQ(flush(), -1); }),
+                    AllOf(HasSubstr(message), HasSubstr(" - nodes[1] - failed to flush\n")));
+        return context().trace.new_node_count;
     };
-    std::string lines = fake_os::captured_stderr(flush);
-    EXPECT_EQ(result, -1);
-    EXPECT_NE(lines.find("__flush_aggregation_tree_to_file : failed writing to file\n"), std::string::npos);
-    EXPECT_NE(lines.find(failed), std::string::npos);
-    EXPECT_EQ(context().trace.new_node_count, 0);
-    // A shared file that cannot be opened: the tree stays for the next attempt.
+    EXPECT_EQ(
+        fail_flush(fake_os::call::write_file, "__flush_aggregation_tree_to_file : failed writing to file\n"),
+        0);
     close_trace_file(context().trace);
     use_single_file(1 << 30);
-    run({.opcode = 3}, ms);
-    fake_os::fail(fake_os::call::open_file, 1, EACCES);
-    lines = fake_os::captured_stderr(flush);
-    EXPECT_EQ(result, -1);
-    EXPECT_NE(lines.find("flush_aggregation_tree_to_file : failed opening[" + dir_.path()),
-              std::string::npos);
-    EXPECT_EQ(context().trace.new_node_count, 1);
-    flush();
-    EXPECT_EQ(result, 1);
-    // A rotation that fails.
+    EXPECT_EQ(fail_flush(fake_os::call::open_file,
+                         "flush_aggregation_tree_to_file : failed opening[" + dir_.path()),
+              1);
+    EXPECT_EQ(flush(), 1);
     settings_for_startup().single_file_limit_bytes = 1;
-    run({.opcode = 3}, ms);
-    fake_os::fail(fake_os::call::rename_path, 1, EACCES);
-    lines = fake_os::captured_stderr(flush);
-    EXPECT_EQ(result, -1);
-    EXPECT_NE(lines.find("flush_aggregation_tree_to_file : failed renaming["), std::string::npos);
-    EXPECT_EQ(context().trace.new_node_count, 0);
-}
-
-TEST_F(TraceFile, OnlyRegularFilesAreOpened)
-{
-    const std::string fifo = dir_.file("fifo");
-    const std::string link = dir_.file("link");
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    ASSERT_EQ(symlink(dir_.write("target", "").c_str(), link.c_str()), 0);
-    for (const std::string& path : {fifo, link, dir_.path(), std::string("/dev/null")}) {
-        SCOPED_TRACE(path);
-        EXPECT_FALSE(open_for_appending(path.c_str()));
-    }
-    EXPECT_TRUE(open_for_appending(dir_.file("new").c_str()));
+    EXPECT_EQ(fail_flush(fake_os::call::rename_path, "flush_aggregation_tree_to_file : failed renaming["), 0);
 }
 
 TEST_F(TraceFile, WithoutMemoryTheTextIsStillWrittenWhole)
@@ -171,7 +122,7 @@ TEST_F(TraceFile, WithoutMemoryTheTextIsStillWrittenWhole)
         run({.opcode = i}, ms);
     }
     fake_os::fail(fake_os::call::allocate, 1, ENOMEM, true);
-    EXPECT_EQ(flush_aggregation_tree_to_file(&context().trace, context().trace.tree), 100);
+    EXPECT_EQ(flush(), 100);
     fake_os::reset();
     const std::string text = trace_text();
     EXPECT_EQ(count_of(text, "S,"), 101);
@@ -187,19 +138,17 @@ TEST_F(TraceFile, AnyTreeCanBeDumpedAndStaysAsItIs)
     EXPECT_EQ(perf_flush_aggregation_tree(path.c_str(), tree, 11, 12, 1 * second, 2 * second, nullptr), 1);
     EXPECT_EQ(perf_flush_aggregation_tree(path.c_str(), tree, 0, 0, 1 * second, 2 * second, "dumper"), 1);
     const std::string text = temp_dir::read(path);
-    EXPECT_EQ(text.find("S,0,0,-2,0,VRT_OP_ELAPSED,1.000000000,source/perf_log/output/"
-                        "tree_writer.cpp,2240,11,12,,0,,0\n"),
-              0U);
-    EXPECT_EQ(
-        count_of(text, "2240," + std::to_string(getpid()) + "," + std::to_string(thread_id()) + ",dumper,"),
-        1);
+    EXPECT_THAT(text, AllOf(StartsWith("S,0,0,-2,0,VRT_OP_ELAPSED,1.000000000,source/perf_log/output/"
+                                       "tree_writer.cpp,2240,11,12,,0,,0\n"),
+                            HasSubstr("2240," + std::to_string(getpid()) + "," + std::to_string(thread_id()) +
+                                      ",dumper,")));
     EXPECT_EQ(count_of(text, "F,2.000000000,0,1,0,0,0,0,0,0,0,0,0\n"), 2);
     EXPECT_NE(node(3), nullptr);
-    const std::string lines = fake_os::captured_stderr([&] {
-        EXPECT_EQ(perf_flush_aggregation_tree("", tree, 0, 0, 0, 0, ""), -1);
-        EXPECT_EQ(perf_flush_aggregation_tree("no/such/directory", tree, 0, 0, 0, 0, ""), -1);
-    });
-    EXPECT_NE(lines.find("perf_flush_aggregation_tree : no fpath provided\n"), std::string::npos);
-    EXPECT_NE(lines.find("perf_flush_aggregation_tree : failed opening[no/such/directory] error[2]("),
-              std::string::npos);
+    EXPECT_THAT(
+        captured_stderr([&] {
+            EXPECT_EQ(perf_flush_aggregation_tree("", tree, 0, 0, 0, 0, ""), -1);
+            EXPECT_EQ(perf_flush_aggregation_tree("no/such/directory", tree, 0, 0, 0, 0, ""), -1);
+        }),
+        AllOf(HasSubstr("perf_flush_aggregation_tree : no fpath provided\n"),
+              HasSubstr("perf_flush_aggregation_tree : failed opening[no/such/directory] error[2](")));
 }
