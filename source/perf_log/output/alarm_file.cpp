@@ -30,7 +30,7 @@ bool logs_flists(const alarm_record& alarm)
 
 // ---- the two forms ----
 
-// Texts go in as they are, not escaped (kept: readers of existing files rely on it).
+// Texts go in as they are, not escaped (kept on purpose: part of the format).
 void add_tagged_level(append_buffer& out, const alarm_record& alarm, int32_t index)
 {
     const alarm_level& level = alarm.levels[index];
@@ -48,7 +48,7 @@ void add_tagged_level(append_buffer& out, const alarm_record& alarm, int32_t ind
     out.add_text("  </opcode>\n");
 }
 
-// The writing thread's correlation id, not the stored one (kept: readers rely on it).
+// The writing thread's correlation id, not the stored one (kept on purpose).
 void add_tagged_form(append_buffer& out, const alarm_record& alarm, int64_t write_tv)
 {
     out.add_formatted("<alarm type=\"%s\" alarm_t=\"%s\" alarm_time=\"%s\" elapsed=\"%s\" threshold=\"%s\" "
@@ -139,6 +139,7 @@ int64_t append_record(int fd, const alarm_record& alarm, int64_t write_tv)
 
 int64_t append_to_shared_file(const alarm_record& alarm, int64_t write_tv)
 {
+    // Also without the lock: one write is whole by itself.
     const data_file_guard guard(__ostrum_get_data_file_handle(), DATA_FILE_LOCK_ALARM);
     const unique_fd file = open_alarm_file(alarm);
     return file ? append_record(file.get(), alarm, write_tv) : 0;
