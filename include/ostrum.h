@@ -34,8 +34,8 @@ OSTRUM_API int32_t ostrum_init(void);
  * set up, no data file opened, and hooks only return their timestamp. Results as ostrum_init(). */
 OSTRUM_API int32_t ostrum_init_quiet(void);
 
-/* Version ("2.0.13") and build information; constant texts. The build date is empty, and the compiler
- * is a placeholder (kept: readers of existing banners rely on it). */
+/* Version and build information; constant texts. The build date is empty, and the compiler is a
+ * placeholder (kept on purpose: the banner shows it so). */
 OSTRUM_API const char *ostrum_get_version(void);
 OSTRUM_API const char *ostrum_get_build_date(void);
 OSTRUM_API const char *ostrum_get_build_platform(void);

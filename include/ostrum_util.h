@@ -73,7 +73,7 @@ OSTRUM_API uint32_t ostrum_fmt_int_with_commas(int64_t value, char *buf, int32_t
  *
  * base16: two lower-case hexadecimal digits a byte. Decoding an odd length gives null (*out_len stays);
  *         any other character than 0-9 and a-f, also A-F, repeats the value of the one before it, 0 at the
- *         start (kept: stored texts rely on it).
+ *         start (kept on purpose).
  * base64: RFC 4648 with "=" padding. Decoding a length that is not a multiple of 4 gives null; characters
  *         outside the alphabet count as 0. */
 OSTRUM_API char *base16_encode(const void *bytes, size_t len, size_t *out_len);
@@ -106,7 +106,7 @@ OSTRUM_API char *string_builder_data(const string_builder *builder);
 OSTRUM_API int32_t string_builder_used(const string_builder *builder);
 
 /* keep_from 0, or not below the length: empties the builder. Else moves the bytes from keep_from on to
- * the start and leaves the length as it is (kept: callers rely on it). */
+ * the start and leaves the length as it is (kept on purpose). */
 OSTRUM_API void string_builder_reset(string_builder *builder, int32_t keep_from);
 
 /* Hands the content over to the caller, who gives it to free(); the builder is left empty. */
@@ -175,7 +175,7 @@ OSTRUM_API void *bt_search(bt_tree *tree, const void *key);
 OSTRUM_API uint32_t bt_delete(bt_tree *tree, const void *key);
 
 /* Releases every record. Returns BT_EMPTIED; BT_ERROR for a null tree. bt_count() keeps the number from
- * before (kept: callers rely on it). */
+ * before (kept on purpose). */
 OSTRUM_API uint32_t bt_empty(bt_tree *tree);
 
 /* The same, and frees the tree. */

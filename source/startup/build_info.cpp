@@ -2,7 +2,7 @@
 
 const char* __ostrum_get_version()
 {
-    return "2.0.13";
+    return OSTRUM_VERSION; // like the platform below, defined by the build for this file
 }
 
 // Empty, so that equal sources give equal libraries.
@@ -13,10 +13,10 @@ const char* __ostrum_get_build_date()
 
 const char* __ostrum_get_build_platform()
 {
-    return OSTRUM_BUILD_PLATFORM; // defined by the build for this file
+    return OSTRUM_BUILD_PLATFORM;
 }
 
-// kept: a placeholder that was never filled in; readers of the banner know it so.
+// A placeholder, kept on purpose: the banner shows it so.
 const char* __ostrum_get_build_compiler()
 {
     return "<BUILD_COMPILER>";
