@@ -31,7 +31,8 @@ void __perf_data_file_close(rt_info* handle, int32_t unlink);
 // Size of the file, or -1 after one diagnostic line.
 int64_t perf_file_size(const char* path);
 
-// The configured name of the data file, and the process's own handle (null before start-up opened it).
+// The configured name of the data file (kept on purpose: nothing here calls it), and the process's own handle
+// (null before start-up opened it).
 const char* perf_log_datafile_name(void);
 rt_info* __ostrum_get_data_file_handle(void);
 }

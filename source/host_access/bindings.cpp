@@ -30,6 +30,7 @@ void bind(Function host_bindings::*entry, const char* service_name)
 {
     substitutes.*entry = own_services.*entry;
     if (debug_on(debug_detail)) {
+        // prefix kept
         debug_print("initialize_function_pointers : %s=%p\n", service_name,
                     reinterpret_cast<void*>(substitutes.*entry));
     }

@@ -12,6 +12,7 @@ extern "C" {
 // host they do nothing and return null or 0.
 qel_flist_t* p_flist_create(qel_errbuf_t* eb);
 void p_flist_destroy(qel_flist_t* list, qel_errbuf_t* eb);
+// A copy, here and below: kept on purpose, nothing here calls it.
 qel_flist_t* p_flist_copy(const qel_flist_t* list, qel_errbuf_t* eb);
 void* p_flist_fld_get(qel_flist_t* list, uint32_t field, int32_t elem_id, int32_t optional, qel_errbuf_t* eb);
 // The two that store values pass the element id as a signed 16-bit number (ids above 32767 wrap; kept).

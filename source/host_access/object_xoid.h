@@ -6,7 +6,7 @@
 #include "host_abi/host_services.h"
 
 extern "C" {
-// Database number of the list's object identifier, or 0.
+// Database number of the list's object identifier, or 0. Kept on purpose: nothing here calls it.
 int64_t ostrum_get_db_num(qel_flist_t* list);
 
 // The object id (0 without one). *db, null allowed, receives its database number; text, of text_len bytes,

@@ -14,7 +14,7 @@ int32_t __ostrum_init(int32_t quiet);
 void initialise_ostrum(void);
 
 // The part common to both modes: identity, debug bits, banner, host services, lock method. Returns 0, or
-// 1 for a bad lock method. The first argument is not used (kept: callers pass it).
+// 1 for a bad lock method. The first argument is not used (kept on purpose).
 int32_t perf_common_init(const void* ignored, int32_t quiet);
 
 // The set-up of logging: every setting, the data file, the handlers. Returns 0, or -1 at the first step

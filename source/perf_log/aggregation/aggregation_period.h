@@ -15,14 +15,14 @@ struct aggregation_period {
     char start_text[period_text_bytes];
     int64_t end_s;
     char end_text[period_text_bytes];
-    int64_t end_tv; // the end on the high-resolution clock: ns, whole seconds
+    int64_t end_tv; // the end on the real-time clock: ns, whole seconds
 };
 
 } // namespace ostrum
 
 extern "C" {
 // Fills the record with the period of `length` units that contains the present moment; `now_tv` is the
-// high-resolution clock at that moment. Alignment is within the hour (minutes) or the day (hours). When
+// real-time clock at that moment. Alignment is within the hour (minutes) or the day (hours). When
 // the wall clock cannot be broken down, the texts are those of the epoch and the numbers 0.
 void get_current_aggregation_period(ostrum::aggregation_period* period, int32_t length,
                                     ostrum::period_unit unit, int64_t now_tv);

@@ -14,12 +14,12 @@ struct call_frame {
     int64_t first_start_tv; // start_tv before the first such flush; 0 = none
     int64_t user_cpu_tv;    // of the process at the start; 0 when CPU time is not measured here
     int64_t sys_cpu_tv;
-    void* in_flist; // the host's; destroyed with the frame when owned
-    bool owns_in_flist;
+    void* in_flist;     // the host's; destroyed with the frame when owned
+    bool owns_in_flist; // kept on purpose: nothing sets it in this build
     uint32_t opcode;
     uint32_t opflags;
     uint32_t sequence;     // of the operation in its context
-    uint64_t key_hash;     // 0 = not aggregated
+    uint64_t key_hash;     // 0 = not aggregated; kept on purpose: nothing here reads it
     agg_node* node;        // of this path in the aggregation tree, which owns it
     agg_node* single_node; // the same in the single-operation tree
     total_record own;      // parts of this call that were flushed before it ended; total_calls is

@@ -111,7 +111,7 @@ struct log_context {
 
     // the call stack
     int32_t depth;               // innermost open frame; -1 = none; may exceed the frames
-    int32_t open_hook_calls;     // starts less ends, recorded or not
+    int32_t open_hook_calls;     // starts less ends, recorded or not; kept on purpose: nothing here reads it
     uint32_t operation_sequence; // recorded starts
     uint32_t top_sequence;       // of the outermost operation in progress
     uint32_t current_sequence;   // of the operation last started or ended at this level

@@ -60,6 +60,7 @@ int32_t replant_running_calls(const log_context& context, bt_tree* tree, call_fr
             err_print("inside_opcode_flush : error inserting aggregate - level[%d] opcode[%d]\n", level,
                       key.opcode);
         } else {
+            // spelling kept
             err_print("inside_opcode_flush : error inserting aggregate - found dupicate?! status[%d] "
                       "level[%d] opcode[%d]\n",
                       static_cast<int>(result), level, key.opcode);
@@ -147,7 +148,7 @@ void inside_opcode_flush(log_context* context, int64_t now_tv)
     agg_tree_ptr tree{create_agg_tree()};
     const heap_ptr<call_frame> stack = heap_zeroed<call_frame>(max_call_frames);
     if (!tree || !stack) {
-        err_print("inside_opocode_flush : out of memory creating new tree\n");
+        err_print("inside_opocode_flush : out of memory creating new tree\n"); // spelling kept
         return;
     }
     const int32_t inserted = replant_running_calls(*context, tree.get(), stack.get());

@@ -78,7 +78,8 @@ inline void leave_context(const held_context& held)
 
 extern "C" {
 // The calling thread's own context (key -1) or that of (this process, key), made on first use; null when
-// there is none to be had. Not locked; stays with the library.
+// there is none to be had. Not locked; stays with the library. The first is kept on purpose: nothing here
+// calls it.
 ostrum::log_context* __ostrum_get_liptr(int32_t key);
 ostrum::log_context* __ostrum_get_liptr_by_key(int32_t pid, int32_t key);
 void __ostrum_release_liptr_by_key(int32_t pid, int32_t key);

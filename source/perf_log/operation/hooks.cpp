@@ -9,7 +9,7 @@ namespace ostrum {
 namespace {
 
 constexpr int32_t error_log_level = 1;
-constexpr int32_t error_log_line = 4785; // kept: the host's log readers know the entry by it
+constexpr int32_t error_log_line = 4785; // kept on purpose: the entry carries it
 constexpr const char* error_log_file = "source/perf_log/operation/hooks.cpp";
 
 void report_missing_error_buffer()
