@@ -27,6 +27,15 @@ CLI::Option* add_list(CLI::App& app, const std::string& name, std::vector<Value>
     return app.add_option(name, values, help)->delimiter(',')->allow_extra_args(false);
 }
 
+// For help and completion: the names that an option takes. Others are refused where they are used, with a
+// line of their own.
+inline CLI::Validator names_known(const std::string& names)
+{
+    return {[](std::string&) { return std::string(); }, "{" + names + "}"};
+}
+// The option's value is a file's name, or a directory's.
+constexpr const char* file_name = "FILE";
+
 // --json, --jsonl, --csv, --tsv; text without any of them.
 void add_format_options(CLI::App& app, output_format& format);
 

@@ -177,11 +177,15 @@ command_body declare_export(CLI::App& app)
                     "Chrome trace (JSON): a timeline of the calls in field-list traces, *.flog.txt");
     forms->add_flag("--tsv", chosen->tsv,
                     "One row for each record, for COPY into the table of schema/postgresql.sql");
-    forms->add_option("--sqlite", chosen->sqlite_file,
-                      "Load new records into this SQLite database; made when missing");
-    forms->add_option("--prometheus", chosen->prometheus_file,
-                      "Metrics of data files, whole or not at all, into this file of a textfile collector; "
-                      "- for standard output");
+    forms
+        ->add_option("--sqlite", chosen->sqlite_file,
+                     "Load new records into this SQLite database; made when missing")
+        ->type_name(file_name);
+    forms
+        ->add_option("--prometheus", chosen->prometheus_file,
+                     "Metrics of data files, whole or not at all, into this file of a textfile collector; "
+                     "- for standard output")
+        ->type_name(file_name);
     forms->require_option(1);
     app.add_option("--weight", chosen->weight, "Of stacks: self (default; time in ns) or calls")
         ->check(CLI::IsMember({"self", "calls"}));

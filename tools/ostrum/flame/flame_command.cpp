@@ -122,14 +122,15 @@ command_body declare_flame(CLI::App& app)
     const auto chosen = std::make_shared<flame_choice>();
     app.add_option("FILE", chosen->operands,
                    "Trace data files, directories of them, or - (default: this directory)");
-    app.add_option("-o,--output", chosen->output, "The file to write (default: standard output)");
+    app.add_option("-o,--output", chosen->output, "The file to write (default: standard output)")
+        ->type_name(file_name);
     app.add_flag("--svg", chosen->svg, "A picture without scripts in place of the page");
     app.add_option("--diff", chosen->others,
                    "What it is compared with: files or directories from before; may be repeated")
-        ->allow_extra_args(false);
-    app.add_option("--metric", chosen->metric,
-                   "Whose change gives the colours of --diff: average (default), total, self, max, cpu, "
-                   "calls, errors");
+        ->allow_extra_args(false)
+        ->type_name(file_name);
+    app.add_option("--metric", chosen->metric, "Whose change gives the colours of --diff (default: average)")
+        ->check(names_known(diff_metric_names));
     app.add_option("--width", chosen->width,
                    "Whose time gives the widths of --diff: after (default), before, both")
         ->check(CLI::IsMember({"after", "before", "both"}));

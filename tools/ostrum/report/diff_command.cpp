@@ -192,10 +192,12 @@ int run_diff(const diff_choice& chosen, const streams& to)
 command_body declare_diff(CLI::App& app)
 {
     const auto chosen = std::make_shared<diff_choice>();
-    app.add_option("A", chosen->before, "A trace data file or a directory of them: before")->required();
-    app.add_option("B", chosen->after, "The same: after")->required();
-    app.add_option("--metric", chosen->metric,
-                   "What is compared: average (default), total, self, max, cpu, calls, errors");
+    app.add_option("A", chosen->before, "A trace data file or a directory of them: before")
+        ->required()
+        ->type_name(file_name);
+    app.add_option("B", chosen->after, "The same: after")->required()->type_name(file_name);
+    app.add_option("--metric", chosen->metric, "What is compared (default: average)")
+        ->check(names_known(diff_metric_names));
     app.add_option("--fail-over", chosen->fail_over,
                    "End with status 4 when a path shown is up by more than this: 10%");
     app.add_option("--min-change", chosen->min_change, "For --fail-over: smaller changes do not count: 50us");

@@ -95,7 +95,8 @@ command_body declare_report(CLI::App& app)
     app.add_option("FILE", chosen->operands,
                    "Trace data files, directories of them, or - (default: this directory)");
     app.add_flag("--flat", chosen->flat, "One row per operation, whatever calls it");
-    app.add_option("--sort", chosen->sort, std::string("Order of siblings: ") + sort_key_names);
+    app.add_option("--sort", chosen->sort, "Order of siblings (default: total)")
+        ->check(names_known(sort_key_names));
     app.add_option("--top", chosen->top, "Show only the first N of each caller")
         ->check(CLI::Range(1, 1'000'000));
     app.add_flag("--buckets", chosen->buckets, "Show the duration histogram of operations that have buckets");

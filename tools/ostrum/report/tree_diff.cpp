@@ -45,7 +45,7 @@ diff_metric diff_metric_named(const std::string& name)
             return each.metric;
         }
     }
-    throw usage_error("cannot compare by " + name + ": average, total, self, max, cpu, calls, errors");
+    throw usage_error("cannot compare by " + name + ": " + diff_metric_names);
 }
 
 bool is_duration(diff_metric metric)

@@ -13,6 +13,7 @@ enum class diff_metric { average, total, self, max, cpu, calls, errors };
 
 // The value of --metric. Throws usage_error.
 diff_metric diff_metric_named(const std::string& name);
+constexpr const char* diff_metric_names = "average, total, self, max, cpu, calls, errors"; // for help texts
 bool is_duration(diff_metric metric);
 
 struct path_figures {
