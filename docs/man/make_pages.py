@@ -32,7 +32,7 @@ HEADERS = {
 
 
 def tool_sections(root):
-    """Pages of section 1 but ostrum(1): {page: [command...], [section...]}, by the headings of docs/tool.md."""
+    """Pages of section 1 but ostrum(1), by the headings of docs/tool.md: {page: (commands, section)}."""
     pages = {}
     for section in sections(root / "docs/tool.md"):
         words = re.findall(r"[a-z]+", section.title)

@@ -43,7 +43,8 @@ def commands():
     for section in markdown.sections(root / "docs/operating.md"):
         found += [(f"operating.md, {section.title}", line) for line in markdown.code_lines(section)]
     shortened = [(where, re.sub(r"\s+#\s.*", "", line)) for where, line in found]
-    return [(where, line) for where, line in shortened if re.match(r"(ostrum|sqlite3) ", line)]
+    once = {line: (where, line) for where, line in reversed(shortened) if re.match(r"(ostrum|sqlite3) ", line)}
+    return list(reversed(once.values()))
 
 
 def start_server(folder):
@@ -92,7 +93,7 @@ def run(where, line, folder):
     for pattern, replacement in ADAPTED:
         command = re.sub(pattern, replacement, command)
     done = subprocess.run(["bash", "-c", command], cwd=folder, capture_output=True, timeout=120,
-                          stdin=subprocess.DEVNULL, env=os.environ | {"PATH": f"{bin_dir}:{os.environ['PATH']}"})
+                          stdin=subprocess.DEVNULL, env=os.environ | {"PATH": f"{bin_dir}:{os.environ['PATH']}", "TMPDIR": str(folder)})
     expected = STATUSES.get(shlex.split(line)[1], (0,))
     files = written_by(command, folder)
     said = any(file.stat().st_size for file in files if file.exists()) if files else done.stdout or done.stderr
