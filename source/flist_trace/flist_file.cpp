@@ -16,7 +16,7 @@ void write_header(const flist_log& log)
     static constexpr const char* columns[][4] = {
         {"Timestamp", "Elapsed", "Opflags", "Opcode"},
         {"---------", "-------", "-------", "------"}}; // kept: shorter than the columns
-    append_buffer text = text_for(log);
+    append_buffer text = append_buffer_for(log);
     for (const auto& column : columns) {
         text.add_formatted("%-26.26s  %15s  %10s  %-.80s\n", column[0], column[1], column[2], column[3]);
     }
@@ -30,7 +30,7 @@ bool is_open(const flist_log& log)
     return log.to_stdout || static_cast<bool>(log.file);
 }
 
-append_buffer text_for(const flist_log& log)
+append_buffer append_buffer_for(const flist_log& log)
 {
     if (log.to_stdout) {
         os::flush_stream(stdout);

@@ -16,7 +16,7 @@ inline constexpr int32_t flist_blocks = 0x2;     // a block per call with its fi
 bool is_open(const flist_log& log);
 
 // Text for the log, behind what the host has printed there.
-append_buffer text_for(const flist_log& log);
+append_buffer append_buffer_for(const flist_log& log);
 
 } // namespace ostrum
 

@@ -54,7 +54,7 @@ void write_flist(log_context* context, const flist_entry* entry)
     }
     flist_entry named = *entry;
     named.opname = name_of(named.opname, named.opcode);
-    append_buffer out = text_for(context->flist_trace);
+    append_buffer out = append_buffer_for(context->flist_trace);
     if ((context->flist_mode & flist_blocks) != 0) {
         add_block(out, *context, named);
     } else if ((context->flist_mode & flist_tree_lines) != 0) {

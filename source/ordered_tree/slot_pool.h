@@ -1,7 +1,7 @@
 #ifndef OSTRUM_ORDERED_TREE_SLOT_POOL_H
 #define OSTRUM_ORDERED_TREE_SLOT_POOL_H
-// Memory for many records of one size that all go at once: slots cut from chunks of the heap. One thread at
-// a time.
+// Memory for many records of one size that all go at once, an arena: slots cut from chunks of the heap. One
+// thread at a time.
 #include <cstddef>
 #include <cstdint>
 

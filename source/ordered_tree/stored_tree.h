@@ -1,8 +1,9 @@
 #ifndef OSTRUM_ORDERED_TREE_STORED_TREE_H
 #define OSTRUM_ORDERED_TREE_STORED_TREE_H
 // Trees that are filled, read and emptied as a whole, with trees below their records: all of it in the
-// memory of the outermost one, the nodes chained in their order. Nodes and records lie apart: the way through
-// the nodes of even a large tree touches little memory.
+// memory of the outermost one, an arena, the nodes chained in their order. Nodes and records lie apart: the
+// way through the nodes of even a large tree touches little memory.
+//
 // bt_* works on them as on others, with these differences:
 //   - bt_delete() refuses (BT_ERROR)
 //   - the release function is called for the records of all trees when the outermost one is emptied or

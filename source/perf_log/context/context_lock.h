@@ -1,10 +1,11 @@
 #ifndef OSTRUM_PERF_LOG_CONTEXT_CONTEXT_LOCK_H
 #define OSTRUM_PERF_LOG_CONTEXT_CONTEXT_LOCK_H
 // The process-local lock of one context. Nearly all contexts are used by the thread that made them, so the
-// lock leans towards that thread, its owner: the owner only says that it is inside and looks whether
-// somebody has stopped it, without an atomic step. Everybody else takes the word, stops the owner, makes
-// all threads pass a memory barrier, so that either side sees the other, and waits until the owner is out.
-// A visitor lets the owner go on afterwards; a hook of another thread takes the ownership away for good.
+// lock leans towards that thread, its owner (a biased lock with an asymmetric barrier, membarrier): the owner
+// only says that it is inside and looks whether somebody has stopped it, without an atomic step. Everybody
+// else takes the word, stops the owner, makes all threads pass a memory barrier, so that either side sees the
+// other, and waits until the owner is out. A visitor lets the owner go on afterwards; a hook of another
+// thread takes the ownership away for good.
 //
 // A thread that finds the lock held looks again by itself, soon at first and then every 50 microseconds, so
 // that no hook pays for waking anybody. Not recursive and not fair. Plain words, so that a forked child can

@@ -11,13 +11,13 @@ namespace {
 
 constexpr uint32_t most_entries = 1U << 20; // beyond that many paths the rest is searched for
 
-uint32_t mark_by_texts(uint32_t mark, const path_identity& path)
+uint32_t hash_with_texts(uint32_t hash, const path_identity& path)
 {
-    uint64_t hash = mark;
+    uint64_t mixed = hash;
     for (const char* text : {path.opname, path.program, path.fname, path.obj_type}) {
-        hash = hash_bytes(hash, text, strlen(text));
+        mixed = hash_bytes(mixed, text, strlen(text));
     }
-    return static_cast<uint32_t>(hash >> 32U);
+    return static_cast<uint32_t>(mixed >> 32U);
 }
 
 path_identity stored_path(const agg_node& node)
@@ -34,20 +34,20 @@ bool is_cut_in_nodes(const path_identity& path)
                        [](const char* text) { return strnlen(text, text_bytes) == text_bytes; });
 }
 
-// In the first free place that looking for it comes by or where the same mark stands, or else over whatever
+// In the first free place that looking for it comes by or where the same hash stands, or else over whatever
 // stands in its own.
 void place_entry(path_index& index, const path_entry& placed)
 {
-    for (uint32_t look = 0; look < looks_per_path; ++look) {
-        path_entry& entry = index.entries[(placed.mark + look) & index.mask];
+    for (uint32_t look = 0; look < max_probes; ++look) {
+        path_entry& entry = index.entries[(placed.hash + look) & index.mask];
         const bool used = entry.node != nullptr && entry.generation == placed.generation;
-        if (!used || (entry.mark == placed.mark && entry.tree == placed.tree)) {
+        if (!used || (entry.hash == placed.hash && entry.tree == placed.tree)) {
             index.used += used ? 0 : 1;
             entry = placed;
             return;
         }
     }
-    index.entries[placed.mark & index.mask] = placed;
+    index.entries[placed.hash & index.mask] = placed;
 }
 
 heap_ptr<path_entry> owned_entries(path_index& index)
@@ -55,7 +55,7 @@ heap_ptr<path_entry> owned_entries(path_index& index)
     return heap_ptr<path_entry>{index.entries != index.first ? index.entries : nullptr};
 }
 
-// Three quarters full is where looking begins to fail often.
+// A load factor of three quarters is where looking begins to fail often.
 bool is_crowded(const path_index& index)
 {
     const uint32_t entries = index.mask + 1;
@@ -101,19 +101,19 @@ void initialise_path_index(path_index& index)
     index.mask = first_path_entries - 1;
 }
 
-agg_node* find_path_by_texts(path_index& index, path_place place, path_identity path, uint32_t mark)
+agg_node* find_path_by_texts(path_index& index, path_place place, path_identity path, uint32_t hash)
 {
-    const path_entry* entry = find_mark(index, place, mark_by_texts(mark, path));
+    const path_entry* entry = find_hash(index, place, hash_with_texts(hash, path));
     if (entry == nullptr || !is_same_path(path, *entry->node)) {
         return nullptr;
     }
     agg_node* node = entry->node; // the entry may be the one that is written over
-    place_entry(index, {place.tree, node, place.generation, mark});
+    place_entry(index, {place.tree, node, place.generation, hash});
     return node;
 }
 
-// Of paths that share a mark each has an entry by its texts, and the last one that was asked for the one of
-// the mark.
+// Of paths that share a hash each has an entry by its texts, and the last one that was asked for the one of
+// the hash.
 void remember_path(path_index& index, const path_place& place, const path_identity& path, agg_node* node)
 {
     if (is_cut_in_nodes(path)) {
@@ -125,13 +125,13 @@ void remember_path(path_index& index, const path_place& place, const path_identi
     if (is_crowded(index)) {
         grow(index, place.generation);
     }
-    const uint32_t mark = mark_of(place, path);
-    if (const path_entry* namesake = find_mark(index, place, mark)) {
+    const uint32_t hash = hash_of(place, path);
+    if (const path_entry* namesake = find_hash(index, place, hash)) {
         agg_node* other = namesake->node;
-        place_entry(index, {place.tree, other, place.generation, mark_by_texts(mark, stored_path(*other))});
-        place_entry(index, {place.tree, node, place.generation, mark_by_texts(mark, path)});
+        place_entry(index, {place.tree, other, place.generation, hash_with_texts(hash, stored_path(*other))});
+        place_entry(index, {place.tree, node, place.generation, hash_with_texts(hash, path)});
     }
-    place_entry(index, {place.tree, node, place.generation, mark});
+    place_entry(index, {place.tree, node, place.generation, hash});
 }
 
 void release_path_index(path_index& index)

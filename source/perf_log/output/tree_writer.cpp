@@ -91,9 +91,9 @@ void fetch(const agg_node& node)
 
 // Goes through a tree in its order. In a large one the nodes come from all over its memory, which takes
 // longer than writing them: they are fetched some nodes ahead of the one that is written.
-class fetching_walk {
+class prefetching_walk {
 public:
-    explicit fetching_walk(const bt_tree& tree) : tree_(tree), ahead_(first_in_order(tree))
+    explicit prefetching_walk(const bt_tree& tree) : tree_(tree), ahead_(first_in_order(tree))
     {
         for (const agg_node*& node : fetched_) {
             node = fetch_next();
@@ -145,7 +145,7 @@ int32_t print_top_record(const agg_node& node, print_context& print)
 // False when a record could not be written; those behind it are not.
 bool print_records(const bt_tree& tree, print_context& context, decltype(print_record)& print)
 {
-    fetching_walk walk(tree);
+    prefetching_walk walk(tree);
     while (const agg_node* node = walk.next()) {
         if (print(*node, context) != BT_CONTINUE) {
             return false;
