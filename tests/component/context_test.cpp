@@ -3,11 +3,11 @@
 
 #include <thread>
 
-#include "host_access/bindings.h"
+#include <gmock/gmock.h>
 
+#include "host_access/bindings.h"
 #include "perf_log/operation/context_lookup.h"
 #include "perf_log/operation/hooks.h"
-#include <gmock/gmock.h>
 
 using namespace ostrum;
 using fake_os::captured_stderr;

@@ -2,8 +2,6 @@
 
 #include <vector>
 
-using fake_os::captured_stderr;
-
 namespace {
 
 class counters_test : public data_file_fixture {
@@ -93,23 +91,6 @@ TEST_F(counters_test, TotalsAreAddedCopiedAndClearedWhileKeysStay)
     rt_counters_reset(handle_);
     rt_errors_reset(handle_);
     EXPECT_EQ(entry->calls + image().counters[1].calls + error->errcnt, 0U);
-}
-
-TEST_F(counters_test, FullTablesRefuseNewKeysInSilence)
-{
-    EXPECT_EQ(captured_stderr([this] {
-                  for (int32_t i = 0; i < 4096; ++i) {
-                      ASSERT_NE(add_counter(i + 1), nullptr);
-                  }
-                  for (uint32_t i = 0; i < 8192; ++i) {
-                      ASSERT_NE(add_error(i), nullptr);
-                  }
-                  EXPECT_EQ(add_counter(5000), nullptr);
-                  EXPECT_EQ(add_error(9000), nullptr);
-              }),
-              "");
-    EXPECT_EQ(add_counter(4096), &image().counters[4095]);
-    EXPECT_EQ(image().counter_count + image().error_count, 4096U + 8192U);
 }
 
 TEST_F(counters_test, ErrorsAreKeptApartByEveryField)

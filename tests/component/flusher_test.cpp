@@ -3,11 +3,12 @@
 
 #include <csignal>
 
+#include <gmock/gmock.h>
+
 #include "perf_log/flush/async_flusher.h"
 #include "perf_log/flush/flush.h"
 #include "perf_log/flush/timed_flush.h"
 #include "util/diagnostics.h"
-#include <gmock/gmock.h>
 
 using namespace ostrum;
 using fake_os::captured_stderr;

@@ -139,19 +139,21 @@ protected:
         image().error_count = max_errors;
     }
 
-    std::vector<row> counters_by(int32_t kept, int32_t reset = 0)
+    template <typename Record>
+    std::vector<row> rows_by(Record** (*aggregated)(rt_info*, int32_t, int32_t*, uint32_t), int32_t kept,
+                             int32_t reset)
     {
         int32_t count = -1;
-        const owned_list<counter_entry> list(
-            aggregated_counter_list(handle_, reset, &count, static_cast<uint32_t>(kept)));
+        const owned_list<Record> list(aggregated(handle_, reset, &count, static_cast<uint32_t>(kept)));
         return rows_of(list.get(), count);
+    }
+    std::vector<row> counters_by(int32_t kept, int32_t reset = 0)
+    {
+        return rows_by(aggregated_counter_list, kept, reset);
     }
     std::vector<row> errors_by(int32_t kept, int32_t reset = 0)
     {
-        int32_t count = -1;
-        const owned_list<error_entry> list(
-            aggregated_error_list(handle_, reset, &count, static_cast<uint32_t>(kept)));
-        return rows_of(list.get(), count);
+        return rows_by(aggregated_error_list, kept, reset);
     }
 
     std::mt19937 random_; // NOLINT(cert-msc51-cpp): the same numbers in every run
@@ -224,7 +226,7 @@ TEST_F(query_test, NothingThereIsNullInSilence)
     const std::string text = messages_of([this] {
         for (rt_info* handle : {handle_, static_cast<rt_info*>(nullptr)}) {
             int32_t counts[3] = {7, 7, 7};
-            EXPECT_EQ(aggregated_counter_list(handle, 1, &counts[0], static_cast<uint32_t>(127)), nullptr);
+            EXPECT_EQ(aggregated_counter_list(handle, 1, &counts[0], 127U), nullptr);
             EXPECT_EQ(error_list(handle, 1, &counts[1]), nullptr);
             EXPECT_EQ(variable_list(handle, "not there", &counts[2]), nullptr);
             EXPECT_EQ(counts[0] + counts[1] + counts[2], 0);
@@ -262,10 +264,8 @@ TEST_F(query_test, ShortMemoryIsReportedByTheStepThatMetIt)
     add_error(1);
     rt_variable_add(handle_, "a", "1", 0);
     int32_t count = 7;
-    const auto counters = [&] {
-        return aggregated_counter_list(handle_, 1, &count, static_cast<uint32_t>(1));
-    };
-    const auto errors = [&] { return aggregated_error_list(handle_, 1, &count, static_cast<uint32_t>(1)); };
+    const auto counters = [&] { return aggregated_counter_list(handle_, 1, &count, 1U); };
+    const auto errors = [&] { return aggregated_error_list(handle_, 1, &count, 1U); };
     const auto named = [&] { return variable_list(handle_, "a", &count); };
     const struct {
         std::function<void*()> call;

@@ -115,14 +115,4 @@ TEST_F(variables_test, OnlyTheInsertPathAdvancesTheModifiedTime)
     EXPECT_STREQ(filled_by_set->name, "new");
 }
 
-TEST_F(variables_test, TheTableTakesFiveHundredAndTwelve)
-{
-    for (int i = 0; i < 512; ++i) {
-        ASSERT_NE(rt_variable_add(handle_, std::to_string(i).c_str(), "", 0), nullptr);
-    }
-    EXPECT_THAT(captured_stderr([this] { EXPECT_EQ(rt_variable_add(handle_, "512", "", 0), nullptr); }),
-                testing::EndsWith("rt_variable_add : variable table is full - 512 entries used\n"));
-    EXPECT_EQ(rt_variable_add(handle_, "511", "y", 1), &image().variables[511]);
-}
-
 } // namespace
