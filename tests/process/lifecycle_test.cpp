@@ -172,14 +172,6 @@ TEST(Lifecycle, AThreadThatIsCancelledLeavesNoLockHeld)
     EXPECT_EQ(run.lines_with("is in use"), 0);
 }
 
-TEST(Lifecycle, AThreadThatIsCancelledInAServiceOfTheHostGivesItsContextBack)
-{
-    const host_run run = run_host(timing, "", {.program = OSTRUM_CANCELLED_HOST});
-    EXPECT_EQ(run.exit_status, 0) << run.errors;
-    EXPECT_EQ(run.output, "cancelled\nother thread done\ncancelled\n");
-    EXPECT_EQ(run.lines_with("is in use"), 0);
-}
-
 TEST(Lifecycle, AForkedChildKeepsNoFileOfTheParentsOpen)
 {
     const host_run run =
@@ -198,7 +190,8 @@ TEST(Lifecycle, AForkedChildKeepsNoFileOfTheParentsOpen)
 
 TEST(Lifecycle, NeitherAFileSizeLimitNorAClosedStandardErrorReachesTheHost)
 {
-    const host_run limited = run_host({{"ostrum_var_time", "2"}}, "op 3; limit file_size 100; exit 6");
+    const host_run limited =
+        run_host({{"ostrum_var_time", "2"}}, "op 3; shell prlimit --pid=$PPID --fsize=100:; exit 6");
     EXPECT_EQ(limited.exit_status, 6) << limited.errors;
     EXPECT_EQ(limited.text_of_files(".plog.txt"), "") << "what did not fit whole was taken back";
     EXPECT_EQ(run_host({{"ostrum_var_time", "3"}}, "close 2; close 1; close 0; op 3; exit 6").exit_status, 6);

@@ -3,17 +3,20 @@
 // the C library's are let through. Services of the platform fail the same way.
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <iterator>
-#include <string>
+#include <thread>
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -24,7 +27,6 @@
 
 #include "data_file/layout.h"
 #include "qel_platform.h"
-#include "robustness/clock_shim.h"
 #include "robustness/fault_shim.h"
 
 extern "C" {
@@ -48,41 +50,6 @@ struct armed_fault {
 armed_fault armed;
 dl_find_object library{};
 
-// The blocks that the library has allocated and nobody has released yet, in a table with open addressing.
-constexpr size_t table_size = size_t{1} << 16;
-std::atomic<void*> table[table_size];
-char removed; // its address stands where a block was
-
-size_t place_of(const void* block, size_t tried)
-{
-    return (reinterpret_cast<uintptr_t>(block) / 16 * 40'503 + tried) % table_size;
-}
-
-void remember(void* block)
-{
-    for (size_t tried = 0; tried < table_size; ++tried) {
-        std::atomic<void*>& slot = table[place_of(block, tried)];
-        void* there = slot;
-        if ((there == nullptr || there == &removed) && slot.compare_exchange_strong(there, block)) {
-            return;
-        }
-    }
-}
-
-void forget(void* block)
-{
-    for (size_t tried = 0; tried < table_size; ++tried) {
-        std::atomic<void*>& slot = table[place_of(block, tried)];
-        void* const there = slot;
-        if (there == block) {
-            slot = &removed;
-        }
-        if (there == block || there == nullptr) {
-            return;
-        }
-    }
-}
-
 bool is_library(const void* caller)
 {
     return caller >= library.dlfo_map_start && caller < library.dlfo_map_end;
@@ -91,9 +58,7 @@ bool is_library(const void* caller)
 void sleep_late(int result)
 {
     const int saved_errno = errno;
-    const int late_ms = result == fault_late ? 20 : fault_hold - result;
-    const timespec late{late_ms / 1000, late_ms % 1000 * 1'000'000L};
-    nanosleep(&late, nullptr);
+    std::this_thread::sleep_for(std::chrono::milliseconds(result == fault_late ? 20 : fault_hold - result));
     errno = saved_errno;
 }
 
@@ -122,10 +87,31 @@ int strike(const char* call, const void* caller)
     if (armed.error == fault_kill && strcmp(call, "write") != 0) {
         return die();
     }
+    if (armed.error == fault_cancel) {
+        pthread_cancel(pthread_self());
+        pthread_testcancel();
+    }
     if (armed.error > 0) {
         errno = armed.error;
     }
     return armed.error;
+}
+
+// ---- The wall clock ----
+
+std::atomic<long> set_by_s{0};
+std::atomic<long> readings_left{0}; // until the step; 0: none is to come
+std::atomic<long> step_s{0};
+std::atomic<long> steps_made{0};
+
+// For one reading. The monotonic clock and the system's own waits go on as they are.
+time_t set_by(const void* caller)
+{
+    if (readings_left > 0 && is_library(caller) && --readings_left == 0) {
+        set_by_s += step_s;
+        ++steps_made;
+    }
+    return set_by_s;
 }
 
 // ---- The locks in the data file ----
@@ -154,40 +140,49 @@ void strike_lock(const char* event, const pthread_mutex_t* mutex, const void* ca
     strike(name, caller);
 }
 
-long blocks_in_use()
+// ---- The heap ----
+
+std::atomic<long> blocks{0};     // that the library has allocated and nobody has released yet
+constexpr size_t mark_room = 16; // each has a mark at its end, behind what the library asked for
+
+uintptr_t& mark_of(void* block)
 {
-    long count = 0;
-    for (const std::atomic<void*>& block : table) {
-        count += block != nullptr && block != &removed ? 1 : 0;
-    }
-    return count;
+    char* const end = static_cast<char*>(block) + malloc_usable_size(block);
+    return *reinterpret_cast<uintptr_t*>(end - sizeof(uintptr_t));
 }
 
-void report(const char* text, long value)
+uintptr_t own_mark(const void* block)
 {
-    char line[64];
-    const int length = snprintf(line, sizeof(line), "%s=%ld\n", text, value);
-    (void)!write(fault_report_fd, line, static_cast<size_t>(length));
+    return ~reinterpret_cast<uintptr_t>(block);
+}
+
+void* remembered(void* block)
+{
+    if (block != nullptr) {
+        mark_of(block) = own_mark(block);
+        ++blocks;
+    }
+    return block;
+}
+
+void forget(void* block)
+{
+    if (block != nullptr && mark_of(block) == own_mark(block)) {
+        mark_of(block) = 0;
+        --blocks;
+    }
 }
 
 __attribute__((constructor)) void find_library()
 {
     _dl_find_object(dlsym(RTLD_DEFAULT, "ostrum_init"), &library);
-    const char* const fault = getenv("FAULT");
-    const char* const numbers = fault != nullptr ? strchr(fault, ' ') : nullptr;
-    if (numbers != nullptr) {
-        const std::string call(fault, numbers);
-        char* rest = nullptr;
-        const long nth = strtol(numbers, &rest, 10);
-        shim_fault(call.c_str(), nth, static_cast<int>(strtol(rest, nullptr, 10)), 0);
-    }
 }
 
 // After the library's exit handler, and after those of all others.
 __attribute__((destructor)) void report_at_exit()
 {
-    report("fault_hits", armed.hits);
-    report("blocks", blocks_in_use());
+    dprintf(fault_report_fd, "fault_hits=%ld\nclock_steps=%ld\nblocks=%ld\n", armed.hits.load(),
+            steps_made.load(), blocks.load());
 }
 
 size_t shortened(int result, size_t count)
@@ -197,20 +192,11 @@ size_t shortened(int result, size_t count)
 
 } // namespace
 
-bool is_call_of_library(const void* caller)
-{
-    return is_library(caller);
-}
-
-int strike_call(const char* call, const void* caller)
-{
-    return strike(call, caller);
-}
-
 extern "C" {
 
-__attribute__((visibility("default"))) void shim_fault(const char* call, long nth, int error,
-                                                       int from_then_on)
+#pragma GCC visibility push(default)
+
+void shim_fault(const char* call, long nth, int error, int from_then_on)
 {
     armed.nth = 0;
     snprintf(armed.call, sizeof(armed.call), "%s", call);
@@ -220,7 +206,24 @@ __attribute__((visibility("default"))) void shim_fault(const char* call, long nt
     armed.nth = nth;
 }
 
-#pragma GCC visibility push(default)
+long shim_faults_hit()
+{
+    return armed.hits;
+}
+
+void shim_step_clock(long nth, long by_s)
+{
+    step_s = by_s;
+    readings_left = nth;
+    if (nth == 0) {
+        set_by_s += by_s;
+    }
+}
+
+long shim_clock_set_by()
+{
+    return set_by_s;
+}
 
 // A call that fails with errno set and `failure`; CALLER is where it returns to.
 #define CALLER __builtin_return_address(0)
@@ -258,6 +261,22 @@ FAILING_CALL(int, __cxa_atexit, -1, (void (*handler)(void*), void* argument, voi
 FAILING_CALL(int, __register_atfork, errno,
              (void (*before)(), void (*parent)(), void (*child)(), void* object),
              (before, parent, child, object))
+
+int clock_gettime(clockid_t clock, timespec* now)
+{
+    static const auto next = NEXT(clock_gettime);
+    const int result = strike("clock_gettime", CALLER) != 0 ? -1 : next(clock, now);
+    now->tv_sec += result == 0 && clock == CLOCK_REALTIME ? set_by(CALLER) : 0;
+    return result;
+}
+
+int gettimeofday(timeval* now, void* zone)
+{
+    static const auto next = NEXT(gettimeofday);
+    const int result = strike("gettimeofday", CALLER) != 0 ? -1 : next(now, zone);
+    now->tv_sec += result == 0 ? set_by(CALLER) : 0;
+    return result;
+}
 
 void* mmap(void* at, size_t bytes, int access, int flags, int fd, off_t offset)
 {
@@ -342,17 +361,11 @@ ssize_t write(int fd, const void* bytes, size_t count)
 
 // ---- The heap: one name for all, "heap" ----
 
-void* kept_in_mind(void* block, const void* caller)
-{
-    if (block != nullptr && is_library(caller)) {
-        remember(block);
-    }
-    return block;
-}
-
 void* calloc(size_t count, size_t bytes)
 {
-    return strike("heap", CALLER) != 0 ? nullptr : kept_in_mind(__libc_calloc(count, bytes), CALLER);
+    return !is_library(CALLER)           ? __libc_calloc(count, bytes)
+           : strike("heap", CALLER) != 0 ? nullptr
+                                         : remembered(__libc_calloc(1, count * bytes + mark_room));
 }
 
 void* realloc(void* block, size_t bytes)
@@ -361,35 +374,27 @@ void* realloc(void* block, size_t bytes)
         return nullptr;
     }
     forget(block);
-    return kept_in_mind(__libc_realloc(block, bytes), CALLER);
+    return is_library(CALLER) ? remembered(__libc_realloc(block, bytes + mark_room))
+                              : __libc_realloc(block, bytes);
 }
 
 char* strdup(const char* text)
 {
     const size_t bytes = strlen(text) + 1;
-    void* const copy = strike("heap", CALLER) != 0 ? nullptr : __libc_malloc(bytes);
-    return static_cast<char*>(copy != nullptr ? memcpy(kept_in_mind(copy, CALLER), text, bytes) : nullptr);
+    void* const copy = strike("heap", CALLER) != 0 ? nullptr : __libc_malloc(bytes + mark_room);
+    if (is_library(CALLER)) {
+        remembered(copy);
+    }
+    return static_cast<char*>(copy != nullptr ? memcpy(copy, text, bytes) : nullptr);
 }
 
 void free(void* block)
 {
-    if (block != nullptr) {
-        forget(block);
-    }
+    forget(block);
     __libc_free(block);
 }
 
 // ---- The platform: a refused service answers as one that has failed ----
-
-#define REFUSED_SERVICE(result, name, refuse, parameters, arguments)                                         \
-    result name parameters                                                                                   \
-    {                                                                                                        \
-        static const auto next = NEXT(name);                                                                 \
-        if (strike(#name, CALLER) != 0) {                                                                    \
-            refuse;                                                                                          \
-        }                                                                                                    \
-        return next arguments;                                                                               \
-    }
 
 static void set_failure(qel_errbuf_t* eb)
 {
@@ -398,23 +403,22 @@ static void set_failure(qel_errbuf_t* eb)
     }
 }
 
-REFUSED_SERVICE(void, qel_conf, *value = nullptr; *err = QEL_ERR_NO_MEM;
-                return, (const char* program, const char* key, int32_t type, void** value, int32_t* err),
-                      (program, key, type, value, err))
-REFUSED_SERVICE(qel_flist_t*, qel_flist_copy, set_failure(eb);
-                return nullptr, (const qel_flist_t* fl, qel_errbuf_t* eb), (fl, eb))
-REFUSED_SERVICE(void, qel_flist_to_str_masked, set_failure(eb);
-                return, (qel_flist_t * fl, char** text, int32_t* length, qel_errbuf_t* eb),
-                      (fl, text, length, eb))
-REFUSED_SERVICE(int32_t, qel_flist_elem_count, set_failure(eb);
-                return 0, (qel_flist_t * fl, uint32_t fld, qel_errbuf_t* eb), (fl, fld, eb))
-REFUSED_SERVICE(void*, qeli_flist_get, set_failure(eb);
-                return nullptr,
-                       (qel_flist_t * fl, uint32_t fld, int32_t elem_id, int32_t optional, qel_errbuf_t* eb),
-                       (fl, fld, elem_id, optional, eb))
-REFUSED_SERVICE(const char*, qellog_get_correlation, return nullptr, (), ())
-REFUSED_SERVICE(const char*, tbx_opcode_to_opname, return "unknown", (int32_t opcode), (opcode))
-REFUSED_SERVICE(int32_t, tbx_opname_to_opcode, return 0, (const char* name), (name))
+static void refuse_setting(void** value, int32_t* err)
+{
+    *value = nullptr;
+    *err = QEL_ERR_NO_MEM;
+}
+
+FAILING_CALL(void, qel_conf, refuse_setting(value, err),
+             (const char* program, const char* key, int32_t type, void** value, int32_t* err),
+             (program, key, type, value, err))
+FAILING_CALL(void, qel_flist_to_str_masked, set_failure(eb),
+             (qel_flist_t * fl, char** text, int32_t* length, qel_errbuf_t* eb), (fl, text, length, eb))
+FAILING_CALL(int32_t, qel_flist_elem_count, (set_failure(eb), 0),
+             (qel_flist_t * fl, uint32_t fld, qel_errbuf_t* eb), (fl, fld, eb))
+FAILING_CALL(const char*, qellog_get_correlation, nullptr, (), ())
+FAILING_CALL(const char*, tbx_opcode_to_opname, "unknown", (int32_t opcode), (opcode))
+FAILING_CALL(int32_t, tbx_opname_to_opcode, 0, (const char* name), (name))
 
 #pragma GCC visibility pop
 }

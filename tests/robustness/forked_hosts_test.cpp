@@ -1,8 +1,4 @@
 // A host of several threads forks while the others are at work: what a child does, it does alone.
-#include <iostream>
-
-#include <gtest/gtest.h>
-
 #include "robustness/host_oracle.h"
 
 namespace {
@@ -67,39 +63,36 @@ std::vector<writing> ways_and_lock_methods()
     std::vector<writing> all = ways();
     for (const size_t shared : {size_t{1}, size_t{3}}) {
         // They do not keep the threads of a process apart: two could rename a full file at once.
-        all.push_back({"record locks", {{"ostrum_log_max_single_file_size", "0"}}});
-        std::vector<host_setting>& settings = all.back().settings; // of two the first counts
-        settings.insert(settings.end(), ways()[shared].settings.begin(), ways()[shared].settings.end());
-        settings.push_back({"ostrum_lock_method", "1"});
+        all.push_back(
+            {"record locks", with({{"ostrum_log_max_single_file_size", "0"}}, // of two the first counts
+                                  with(all[shared].settings, {{"ostrum_lock_method", "1"}}))});
     }
     return all;
 }
 
+// A child of several threads may find a sanitizer's own locks held, or start no thread.
+using ForkedHosts = unsanitized_test;
+
 } // namespace
 
-TEST(ForkedHosts, ChildrenOfAHostUnderLoad)
+TEST_F(ForkedHosts, ChildrenOfAHostUnderLoad)
 {
-    if (sanitized()) {
-        GTEST_SKIP()
-            << "a child of several threads may find a sanitizer's own locks held, or start no thread";
-    }
     long calls_of_children = 0;
     for (const child& c : children) {
         calls_of_children += c.calls;
     }
     const int times = long_form() ? 15 : 1;
     const int forks = forking_threads * times * static_cast<int>(std::size(children));
-    int runs = 0;
+    const std::map<int, long> expected{{3, 15 * (40 * times + forks) + forks / 2},
+                                       {4, 15 * (40 * times + forks)},
+                                       {7, calls_of_children * forking_threads * times}};
+    case_count runs;
     for (const writing& way : ways_and_lock_methods()) {
         SCOPED_TRACE(way.name);
         const observed_run run = observe(way.settings, host_that_forks(times));
         expect_unharmed(run, {.exit_status = 5});
         EXPECT_EQ(run.incidents(), "");
-        const std::map<int, long> expected{{3, 15 * (40 * times + forks) + forks / 2},
-                                           {4, 15 * (40 * times + forks)},
-                                           {7, calls_of_children * forking_threads * times}};
         EXPECT_EQ(run.calls, expected) << "lost, written twice, or by a child that had nothing to write";
-        runs += forks;
+        runs.add(forks);
     }
-    std::cout << runs << " runs\n";
 }

@@ -13,7 +13,7 @@ struct scenario {
     const char* name;
     const char* before;
     const char* during;
-    std::vector<host_setting> settings = {};
+    host_settings settings = {};
     bool exits_meanwhile = false;
 };
 
@@ -39,43 +39,32 @@ observed_run run_with(const scenario& s, const fault& f, int nth)
     return observe(s.settings, s.before + armed + s.during + after, {.directory = directory});
 }
 
-bool tells(const observed_run& run, const char* message)
-{
-    return run.incidents().find(message) != std::string::npos;
-}
-
 // Documented: without the exit handler, or without the flusher, what is in memory at exit is lost.
 bool finishes_at_exit(const observed_run& run)
 {
-    return !tells(run, "perf_log_init : failed registering 'atexit'") &&
-           !tells(run, "perf_initialise_flushing_thread : pthread_create failed");
+    return !run.tells("perf_log_init : failed registering 'atexit'") &&
+           !run.tells("perf_initialise_flushing_thread : pthread_create failed");
 }
 
 void expect_next_operation(const observed_run& run, const scenario& s)
 {
     // The first is documented too: until the context's next flush.
     const bool lost =
-        tells(run, "perf_async_flush_add_lip : out of memory creating new tree") || !finishes_at_exit(run);
+        run.tells("perf_async_flush_add_lip : out of memory creating new tree") || !finishes_at_exit(run);
     if (!run.enabled()) {
-        EXPECT_TRUE(tells(run, "initialise_ostrum : ")) << run.incidents();
+        EXPECT_TRUE(run.tells("initialise_ostrum : ")) << run.incidents();
         EXPECT_EQ(run.written, 0);
     } else if (!s.exits_meanwhile && !lost) {
-        EXPECT_EQ(run.calls.count(last_opcode), 1U) << "the next operation does not work\n"
-                                                    << run.incidents();
+        EXPECT_EQ(run.calls_of(last_opcode), 1) << "the next operation does not work\n" << run.incidents();
     }
 }
 
 observed_run run_undisturbed(const scenario& s)
 {
+    SCOPED_TRACE(s.name);
     observed_run run = run_with(s, {"none", 0}, 0);
-    EXPECT_EQ(run.incidents(), "") << s.name;
-    EXPECT_EQ(run.written, run.issued) << s.name;
+    expect_unharmed(run, {.exit_status = status, .complete = true});
     return run;
-}
-
-int failures_so_far()
-{
-    return testing::UnitTest::GetInstance()->current_test_info()->result()->total_part_count();
 }
 
 // Faults that the library itself makes up for.
@@ -86,37 +75,27 @@ bool must_lose_nothing(const fault& f)
                                      (f.error == EINTR || f.error == fault_short));
 }
 
-// Number of runs: until nothing fails any more, or to the first one that the host does not bear.
-int fail_each(const scenario& s, const fault& f, const observed_run& undisturbed)
+// One more run after the other until nothing fails any more, or to the first one that the host does not bear.
+void fail_each(const scenario& s, const fault& f, const observed_run& undisturbed, case_count& runs)
 {
-    const int failures_before = failures_so_far();
+    const testing::TestResult& result = *testing::UnitTest::GetInstance()->current_test_info()->result();
+    const int failures_before = result.total_part_count();
     int nth = 0;
-    for (bool hit = true; hit && nth < endless && failures_so_far() == failures_before;) {
-        ++nth;
-        const observed_run run = run_with(s, f, nth);
+    for (bool hit = true; hit && nth < endless && result.total_part_count() == failures_before;) {
+        const observed_run run = run_with(s, f, ++nth);
         SCOPED_TRACE(std::string(s.name) + ", " + f.call + " number " + std::to_string(nth) + " gives " +
                      std::to_string(f.error) + (f.from_then_on ? " from then on" : ""));
-        const observed_run* as_usual = finishes_at_exit(run) ? &undisturbed : nullptr;
-        expect_unharmed(run, {.exit_status = status, .undisturbed = as_usual});
+        expect_unharmed(run, {.exit_status = status,
+                              .complete = must_lose_nothing(f),
+                              .undisturbed = finishes_at_exit(run) ? &undisturbed : nullptr});
         expect_next_operation(run, s);
-        if (must_lose_nothing(f)) {
-            EXPECT_EQ(run.written, run.issued);
-            EXPECT_EQ(run.incidents(), "");
-        }
         hit = run.faults_hit > 0;
     }
     EXPECT_LT(nth, endless) << "more and more calls";
-    return nth;
+    runs.add(nth - 1);
 }
 
-const std::vector<host_setting> small_files{{"ostrum_max_log_size", "5"},
-                                            {"ostrum_status_check_frequency", "0"}};
-
-std::vector<host_setting> with(std::vector<host_setting> settings, const std::vector<host_setting>& more)
-{
-    settings.insert(settings.end(), more.begin(), more.end());
-    return settings;
-}
+const host_settings small_files{{"ostrum_max_log_size", "5"}, {"ostrum_status_check_frequency", "0"}};
 
 const std::vector<scenario>& scenarios()
 {
@@ -144,27 +123,18 @@ const std::vector<scenario>& scenarios()
 
 } // namespace
 
-class HostFaults : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        if (sanitized()) {
-            GTEST_SKIP()
-                << "the sanitizer has the allocator and the calls itself; the release build runs this";
-        }
-    }
-};
+using HostFaults = unsanitized_test;
 
 TEST_F(HostFaults, EveryAllocation)
 {
-    int runs = 0;
+    case_count runs;
     for (const scenario& s : scenarios()) {
         const observed_run undisturbed = run_undisturbed(s);
         for (const bool from_then_on : {false, true}) {
-            runs += fail_each(s, {"heap", ENOMEM, from_then_on}, undisturbed);
+            runs.next();
+            fail_each(s, {"heap", ENOMEM, from_then_on}, undisturbed, runs);
         }
     }
-    std::cout << runs << " runs\n";
 }
 
 namespace {
@@ -174,21 +144,16 @@ namespace {
 constexpr const char* life =
     "init; op 3 7; start 3; start 5; end; end; op_key 7 3; variable flist_on 2; repeat 7 {flist_op 5};"
     "thread {op 4}; select 1; query; raise HUP";
-const std::vector<host_setting> life_settings = with(small_files, {{"ostrum_get_process_data", "3"},
-                                                                   {"ostrum_error_counter_level", "63"},
-                                                                   {"ostrum_opcode_bucket_file", "buckets"}});
-const std::vector<host_setting> shared_file = {{"ostrum_log_single_file", "all"},
-                                               {"ostrum_log_max_single_file_size", "600"}};
-
-const std::vector<scenario>& lives()
-{
-    static const std::vector<scenario> all{
-        {"life", "on_signal HUP {}; ", life, life_settings},
-        {"life with a flusher and a shared file", "on_signal HUP {}; ", life,
-         with(with(life_settings, shared_file), {{"ostrum_async_flushing", "1"}})},
-    };
-    return all;
-}
+const host_settings life_settings = with(small_files, {{"ostrum_get_process_data", "3"},
+                                                       {"ostrum_error_counter_level", "63"},
+                                                       {"ostrum_opcode_bucket_file", "buckets"}});
+const scenario lives[] = {
+    {"life", "on_signal HUP {}; ", life, life_settings},
+    {"life with a flusher and a shared file", "on_signal HUP {}; ", life,
+     with(life_settings, {{"ostrum_log_single_file", "all"},
+                          {"ostrum_log_max_single_file_size", "600"},
+                          {"ostrum_async_flushing", "1"}})},
+};
 
 struct failing_call {
     const char* name;
@@ -231,25 +196,23 @@ const failing_call system_calls[] = {
 // In the short form an eighth of the rest, each of it until nothing fails any more.
 TEST_F(HostFaults, EverySystemCallAndServiceOfThePlatform)
 {
-    unsigned number = 0;
-    int runs = 0;
-    for (const scenario& s : lives()) {
+    case_count runs;
+    for (const scenario& s : lives) {
         const observed_run undisturbed = run_undisturbed(s);
         for (const failing_call& call : system_calls) {
             // to go when a rotation tells an unknown state from a missing file
-            if (call.name == std::string("stat") && s.settings.size() > life_settings.size()) {
+            if (call.name == std::string("stat") && &s != lives) {
                 continue;
             }
             for (const int result : call.results) {
-                const bool always = &s == lives().data() && must_lose_nothing({call.name, result});
-                if (takes_part(number++, 8) || always) {
-                    runs += fail_each(s, {call.name, result}, undisturbed);
+                const bool always = &s == lives && must_lose_nothing({call.name, result});
+                if (runs.next(8, always)) {
+                    fail_each(s, {call.name, result}, undisturbed, runs);
                 }
-                if (result > 0 && result != EINTR && takes_part(number++, 8)) {
-                    runs += fail_each(s, {call.name, result, true}, undisturbed);
+                if (result > 0 && result != EINTR && runs.next(8)) {
+                    fail_each(s, {call.name, result, true}, undisturbed, runs);
                 }
             }
         }
     }
-    std::cout << runs << " runs\n";
 }

@@ -1,76 +1,35 @@
 #include "robustness/host_oracle.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <sstream>
+#include <numeric>
 
-#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include "data_file/layout.h"
 namespace {
-
-// Each run makes and removes a data file of 5.8 MB: in memory where there is some.
-void keep_files_in_memory()
-{
-    if (access("/dev/shm", W_OK) == 0) {
-        setenv("TMPDIR", "/dev/shm", 0);
-    }
-}
 
 // ---- Trace files ----
 
-struct started {
-    int level;
-    int opcode;
-    int bucket;
-};
-
-// The fields as docs/formats.md has them; the hosts' names hold no commas. `kinds` has a letter a field: n a
-// number, the rest anything.
-bool split(const std::string& line, const std::string& kinds, std::vector<std::string>& fields)
+// The fields as docs/formats.md has them; the hosts' names hold no commas. `kinds` begins with the record's
+// letter, then has a letter a field: n a number, t anything. None when the line is no such record.
+std::vector<std::string> fields_of(const std::string& line, const std::string& kinds)
 {
-    fields.clear();
-    std::istringstream rest(line + ",");
+    std::vector<std::string> fields;
+    std::istringstream rest(line[0] == kinds[0] ? line + "," : "");
     for (std::string field; std::getline(rest, field, ',');) {
-        const char kind = fields.size() < kinds.size() ? kinds[fields.size()] : 'n';
-        if (kind == 'n' && (field.empty() || field.find_first_not_of("-.0123456789") != std::string::npos)) {
-            return false;
+        const bool any = fields.empty() || (fields.size() < kinds.size() && kinds[fields.size()] == 't');
+        if (!any && (field.empty() || field.find_first_not_of("-.0123456789") != std::string::npos)) {
+            return {};
         }
         fields.push_back(field);
     }
-    return fields.size() == kinds.size();
-}
-
-bool parse_start(const std::string& line, started& s)
-{
-    std::vector<std::string> fields;
-    if (line[0] != 'S' || !split(line, "Snnnntntnnntntn", fields)) {
-        return false;
-    }
-    s = {std::stoi(fields[1]), std::stoi(fields[3]), std::stoi(fields[12])};
-    return true;
-}
-
-struct figures {
-    long calls;
-    double longest_s;
-    bool negative; // any of them
-};
-
-bool parse_figures(const std::string& line, figures& f)
-{
-    std::vector<std::string> fields;
-    if (line[0] != 'F' || !split(line, "Fnnnnnnnnnnnn", fields)) {
-        return false;
-    }
-    f = {std::stol(fields[3]), std::stod(fields[5]), line.find('-') != std::string::npos};
-    return true;
+    return fields.size() == kinds.size() && fields[0].size() == 1 ? fields : std::vector<std::string>();
 }
 
 class trace_checker {
@@ -96,26 +55,33 @@ public:
     }
 
 private:
+    struct started {
+        int level;
+        int opcode;
+        int bucket;
+    };
+
     // False: no record, or one out of its place.
     bool take(const std::string& line)
     {
-        started start{};
-        if (parse_start(line, start)) {
-            open_.push_back(start);
+        if (const auto start = fields_of(line, "Snnnntntnnntntn"); !start.empty()) {
+            open_.push_back({std::stoi(start[1]), std::stoi(start[3]), std::stoi(start[12])});
             return true;
         }
-        figures f{};
-        if (!parse_figures(line, f) || open_.empty()) {
+        const auto end = fields_of(line, "Fnnnnnnnnnnnn");
+        if (end.empty() || open_.empty()) {
             return false;
         }
         const started of = open_.back();
         open_.pop_back();
         if (of.level > 0 && of.bucket == 0) {
-            run_.written += f.calls;
-            run_.calls[of.opcode] += f.calls;
-            run_.longest_s = std::max(run_.longest_s, f.longest_s);
+            const long calls = std::stol(end[3]);
+            run_.written += calls;
+            run_.calls[of.opcode] += calls;
+            run_.longest_s = std::max(run_.longest_s, std::stod(end[5]));
         }
-        return of.level == 0 || !f.negative; // the period's own times wrap in 2038
+        // The period's own times wrap in 2038.
+        return of.level == 0 || line.find('-') == std::string::npos;
     }
 
     observed_run& run_;
@@ -124,58 +90,30 @@ private:
 
 // ---- The data file ----
 
-// Where each stands in the file, and the most that it may be.
-struct word {
-    const char* name;
-    size_t at;
-    uint64_t most;
-};
-
-using ostrum::data_file_image;
-constexpr size_t header_locks = 5;
-constexpr word counts[] = {
-    {"counters", offsetof(data_file_image, counter_count), ostrum::max_counters},
-    {"variables", offsetof(data_file_image, variable_count), ostrum::max_variables},
-    {"errors", offsetof(data_file_image, error_count), ostrum::max_errors},
-    {"samples", offsetof(data_file_image, metrics), UINT64_MAX}, // its first word
-};
-
-template <typename Value>
-Value value_at(std::ifstream& file, size_t at)
-{
-    Value value{};
-    file.seekg(static_cast<std::streamoff>(at));
-    file.read(reinterpret_cast<char*>(&value), sizeof(value));
-    return value;
-}
-
 // What is wrong with it. A file of another size is none, as start-up has said.
 std::string read_data_file(observed_run& run, const std::string& path)
 {
     constexpr char signature[] = "ostrum-64bit\n";
-    std::error_code ignored;
-    if (std::filesystem::file_size(path, ignored) != sizeof(data_file_image)) {
+    const auto image = map_data_file(path);
+    if (image == nullptr) {
         return "";
     }
-    std::ifstream file(path, std::ios::binary);
-    const auto found = value_at<std::array<char, sizeof(signature)>>(file, 0);
-    if (found[0] != '\0' && memcmp(found.data(), signature, sizeof(signature)) != 0) {
+    if (image->signature[0] != '\0' && memcmp(image->signature, signature, sizeof(signature)) != 0) {
         return "something has written over the signature";
     }
-    for (size_t slot = 0; slot < header_locks; ++slot) {
-        const size_t mutex_at = offsetof(data_file_image, locks) + slot * sizeof(ostrum::lock_slot) +
-                                offsetof(ostrum::lock_slot, mutex);
-        if (value_at<int>(file, mutex_at) != 0) { // the lock word: 0 is free
-            return "header lock " + std::to_string(slot) + " is held";
+    for (const ostrum::lock_slot& slot : image->locks) {
+        if (slot.mutex.__data.__lock != 0) {
+            return "header lock " + std::to_string(&slot - image->locks) + " is held";
         }
     }
-    for (const word& count : counts) {
-        run.counts[count.name] = value_at<uint64_t>(file, count.at);
-        if (run.counts[count.name] > count.most) {
-            return std::string(count.name) + " is beyond its table";
-        }
-    }
-    return "";
+    run.counts = {{"counters", image->counter_count},
+                  {"variables", image->variable_count},
+                  {"errors", image->error_count},
+                  {"samples", image->metrics.words[0]}};
+    const bool in_tables = image->counter_count <= ostrum::max_counters &&
+                           image->variable_count <= ostrum::max_variables &&
+                           image->error_count <= ostrum::max_errors;
+    return in_tables ? "" : "a count is beyond its table";
 }
 
 void read_files(observed_run& run)
@@ -199,21 +137,37 @@ void read_files(observed_run& run)
 
 } // namespace
 
-const char* fault_shim_path()
+std::vector<long> figures(const host_run& run, const std::string& name)
 {
-    return OSTRUM_FAULT_SHIM;
+    std::vector<long> found;
+    std::istringstream lines(run.output);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind(name + "=", 0) == 0) {
+            found.push_back(std::stol(line.substr(name.size() + 1)));
+        }
+    }
+    return found;
 }
 
 long reported(const host_run& run, const std::string& name)
 {
-    long sum = 0;
-    std::istringstream lines(run.output);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.rfind(name + "=", 0) == 0) {
-            sum += std::stol(line.substr(name.size() + 1));
-        }
+    const std::vector<long> found = figures(run, name);
+    return std::accumulate(found.begin(), found.end(), 0L);
+}
+
+std::shared_ptr<const ostrum::data_file_image> map_data_file(const std::string& path)
+{
+    constexpr size_t bytes = sizeof(ostrum::data_file_image);
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status {};
+    const bool whole = fd >= 0 && fstat(fd, &status) == 0 && status.st_size == off_t{bytes};
+    void* const image = whole ? mmap(nullptr, bytes, PROT_READ, MAP_SHARED, fd, 0) : MAP_FAILED;
+    close(fd);
+    if (image == MAP_FAILED) {
+        return nullptr;
     }
-    return sum;
+    return {static_cast<const ostrum::data_file_image*>(image),
+            [image](const void*) { munmap(image, bytes); }};
 }
 
 std::string observed_run::incidents() const
@@ -223,50 +177,50 @@ std::string observed_run::incidents() const
     std::string all;
     std::istringstream lines(host.errors);
     for (std::string line; std::getline(lines, line);) {
-        bool told = true;
-        for (const char* text : ordinary) {
-            told = told && line.find(text) == std::string::npos;
-        }
+        const bool told = std::none_of(std::begin(ordinary), std::end(ordinary), [&line](const char* text) {
+            return line.find(text) != std::string::npos;
+        });
         all += told ? line + "\n" : "";
     }
     return all;
 }
 
+host_settings with(host_settings settings, const host_settings& more)
+{
+    settings.insert(settings.end(), more.begin(), more.end());
+    return settings;
+}
+
 const std::vector<writing>& ways()
 {
-    static const std::vector<writing> all = [] {
-        const std::vector<host_setting> busy{{"ostrum_max_log_size", "2"},
-                                             {"ostrum_status_check_frequency", "0"}};
-        std::vector<writing> made{
-            {"own files", busy}, {"shared file", busy}, {"flusher", busy}, {"all on", busy}};
-        for (size_t way = 1; way < made.size(); ++way) {
-            if (way != 2) {
-                made[way].settings.push_back({"ostrum_log_single_file", "all"});
-                made[way].settings.push_back({"ostrum_log_max_single_file_size", "20000"});
-            }
-            if (way >= 2) {
-                made[way].settings.push_back({"ostrum_async_flushing", "1"});
-            }
-        }
-        made.back().settings.push_back({"ostrum_var_flist_on", "3"});
-        return made;
-    }();
+    static const host_settings busy{{"ostrum_max_log_size", "2"}, {"ostrum_status_check_frequency", "0"}};
+    static const host_settings shared{{"ostrum_log_single_file", "all"},
+                                      {"ostrum_log_max_single_file_size", "20000"}};
+    static const host_settings flusher{{"ostrum_async_flushing", "1"}};
+    static const std::vector<writing> all{
+        {"own files", busy},
+        {"shared file", with(busy, shared)},
+        {"flusher", with(busy, flusher)},
+        {"all on", with(with(with(busy, shared), flusher), {{"ostrum_var_flist_on", "3"}})}};
     return all;
 }
 
+// Each run makes and removes a data file of 5.8 MB: in memory where there is some.
 std::shared_ptr<temp_dir> new_directory()
 {
-    keep_files_in_memory();
+    if (access("/dev/shm", W_OK) == 0) {
+        setenv("TMPDIR", "/dev/shm", 0);
+    }
     return std::make_shared<temp_dir>();
 }
 
-host_run run_watched(std::vector<host_setting> settings, const std::string& script,
-                     const host_options& options)
+host_run run_watched(const host_settings& settings, const std::string& script, const host_options& options)
 {
-    settings.push_back({"ld_preload", sanitized() ? nullptr : fault_shim_path()});
-    settings.push_back({"ostrum_var_time", "3"}); // of two the first counts
-    keep_files_in_memory();
-    return run_host(settings, "oracle; " + script, options);
+    const host_settings own{{"ld_preload", sanitized() ? nullptr : OSTRUM_FAULT_SHIM},
+                            {"ostrum_var_time", "3"}}; // of two the first counts
+    host_options here = options;
+    here.directory = options.directory != nullptr ? options.directory : new_directory();
+    return run_host(with(settings, own), "oracle; " + script, here);
 }
 
 observed_run look_at(const std::vector<host_run>& hosts)
@@ -286,8 +240,7 @@ observed_run look_at(const std::vector<host_run>& hosts)
     return run;
 }
 
-observed_run observe(const std::vector<host_setting>& settings, const std::string& script,
-                     const host_options& options)
+observed_run observe(const host_settings& settings, const std::string& script, const host_options& options)
 {
     return look_at({run_watched(settings, script, options)});
 }
@@ -303,6 +256,10 @@ void expect_unharmed(const observed_run& run, const expectation& expected)
     EXPECT_TRUE(run.written <= run.issued || expected.uncounted)
         << run.written - run.issued << " calls are written twice\n"
         << incidents;
+    if (expected.complete) {
+        EXPECT_EQ(incidents, "");
+        EXPECT_EQ(run.written, run.issued);
+    }
     const long due = expected.at_work ? run.finished : run.issued;
     if (run.written < due && !expected.untold) {
         EXPECT_NE(incidents, "") << due - run.written << " calls are lost without a message";
@@ -331,9 +288,16 @@ unsigned seed()
     return value;
 }
 
-bool takes_part(unsigned case_number, unsigned one_of)
+case_count::~case_count()
 {
-    return long_form() || (case_number + seed()) % one_of == 0;
+    std::cout << runs_ << " runs\n";
+}
+
+bool case_count::next(unsigned one_of, bool always)
+{
+    const bool takes_part = (number_++ + seed()) % one_of == 0 || always || long_form();
+    runs_ += takes_part ? 1 : 0;
+    return takes_part;
 }
 
 bool sanitized()
@@ -343,4 +307,11 @@ bool sanitized()
 #else
     return false;
 #endif
+}
+
+void unsanitized_test::SetUp()
+{
+    if (sanitized()) {
+        GTEST_SKIP() << "nothing for a sanitizer: the other builds run this";
+    }
 }

@@ -4,9 +4,13 @@
 // checks each call itself (errno, signal mask, cancellation, timestamp, time taken); here stands the rest.
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "data_file/layout.h"
 #include "support/run_host.h"
 
 struct observed_run {
@@ -27,33 +31,38 @@ struct observed_run {
 
     // Messages other than those of a start without incident.
     [[nodiscard]] std::string incidents() const;
+    [[nodiscard]] bool tells(const char* part) const { return incidents().find(part) != std::string::npos; }
     [[nodiscard]] bool enabled() const { return host.logging_enabled(); }
+    [[nodiscard]] long calls_of(int opcode) const { return calls.count(opcode) != 0 ? calls.at(opcode) : 0; }
 };
+
+using host_settings = std::vector<host_setting>;
+host_settings with(host_settings settings, const host_settings& more);
 
 // The ways in which trace files are written, by flushes of two operations each.
 struct writing {
     const char* name;
-    std::vector<host_setting> settings;
+    host_settings settings;
 };
 const std::vector<writing>& ways();
 
 // Runs the script under the fault shim and the oracle, with timing to files on unless the settings say else.
-observed_run observe(const std::vector<host_setting>& settings, const std::string& script,
+observed_run observe(const host_settings& settings, const std::string& script,
                      const host_options& options = {});
 
 // The same in two steps, for hosts that run at the same time in one directory: each by itself, then what they
 // say together and what lies in the directory.
 std::shared_ptr<temp_dir> new_directory();
-host_run run_watched(std::vector<host_setting> settings, const std::string& script,
-                     const host_options& options);
+host_run run_watched(const host_settings& settings, const std::string& script, const host_options& options);
 observed_run look_at(const std::vector<host_run>& hosts);
-// The sum of the lines "NAME=NUMBER" in the output: each process of the run prints one.
+// The lines "NAME=NUMBER" in the output, of which each process of the run may print one; and their sum.
+std::vector<long> figures(const host_run& run, const std::string& name);
 long reported(const host_run& run, const std::string& name);
-
-const char* fault_shim_path();
+std::shared_ptr<const ostrum::data_file_image> map_data_file(const std::string& path); // null: another size
 
 struct expectation {
     int exit_status = 0;
+    bool complete = false;          // there is no incident, and all calls are in the files
     bool may_cut = false;           // a full disk may cut the last record of a file
     bool untold = false;            // what is lost is lost without a message: nowhere to write it to
     bool damaged_data_file = false; // it may stay so
@@ -70,8 +79,32 @@ void expect_unharmed(const observed_run& run, const expectation& expected);
 // it, another one for each seed. The seed is printed.
 bool long_form();
 unsigned seed();
-bool takes_part(unsigned case_number, unsigned one_of); // always in the long form
+
+// The cases of a table, and what has been run of them, which is printed.
+class case_count {
+public:
+    case_count() = default;
+    ~case_count();
+    case_count(const case_count&) = delete;
+    case_count& operator=(const case_count&) = delete;
+
+    // Whether the next one takes part: in the long form, and one of so many in the short one.
+    bool next(unsigned one_of = 1, bool always = false);
+    void add(long runs) { runs_ += runs; }
+    [[nodiscard]] long made() const { return runs_; }
+
+private:
+    unsigned number_ = 0;
+    long runs_ = 0;
+};
 
 // True where a preloaded shim would come in the way of a sanitizer's own.
 bool sanitized();
+
+// For what a sanitizer does not see (several processes, what a killed one leaves behind) or has itself (the
+// allocator, system calls): the other builds run these.
+class unsanitized_test : public testing::Test {
+protected:
+    void SetUp() override;
+};
 #endif

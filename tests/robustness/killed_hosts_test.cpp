@@ -1,8 +1,5 @@
 // kill -9 reaches one of several hosts, at any time and while it holds a lock; then it starts again.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <iostream>
 
 #include "robustness/fault_shim.h"
 #include "robustness/several_hosts.h"
@@ -23,7 +20,6 @@ std::string victim(const std::string& death)
 }
 
 struct death {
-    std::string name;
     std::string commands;
     int limit_ms; // for the slowest hook of a survivor
 };
@@ -31,7 +27,7 @@ struct death {
 // The victim's place is taken as soon as it is dead, or when the others have ended.
 void kill_and_restart(const writing& way, const death& d, bool restart_at_once = true, int work_ms = 150)
 {
-    SCOPED_TRACE(d.name + ", " + way.name + (restart_at_once ? "" : ", started again late"));
+    SCOPED_TRACE(d.commands + ", " + way.name + (restart_at_once ? "" : ", started again late"));
     const host_options options{.directory = new_directory()};
     counter_watch watch(*options.directory);
     std::vector<host_run> hosts(survivors + 2);
@@ -44,12 +40,13 @@ void kill_and_restart(const writing& way, const death& d, bool restart_at_once =
         };
     };
     const auto restart = [&] { next = run_watched(way.settings, next_host, options); };
-    at_once({survive(0), survive(1), survive(2), [&] {
-                 dead = run_watched(way.settings, victim(d.commands), options);
-                 if (restart_at_once) {
-                     restart();
-                 }
-             }});
+    const auto die = [&] {
+        dead = run_watched(way.settings, victim(d.commands), options);
+        if (restart_at_once) {
+            restart();
+        }
+    };
+    at_once({survive(0), survive(1), survive(2), die});
     if (!restart_at_once) {
         restart();
     }
@@ -90,84 +87,58 @@ const kill_point kill_points[] = {
     {"rename", header_lock_ms, true, {1}}, // a file is renamed once a second at most
 };
 
-class KilledHosts : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        if (sanitized()) {
-            GTEST_SKIP() << "what a killed process leaves behind is nothing that a sanitizer sees";
-        }
-    }
-};
+using KilledHosts = unsanitized_test;
 
 } // namespace
 
 TEST_F(KilledHosts, AtKillPointsInLockedRegions)
 {
-    unsigned number = 0;
-    int runs = 0;
+    case_count runs;
     for (size_t way = 0; way < ways().size(); ++way) { // advisory locks end with their process
         for (const kill_point& point : kill_points) {
             for (const int nth : point.nths) {
                 const bool possible = way % 2 == shared_file || !point.shared_file_only;
-                if (!possible || !takes_part(number++, 30)) {
-                    continue;
+                if (possible && runs.next(30)) {
+                    kill_and_restart(ways_of_several()[way], {die_at(point.call, nth), point.limit_ms});
                 }
-                const death d{std::string(point.call) + " number " + std::to_string(nth),
-                              die_at(point.call, nth), point.limit_ms};
-                kill_and_restart(ways_of_several()[way], d);
-                ++runs;
             }
         }
     }
-    std::cout << runs << " runs\n";
 }
 
 TEST_F(KilledHosts, AtAnyTime)
 {
-    constexpr int moments = 45;
-    unsigned number = seed();
-    int runs = 0;
+    case_count runs;
     for (const writing& way : ways_of_several()) {
-        for (int moment = 0; moment < moments; ++moment) {
-            if (takes_part(number++, 60)) {
-                const int after_us = moment * 2111 % 40'000;
-                kill_and_restart(way, {"after " + std::to_string(after_us) + " us",
-                                       "spawn {pause " + std::to_string(after_us) + "; raise KILL}",
-                                       nested_locks_ms});
-                ++runs;
+        for (int moment = 0; moment < 45; ++moment) {
+            if (runs.next(60)) {
+                const std::string after_us = std::to_string(moment * 2111 % 40'000);
+                kill_and_restart(way, {"spawn {pause " + after_us + "; raise KILL}", nested_locks_ms});
             }
         }
     }
-    std::cout << runs << " runs\n";
 }
 
 // Nobody mends the lock while they go on: it is waited for in full, once, then only tried.
 TEST_F(KilledHosts, AreNotWaitedForLongerThanTheLimit)
 {
-    const struct {
-        const char* call;
-        int limit_ms;
-    } cases[] = {{"locked_tables", header_lock_ms},
-                 {"unlocking_counter", nested_locks_ms},
-                 {"locked_trace", trace_lock_ms}};
-    unsigned number = 0;
-    int runs = 0;
-    for (const auto& c : cases) {
-        const bool takes_long = c.limit_ms > nested_locks_ms;
-        if (takes_part(number++, 2) && (long_form() || !takes_long)) {
-            kill_and_restart(ways_of_several()[shared_file], {c.call, die_at(c.call, 5), c.limit_ms}, false,
-                             takes_long ? 11'000 : 1500);
-            ++runs;
+    const kill_point points[] = {{"locked_tables", header_lock_ms},
+                                 {"unlocking_counter", nested_locks_ms},
+                                 {"locked_trace", trace_lock_ms}};
+    case_count runs;
+    for (const kill_point& point : points) {
+        const bool takes_long = point.limit_ms == trace_lock_ms;
+        if ((long_form() || !takes_long) && runs.next(2)) {
+            kill_and_restart(ways_of_several()[shared_file], {die_at(point.call, 5), point.limit_ms}, false,
+                             takes_long ? 11'000 : 2500);
         }
     }
-    std::cout << runs << " runs\n";
 }
 
 // Each call of a start-up is the last one; whoever starts next gets a complete data file.
 TEST_F(KilledHosts, WhileTheyStart)
 {
-    int runs = 0;
+    case_count runs;
     int refused = 0;
     for (const char* call : {"qel_conf", "open", "fcntl", "lseek", "write", "posix_fallocate", "mmap",
                              "locked_tables", "unlocking_tables", "locked_variable", "unlocking_variable"}) {
@@ -176,12 +147,12 @@ TEST_F(KilledHosts, WhileTheyStart)
         for (int nth = 1 + static_cast<int>(seed()) % step; hit; nth += step) {
             SCOPED_TRACE(die_at(call, nth));
             const host_options options{.directory = new_directory()};
-            const std::vector<host_setting>& settings = ways()[shared_file].settings;
+            const host_settings& settings = ways()[shared_file].settings;
             hit = run_watched(settings, die_at(call, nth) + "; init; exit 7", options).exit_status == killed;
             counter_watch watch(*options.directory);
             const host_run next = run_watched(settings, next_host, options);
             watch.stop();
-            ++runs;
+            runs.next();
             // Documented: the file has its size from the second call on.
             if (next.lines_with("] size[0] - correct[") > 0) {
                 ++refused;
@@ -193,7 +164,6 @@ TEST_F(KilledHosts, WhileTheyStart)
         }
     }
     EXPECT_LE(refused, 4);
-    std::cout << runs << " runs\n";
 }
 
 // A child of a host, on the file that the host shares with its children; nobody waits for its lock.

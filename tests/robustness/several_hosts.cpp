@@ -1,37 +1,16 @@
 #include "robustness/several_hosts.h"
 
+#include <algorithm>
 #include <chrono>
-#include <cstring>
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
 using ostrum::counter_entry;
-using ostrum::data_file_image;
-
-const data_file_image* map_data_file(const std::string& path)
-{
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    struct stat status {};
-    const bool whole = fd >= 0 && fstat(fd, &status) == 0 && status.st_size == sizeof(data_file_image);
-    void* const image =
-        whole ? mmap(nullptr, sizeof(data_file_image), PROT_READ, MAP_SHARED, fd, 0) : MAP_FAILED;
-    close(fd);
-    return image != MAP_FAILED ? static_cast<const data_file_image*>(image) : nullptr;
-}
 
 uint64_t now_in(const uint64_t& word)
 {
     return __atomic_load_n(&word, __ATOMIC_ACQUIRE);
 }
-
-constexpr uint64_t counter_entry::*totals[] = {&counter_entry::calls, &counter_entry::errors,
-                                               &counter_entry::total_t};
 
 } // namespace
 
@@ -39,9 +18,7 @@ const std::vector<writing>& ways_of_several()
 {
     static const std::vector<writing> all = [] {
         std::vector<writing> made = ways();
-        made.push_back(made[1]);
-        made.back().name = "advisory locks";
-        made.back().settings.push_back({"ostrum_lock_method", "1"});
+        made.push_back({"advisory locks", with(made[1].settings, {{"ostrum_lock_method", "1"}})});
         for (writing& way : made) {
             way.settings.push_back({"ostrum_error_counter_level", "63"});
         }
@@ -57,9 +34,6 @@ counter_watch::counter_watch(const temp_dir& directory)
 counter_watch::~counter_watch()
 {
     stop();
-    if (image_ != nullptr) {
-        munmap(const_cast<data_file_image*>(image_), sizeof(*image_));
-    }
 }
 
 void counter_watch::stop()
@@ -85,27 +59,24 @@ void counter_watch::look()
     if (image_ == nullptr || !fallen_.empty()) {
         return;
     }
-    const size_t count = now_in(image_->counter_count);
-    const size_t errors = now_in(image_->error_count);
-    const size_t variables = now_in(image_->variable_count);
-    if (count < seen_.size() || errors < seen_errors_ || variables < seen_variables_) {
-        fallen_ = "entries of a table";
-    }
-    seen_errors_ = errors;
-    seen_variables_ = variables;
-    for (size_t index = 0; index < count; ++index) {
+    const auto must_not_fall = [this](uint64_t& seen, const uint64_t& word, const std::string& what) {
+        const uint64_t now = now_in(word);
+        if (now < seen) {
+            fallen_ = what + " from " + std::to_string(seen) + " to " + std::to_string(now);
+        }
+        seen = now;
+    };
+    must_not_fall(seen_counts_[0], image_->counter_count, "counters");
+    must_not_fall(seen_counts_[1], image_->error_count, "errors");
+    must_not_fall(seen_counts_[2], image_->variable_count, "variables");
+    for (size_t index = 0; index < seen_counts_[0]; ++index) {
         const counter_entry& entry = image_->counters[index];
         counter_entry& seen = seen_.try_emplace(index, entry).first->second;
         if (now_in(entry.opcode) != seen.opcode) {
             fallen_ = "counter " + std::to_string(index) + " has become that of another operation";
         }
-        for (uint64_t counter_entry::*const total : totals) {
-            const uint64_t now = now_in(entry.*total);
-            if (now < seen.*total) {
-                fallen_ = "counter " + std::to_string(index) + " from " + std::to_string(seen.*total) +
-                          " to " + std::to_string(now);
-            }
-            seen.*total = now;
+        for (const auto total : {&counter_entry::calls, &counter_entry::errors, &counter_entry::total_t}) {
+            must_not_fall(seen.*total, entry.*total, "counter " + std::to_string(index));
         }
     }
 }
@@ -119,13 +90,11 @@ uint64_t counter_watch::calls_of(uint64_t opcode) const
     return calls;
 }
 
-int counter_watch::variables_named(const std::string& name) const
+long counter_watch::variables_named(const std::string& name) const
 {
-    int found = 0;
-    for (size_t index = 0; image_ != nullptr && index < image_->variable_count; ++index) {
-        found += image_->variables[index].name == name ? 1 : 0;
-    }
-    return found;
+    return image_ == nullptr ? 0
+                             : std::count_if(image_->variables, image_->variables + image_->variable_count,
+                                             [&name](const auto& variable) { return variable.name == name; });
 }
 
 std::string work_of(int own_opcode)
@@ -134,14 +103,15 @@ std::string work_of(int own_opcode)
     return "op 3; start 3; start " + own + "; end; end; op " + own + " 7; op_key 1 3; op_key 2 " + own + "; ";
 }
 
-std::string host_at_work(int own_opcode, int hosts_that_meet, int work_ms)
-{
-    return "init; " + work_of(own_opcode) + "meet start " + std::to_string(hosts_that_meet) + "; during " +
-           std::to_string(work_ms) + " {repeat 5 {" + work_of(own_opcode) + "}; variable v" +
-           std::to_string(own_opcode) + " 1; query}; exit " + std::to_string(host_status);
-}
-
 namespace {
+
+std::string working(int own_opcode, int hosts_that_meet, const std::string& how_long)
+{
+    const std::string work = work_of(own_opcode);
+    return "init; " + work + "meet start " + std::to_string(hosts_that_meet) + "; " + how_long +
+           " {repeat 5 {" + work + "}; variable v" + std::to_string(own_opcode) + " 1; query}; exit " +
+           std::to_string(host_status);
+}
 
 std::string coming_up_and_working(int own_opcode)
 {
@@ -150,6 +120,16 @@ std::string coming_up_and_working(int own_opcode)
 }
 
 } // namespace
+
+std::string host_at_work(int own_opcode, int hosts_that_meet, int work_ms)
+{
+    return working(own_opcode, hosts_that_meet, "during " + std::to_string(work_ms));
+}
+
+std::string host_at_work_until_done(int own_opcode, int hosts_that_meet)
+{
+    return working(own_opcode, hosts_that_meet, "until done");
+}
 
 std::string host_that_starts(int own_opcode, int hosts_that_meet, int late_ms)
 {
@@ -172,16 +152,15 @@ void expect_came_through(const host_run& host, int limit_ms)
     EXPECT_EQ(host.exit_status, host_status) << host.errors;
     EXPECT_TRUE(host.logging_enabled()) << host.errors;
     EXPECT_EQ(host.output.find("BAD"), std::string::npos) << host.output;
-    EXPECT_LE(reported(host, "slowest_us"), limit_ms * 1000L);
+    const int busy_machine_ms = long_form() ? 1000 : 3000; // what comes on top
+    EXPECT_LE(reported(host, "slowest_us"), (limit_ms + busy_machine_ms) * 1000L);
     EXPECT_GT(reported(host, "issued"), 0);
 }
 
 void expect_at_work(const observed_run& all, const host_run& host, int own_opcode, int limit_ms)
 {
-    const auto written = all.calls.find(own_opcode);
     expect_came_through(host, limit_ms);
-    EXPECT_EQ((written != all.calls.end() ? written->second : 0) * 2, reported(host, "issued"))
-        << "of operation " << own_opcode;
+    EXPECT_EQ(all.calls_of(own_opcode) * 2, reported(host, "issued")) << "of operation " << own_opcode;
 }
 
 void expect_next_host(const observed_run& all, const host_run& host, const counter_watch& watch)
@@ -194,6 +173,5 @@ void expect_next_host(const observed_run& all, const host_run& host, const count
 void expect_nothing_harmed(observed_run all, bool one_was_killed)
 {
     all.issued = one_was_killed ? all.written : all.issued;
-    expect_unharmed(all, {.exit_status = host_status, .may_cut = one_was_killed});
-    EXPECT_EQ(all.incidents(), "");
+    expect_unharmed(all, {.exit_status = host_status, .complete = true, .may_cut = one_was_killed});
 }

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 
@@ -36,8 +37,6 @@ std::atomic<int64_t> frozen_monotonic_tv{-1};
 std::atomic<int64_t> blocks{0};
 std::mutex environment_mutex;
 std::map<std::string, std::optional<std::string>> environment_overrides;
-FILE* stderr_capture = nullptr;
-int real_stderr = -1;
 
 fault& of(call which)
 {
@@ -120,23 +119,19 @@ int64_t blocks_in_use()
     return blocks;
 }
 
-void start_stderr_capture()
+std::string captured_stderr(const std::function<void()>& body)
 {
-    stderr_capture = tmpfile();
-    real_stderr = dup(STDERR_FILENO);
-    dup2(fileno(stderr_capture), STDERR_FILENO);
-}
-
-std::string finish_stderr_capture()
-{
+    const std::unique_ptr<FILE, int (*)(FILE*)> capture(tmpfile(), fclose);
+    const int real_stderr = dup(STDERR_FILENO);
+    dup2(fileno(capture.get()), STDERR_FILENO);
+    body();
     dup2(real_stderr, STDERR_FILENO);
     close(real_stderr);
+    rewind(capture.get());
     std::string text;
-    rewind(stderr_capture);
-    for (int c = getc(stderr_capture); c != EOF; c = getc(stderr_capture)) {
+    for (int c = getc(capture.get()); c != EOF; c = getc(capture.get())) {
         text.push_back(static_cast<char>(c));
     }
-    fclose(stderr_capture);
     return text;
 }
 
@@ -148,19 +143,34 @@ using fake_os::fault_due;
 namespace ostrum::os {
 
 namespace {
+
 constexpr int64_t ns_per_s = 1'000'000'000;
+
+template <typename Pointer>
+Pointer counted(Pointer block)
+{
+    ++fake_os::blocks;
+    return block;
 }
+
+int64_t shown(const std::atomic<int64_t>& frozen_tv, int64_t (*real)())
+{
+    const int64_t frozen = frozen_tv;
+    return frozen >= 0 ? frozen : real();
+}
+
+} // namespace
+
+// ---- The clock, the heap and the environment: what a test has set, or the real ones ----
 
 int64_t realtime_ns()
 {
-    const int64_t frozen = fake_os::frozen_tv;
-    return frozen >= 0 ? frozen : real_os::realtime_ns();
+    return shown(fake_os::frozen_tv, real_os::realtime_ns);
 }
 
 int64_t monotonic_ns()
 {
-    const int64_t frozen = fake_os::frozen_monotonic_tv;
-    return frozen >= 0 ? frozen : real_os::monotonic_ns();
+    return shown(fake_os::frozen_monotonic_tv, real_os::monotonic_ns);
 }
 
 bool wall_clock(timeval& now)
@@ -168,23 +178,14 @@ bool wall_clock(timeval& now)
     if (fault_due(call::wall_clock)) {
         return false;
     }
-    const int64_t frozen = fake_os::frozen_tv;
-    if (frozen < 0) {
-        return real_os::wall_clock(now);
-    }
-    now = {static_cast<time_t>(frozen / ns_per_s), static_cast<suseconds_t>(frozen % ns_per_s / 1000)};
+    const int64_t now_tv = realtime_ns();
+    now = {static_cast<time_t>(now_tv / ns_per_s), static_cast<suseconds_t>(now_tv % ns_per_s / 1000)};
     return true;
 }
 
 time_t wall_seconds()
 {
-    const int64_t frozen = fake_os::frozen_tv;
-    return frozen >= 0 ? static_cast<time_t>(frozen / ns_per_s) : real_os::wall_seconds();
-}
-
-bool local_time(time_t seconds, tm& fields)
-{
-    return !fault_due(call::local_time) && real_os::local_time(seconds, fields);
+    return static_cast<time_t>(realtime_ns() / ns_per_s);
 }
 
 void sleep_ns(int64_t duration_tv)
@@ -196,13 +197,22 @@ void sleep_ns(int64_t duration_tv)
     }
 }
 
+int lock_mutex_within(pthread_mutex_t& mutex, int64_t duration_tv)
+{
+    if (fake_os::frozen_monotonic_tv < 0) {
+        return real_os::lock_mutex_within(mutex, duration_tv);
+    }
+    const int result = pthread_mutex_trylock(&mutex);
+    if (result == 0) {
+        return 0;
+    }
+    fake_os::advance_monotonic(duration_tv);
+    return ETIMEDOUT;
+}
+
 void* allocate_zeroed(size_t bytes)
 {
-    if (fault_due(call::allocate)) {
-        return nullptr;
-    }
-    ++fake_os::blocks;
-    return real_os::allocate_zeroed(bytes);
+    return fault_due(call::allocate) ? nullptr : counted(real_os::allocate_zeroed(bytes));
 }
 
 void* reallocate(void* block, size_t bytes)
@@ -216,118 +226,13 @@ void* reallocate(void* block, size_t bytes)
 
 char* duplicate(const char* text)
 {
-    if (fault_due(call::allocate)) {
-        return nullptr;
-    }
-    ++fake_os::blocks;
-    return real_os::duplicate(text);
+    return fault_due(call::allocate) ? nullptr : counted(real_os::duplicate(text));
 }
 
 void release(void* block)
 {
     fake_os::blocks -= block == nullptr ? 0 : 1;
     real_os::release(block);
-}
-
-int open_file(const char* path, int flags, mode_t mode)
-{
-    return fault_due(call::open_file) ? -1 : real_os::open_file(path, flags, mode);
-}
-
-int close_file(int fd)
-{
-    const int result = real_os::close_file(fd);
-    return fault_due(call::close_file) ? -1 : result;
-}
-
-ssize_t read_file(int fd, void* bytes, size_t count)
-{
-    return fault_due(call::read_file) ? -1 : real_os::read_file(fd, bytes, count);
-}
-
-ssize_t write_file(int fd, const void* bytes, size_t count)
-{
-    // Diagnostics are not faulted: a test reads them.
-    if (fd != STDERR_FILENO && fault_due(call::write_file)) {
-        return -1;
-    }
-    return real_os::write_file(fd, bytes, count);
-}
-
-bool takes_output(int fd, int wait_ms)
-{
-    return real_os::takes_output(fd, wait_ms);
-}
-
-off_t seek_file(int fd, off_t offset, int whence)
-{
-    return fault_due(call::seek_file) ? -1 : real_os::seek_file(fd, offset, whence);
-}
-
-int cut_file(int fd, off_t length)
-{
-    return real_os::cut_file(fd, length);
-}
-
-int reserve_blocks(int fd, off_t offset, off_t length)
-{
-    return fault_due(call::reserve_blocks) ? errno : real_os::reserve_blocks(fd, offset, length);
-}
-
-int reserve_blocks_in_use(int fd, off_t offset, off_t length)
-{
-    return fault_due(call::reserve_blocks) ? errno : real_os::reserve_blocks_in_use(fd, offset, length);
-}
-
-int flush_stream(FILE* stream)
-{
-    return real_os::flush_stream(stream);
-}
-
-int lock_range(int fd, int command, struct flock& range)
-{
-    return real_os::lock_range(fd, command, range);
-}
-
-int status_of_path(const char* path, struct stat& status)
-{
-    return fault_due(call::status_of_path) ? -1 : real_os::status_of_path(path, status);
-}
-
-int status_of_link(const char* path, struct stat& status)
-{
-    return fault_due(call::status_of_path) ? -1 : real_os::status_of_link(path, status);
-}
-
-int status_of_file(int fd, struct stat& status)
-{
-    return fault_due(call::status_of_file) ? -1 : real_os::status_of_file(fd, status);
-}
-
-int unlink_path(const char* path)
-{
-    return fault_due(call::unlink_path) ? -1 : real_os::unlink_path(path);
-}
-
-int rename_path(const char* from, const char* to)
-{
-    return fault_due(call::rename_path) ? -1 : real_os::rename_path(from, to);
-}
-
-void* map_shared(size_t bytes, int fd)
-{
-    return fault_due(call::map_shared) ? nullptr : real_os::map_shared(bytes, fd);
-}
-
-int unmap(void* address, size_t bytes)
-{
-    const int result = real_os::unmap(address, bytes);
-    return fault_due(call::unmap) ? -1 : result;
-}
-
-int32_t process_id()
-{
-    return real_os::process_id();
 }
 
 const char* environment(const char* name)
@@ -340,98 +245,89 @@ const char* environment(const char* name)
     return found->second ? found->second->c_str() : nullptr;
 }
 
-int resource_usage(rusage& usage)
-{
-    return fault_due(call::resource_usage) ? -1 : real_os::resource_usage(usage);
-}
+// ---- Calls that fail when the test wants it, with `failure` and errno ----
 
-int descriptor_table_size()
-{
-    return real_os::descriptor_table_size();
-}
-
-long system_value(int name)
-{
-    return real_os::system_value(name);
-}
-
-int install_signal_action(int signal_number, const struct sigaction& action)
-{
-    return fault_due(call::install_signal_action) ? -1
-                                                  : real_os::install_signal_action(signal_number, action);
-}
-
-int signal_mask(int how, const sigset_t* set, sigset_t* old)
-{
-    return real_os::signal_mask(how, set, old);
-}
-
-bool signal_pending(int signal_number)
-{
-    return real_os::signal_pending(signal_number);
-}
-
-void discard_pending_signal(int signal_number)
-{
-    real_os::discard_pending_signal(signal_number);
-}
-
-int wait_for_descriptors(int n, fd_set* read_set, fd_set* write_set, fd_set* except_set, timeval* timeout)
-{
-    if (fault_due(call::wait_for_descriptors)) {
-        return -1;
+#define FAILING(kind, result, name, failure, parameters, arguments)                                          \
+    result name parameters                                                                                   \
+    {                                                                                                        \
+        return fault_due(call::kind) ? (failure) : real_os::name arguments;                                  \
     }
-    return real_os::wait_for_descriptors(n, read_set, write_set, except_set, timeout);
+
+// clang-format off
+FAILING(local_time, bool, local_time, false, (time_t seconds, tm& fields), (seconds, fields))
+FAILING(open_file, int, open_file, -1, (const char* path, int flags, mode_t mode), (path, flags, mode))
+FAILING(read_file, ssize_t, read_file, -1, (int fd, void* bytes, size_t count), (fd, bytes, count))
+FAILING(seek_file, off_t, seek_file, -1, (int fd, off_t offset, int whence), (fd, offset, whence))
+FAILING(reserve_blocks, int, reserve_blocks, errno, (int fd, off_t offset, off_t length), (fd, offset, length))
+FAILING(reserve_blocks, int, reserve_blocks_in_use, errno, (int fd, off_t at, off_t length), (fd, at, length))
+FAILING(status_of_path, int, status_of_path, -1, (const char* path, struct stat& status), (path, status))
+FAILING(status_of_path, int, status_of_link, -1, (const char* path, struct stat& status), (path, status))
+FAILING(status_of_file, int, status_of_file, -1, (int fd, struct stat& status), (fd, status))
+FAILING(unlink_path, int, unlink_path, -1, (const char* path), (path))
+FAILING(rename_path, int, rename_path, -1, (const char* from, const char* to), (from, to))
+FAILING(map_shared, void*, map_shared, nullptr, (size_t bytes, int fd), (bytes, fd))
+FAILING(resource_usage, int, resource_usage, -1, (rusage& usage), (usage))
+FAILING(install_signal_action, int, install_signal_action, -1,
+        (int signal_number, const struct sigaction& action), (signal_number, action))
+FAILING(wait_for_descriptors, int, wait_for_descriptors, -1,
+        (int n, fd_set* read_set, fd_set* write_set, fd_set* except_set, timeval* timeout),
+        (n, read_set, write_set, except_set, timeout))
+FAILING(at_exit, int, at_exit, -1, (void (*handler)()), (handler))
+FAILING(at_fork_in_child, int, at_fork_in_child, -1, (void (*handler)()), (handler))
+FAILING(create_thread, int, create_thread, EAGAIN,
+        (pthread_t& thread, void* (*body)(void*), void* argument), (thread, body, argument))
+FAILING(barrier, bool, register_barrier_in_all_threads, false, (), ())
+FAILING(barrier, bool, barrier_in_all_threads, false, (), ())
+FAILING(create_thread_key, int, create_thread_key, EAGAIN,
+        (pthread_key_t& key, void (*destructor)(void*)), (key, destructor))
+// clang-format on
+
+int close_file(int fd)
+{
+    const int result = real_os::close_file(fd); // the descriptor is gone even where close fails
+    return fault_due(call::close_file) ? -1 : result;
 }
 
-void* global_symbol(const char* name)
+int unmap(void* address, size_t bytes)
 {
-    return real_os::global_symbol(name);
+    const int result = real_os::unmap(address, bytes);
+    return fault_due(call::unmap) ? -1 : result;
 }
 
-int at_exit(void (*handler)())
+// Diagnostics do not fail: a test reads them.
+ssize_t write_file(int fd, const void* bytes, size_t count)
 {
-    return fault_due(call::at_exit) ? -1 : real_os::at_exit(handler);
+    return fd != STDERR_FILENO && fault_due(call::write_file) ? -1 : real_os::write_file(fd, bytes, count);
 }
+
+// ---- Calls that are always the real ones ----
+
+#define REAL(result, name, parameters, arguments)                                                            \
+    result name parameters                                                                                   \
+    {                                                                                                        \
+        return real_os::name arguments;                                                                      \
+    }
+
+// clang-format off
+REAL(bool, takes_output, (int fd, int wait_ms), (fd, wait_ms))
+REAL(int, cut_file, (int fd, off_t length), (fd, length))
+REAL(int, flush_stream, (FILE* stream), (stream))
+REAL(int, lock_range, (int fd, int command, short type, off_t offset, off_t length),
+     (fd, command, type, offset, length))
+REAL(int32_t, process_id, (), ())
+REAL(int, descriptor_table_size, (), ())
+REAL(long, system_value, (int name), (name))
+REAL(int, signal_mask, (int how, const sigset_t* set, sigset_t* old), (how, set, old))
+REAL(bool, signal_pending, (int signal_number), (signal_number))
+REAL(void, discard_pending_signal, (int signal_number), (signal_number))
+REAL(void*, global_symbol, (const char* name), (name))
+REAL(int, join_thread, (pthread_t thread), (thread))
+REAL(int, join_thread_within, (pthread_t thread, int64_t duration_tv), (thread, duration_tv))
+// clang-format on
 
 void end_process(int status)
 {
     real_os::end_process(status);
-}
-
-int at_fork_in_child(void (*handler)())
-{
-    return fault_due(call::at_fork_in_child) ? -1 : real_os::at_fork_in_child(handler);
-}
-
-int create_thread(pthread_t& thread, void* (*body)(void*), void* argument)
-{
-    return fault_due(call::create_thread) ? EAGAIN : real_os::create_thread(thread, body, argument);
-}
-
-int join_thread(pthread_t thread)
-{
-    return real_os::join_thread(thread);
-}
-
-int join_thread_within(pthread_t thread, int64_t duration_tv)
-{
-    return real_os::join_thread_within(thread, duration_tv);
-}
-
-bool register_barrier_in_all_threads()
-{
-    return !fault_due(call::barrier) && real_os::register_barrier_in_all_threads();
-}
-
-bool barrier_in_all_threads()
-{
-    return !fault_due(call::barrier) && real_os::barrier_in_all_threads();
-}
-
-int create_thread_key(pthread_key_t& key, void (*destructor)(void*))
-{
-    return fault_due(call::create_thread_key) ? EAGAIN : real_os::create_thread_key(key, destructor);
 }
 
 } // namespace ostrum::os

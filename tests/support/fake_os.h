@@ -3,6 +3,7 @@
 // Control of the operating-system seam in internal tests: the real calls run unless a test freezes the
 // clock or asks for a fault. State is process-wide; reset() in every fixture.
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace fake_os {
@@ -49,18 +50,7 @@ void set_environment(const char* name, const char* value); // null value: unset;
 int64_t blocks_in_use();                                   // allocated and not yet released since reset()
 
 // Runs the body with standard error going to a temporary file; returns what was written.
-template <typename Body>
-std::string captured_stderr(Body body);
-std::string finish_stderr_capture(); // used by captured_stderr
-void start_stderr_capture();
-
-template <typename Body>
-std::string captured_stderr(Body body)
-{
-    start_stderr_capture();
-    body();
-    return finish_stderr_capture();
-}
+std::string captured_stderr(const std::function<void()>& body);
 
 } // namespace fake_os
 #endif

@@ -1,10 +1,9 @@
 #include "support/run_host.h"
 
 #include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
+#include <cstring>
 #include <sstream>
 #include <thread>
 
@@ -14,28 +13,22 @@
 
 namespace {
 
-std::string variable_of(const host_setting& setting)
-{
-    std::string variable = setting.key;
-    for (char& c : variable) {
-        c = static_cast<char>(toupper(c));
-    }
-    return variable + "=" + setting.value;
-}
-
-// Nothing of this process's own settings, and one time zone for all.
+// Of two of a name the first counts. Nothing of this process's own settings, and one time zone for all.
 std::vector<std::string> host_environment(const std::vector<host_setting>& settings)
 {
-    std::vector<std::string> variables{"TZ=UTC"};
-    for (char** variable = environ; *variable != nullptr; ++variable) {
-        const std::string text = *variable;
-        if (text.rfind("OSTRUM_", 0) != 0 && text.rfind("QEL_", 0) != 0 && text.rfind("TZ=", 0) != 0) {
-            variables.push_back(text);
-        }
-    }
+    std::vector<std::string> variables;
     for (const host_setting& setting : settings) {
         if (setting.value != nullptr) {
-            variables.push_back(variable_of(setting));
+            std::string name = setting.key;
+            std::transform(name.begin(), name.end(), name.begin(), toupper);
+            variables.push_back(name.append("=").append(setting.value));
+        }
+    }
+    variables.emplace_back("TZ=UTC");
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        const std::string text = *variable;
+        if (text.rfind("OSTRUM_", 0) != 0 && text.rfind("QEL_", 0) != 0) {
+            variables.push_back(text);
         }
     }
     return variables;
@@ -74,18 +67,17 @@ int exit_status_of(pid_t child, std::chrono::seconds patience)
 // Length of the time and ids in front of a message; 0 where none begins.
 size_t prefix_length(const char* text)
 {
-    for (const char* expected = "0000/00/00 00:00:00.000000 ("; *expected != '\0'; ++expected, ++text) {
-        if (*expected == '0' ? isdigit(static_cast<unsigned char>(*text)) == 0 : *text != *expected) {
+    const char* at = text;
+    // 0 is a digit, 9 some of them
+    for (const char* expected = "0000/00/00 00:00:00.000000 (9/9) : "; *expected != '\0'; ++expected) {
+        const bool is_number = *expected == '0' || *expected == '9';
+        const size_t digits = is_number ? strspn(at, "0123456789") : 0;
+        if (is_number ? digits == 0 : *at != *expected) {
             return 0;
         }
+        at += *expected == '9' ? digits : 1;
     }
-    constexpr size_t time_characters = 28;
-    int ids_characters = 0;
-    unsigned ids[2];
-    char beginning[64]; // a scan looks for the end of its text, which is far
-    snprintf(beginning, sizeof(beginning), "%.*s", static_cast<int>(sizeof(beginning)) - 1, text);
-    const int ids_read = sscanf(beginning, "%u/%u) : %n", &ids[0], &ids[1], &ids_characters);
-    return ids_read == 2 && ids_characters > 0 ? time_characters + static_cast<size_t>(ids_characters) : 0;
+    return static_cast<size_t>(at - text);
 }
 
 std::string without_prefixes(const std::string& text)
@@ -146,18 +138,4 @@ int host_run::lines_with(const std::string& part) const
 bool host_run::logging_enabled() const
 {
     return lines_with("initialise_ostrum : ostrum initialisation OK - logging enabled") == 1;
-}
-
-std::vector<std::string> host_run::files_ending(const std::string& end) const
-{
-    return directory->files_ending(end);
-}
-
-std::string host_run::text_of_files(const std::string& end) const
-{
-    std::string text;
-    for (const std::string& file : files_ending(end)) {
-        text += temp_dir::read(file);
-    }
-    return text;
 }

@@ -8,7 +8,7 @@
 
 #include "support/temp_dir.h"
 
-// A setting of the library; it goes into the environment as its upper-cased key. Null: not set.
+// A setting of the library, or another variable of the environment, as its upper-cased key. Null: not set.
 struct host_setting {
     const char* key;
     const char* value;
@@ -30,8 +30,11 @@ struct host_run {
 
     [[nodiscard]] int lines_with(const std::string& part) const; // of standard error
     [[nodiscard]] bool logging_enabled() const;
-    [[nodiscard]] std::vector<std::string> files_ending(const std::string& end) const;
-    [[nodiscard]] std::string text_of_files(const std::string& end) const; // one after the other
+    [[nodiscard]] std::vector<std::string> files_ending(const std::string& end) const
+    {
+        return directory->files_ending(end);
+    }
+    [[nodiscard]] std::string text_of_files(const std::string& end) const { return directory->text_of(end); }
 };
 
 host_run run_host(const std::vector<host_setting>& settings, const std::string& script,

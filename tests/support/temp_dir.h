@@ -44,12 +44,21 @@ public:
         std::vector<std::string> found;
         for (const auto& entry : std::filesystem::directory_iterator(path_)) {
             const std::string name = entry.path().string();
-            if (name.size() >= end.size() && name.compare(name.size() - end.size(), end.size(), end) == 0) {
+            if (name.ends_with(end)) {
                 found.push_back(name);
             }
         }
         std::sort(found.begin(), found.end());
         return found;
+    }
+    // Of these files, one after the other.
+    [[nodiscard]] std::string text_of(const std::string& end) const
+    {
+        std::string text;
+        for (const std::string& found : files_ending(end)) {
+            text += read(found);
+        }
+        return text;
     }
 
 private:

@@ -115,33 +115,21 @@ protected:
     // The node of a top-level operation, or null.
     static ostrum::agg_node* find_node(bt_tree* tree, int32_t opcode)
     {
-        struct search {
-            int32_t opcode;
-            ostrum::agg_node* found;
-        } wanted{opcode, nullptr};
+        std::pair<int32_t, ostrum::agg_node*> wanted{opcode, nullptr};
         if (tree != nullptr) {
             bt_walk(tree, &wanted, [](void* record, void* arg, int32_t) -> int32_t {
                 auto* node = static_cast<ostrum::agg_node*>(record);
-                auto* s = static_cast<search*>(arg);
-                if (node->opcode == s->opcode) {
-                    s->found = node;
-                }
+                auto& [sought, found] = *static_cast<decltype(wanted)*>(arg);
+                found = node->opcode == sought ? node : found;
                 return 1;
             });
         }
-        return wanted.found;
+        return wanted.second;
     }
     ostrum::agg_node* node(int32_t opcode) { return find_node(context().trace.tree, opcode); }
 
     [[nodiscard]] std::vector<std::string> trace_files() const { return dir_.files_ending(".plog.txt"); }
-    [[nodiscard]] std::string trace_text() const
-    {
-        std::string text;
-        for (const std::string& file : trace_files()) {
-            text += temp_dir::read(file);
-        }
-        return text;
-    }
+    [[nodiscard]] std::string trace_text() const { return dir_.text_of(".plog.txt"); }
     static int64_t count_of(const std::string& text, const std::string& part)
     {
         int64_t n = 0;
