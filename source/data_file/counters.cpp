@@ -1,9 +1,9 @@
 #include "data_file/counters.h"
 
-#include "data_file/errno_keeper.h"
 #include "data_file/locks.h"
 #include "data_file/table_access.h"
 #include "host_access/opcode_names.h"
+#include "util/errno_keeper.h"
 #include "util/resources.h"
 
 namespace ostrum {

@@ -1,9 +1,9 @@
 #include "data_file/errors.h"
 
-#include "data_file/errno_keeper.h"
 #include "data_file/locks.h"
 #include "data_file/table_access.h"
 #include "util/diagnostics.h"
+#include "util/errno_keeper.h"
 #include "util/resources.h"
 
 namespace ostrum {

@@ -7,10 +7,10 @@
 #include <iterator>
 
 #include "config/settings.h"
-#include "data_file/errno_keeper.h"
 #include "data_file/stuck_locks.h"
 #include "os/os_calls.h"
 #include "util/diagnostics.h"
+#include "util/errno_keeper.h"
 
 namespace ostrum {
 

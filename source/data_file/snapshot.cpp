@@ -2,11 +2,11 @@
 
 #include "data_file/aggregate.h"
 #include "data_file/counters.h"
-#include "data_file/errno_keeper.h"
 #include "data_file/errors.h"
 #include "data_file/table_access.h"
 #include "data_file/variables.h"
 #include "util/diagnostics.h"
+#include "util/errno_keeper.h"
 #include "util/resources.h"
 
 namespace ostrum {

@@ -3,11 +3,11 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "data_file/errno_keeper.h"
 #include "data_file/locks.h"
 #include "data_file/table_access.h"
 #include "os/os_calls.h"
 #include "util/diagnostics.h"
+#include "util/errno_keeper.h"
 #include "util/resources.h"
 
 namespace ostrum {

@@ -1,8 +1,8 @@
 // The exported entries of ostrum_data.h for process metrics.
-#include "data_file/errno_keeper.h"
 #include "ostrum_data.h"
 #include "process_metrics/metrics_area.h"
 #include "util/diagnostics.h"
+#include "util/errno_keeper.h"
 #include "util/resources.h"
 #include "util/time_value.h"
 

@@ -1,9 +1,7 @@
 #include "process_metrics/sampler.h"
 
 #include <atomic>
-#include <cerrno>
 #include <csignal>
-#include <utility>
 
 #include "config/settings.h"
 #include "data_file/locks.h"
@@ -14,6 +12,7 @@
 #include "process_state/signals.h"
 #include "util/clock_checks.h"
 #include "util/diagnostics.h"
+#include "util/errno_keeper.h"
 #include "util/local_time.h"
 #include "util/time_value.h"
 
@@ -106,20 +105,6 @@ void use_metrics_lock_once()
     }
 }
 
-void sample_and_publish()
-{
-    rt_info* handle = __ostrum_get_data_file_handle();
-    if (!collects() || handle == nullptr) {
-        return;
-    }
-    process_metrics_area record;
-    int32_t updated = 0;
-    ostrum_get_process_data(&record, &updated);
-    if (updated != 0) {
-        rt_process_metrics_update(handle, &record);
-    }
-}
-
 } // namespace
 
 void install_sampler_when_asked()
@@ -154,11 +139,10 @@ void ostrum_get_process_data(process_metrics_area* out, int32_t* updated)
 
 void ostrum_get_proc_data(int signal_number)
 {
-    const int saved_errno = errno;
+    const errno_keeper keeper;
     const signal_safe_scope no_locks;
     if (debug_on(debug_general)) {
         debug_print("ostrum_get_proc_data : process[%d] signal[%d]\n", os::process_id(), signal_number);
     }
-    sample_and_publish();
-    errno = saved_errno;
+    publish_cm_metrics(__ostrum_get_data_file_handle());
 }

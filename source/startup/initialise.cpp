@@ -1,6 +1,5 @@
 #include "startup/initialise.h"
 
-#include <cerrno>
 #include <csignal>
 
 #include "config/lookup.h"
@@ -12,6 +11,7 @@
 #include "startup/build_info.h"
 #include "startup/startup_steps.h"
 #include "util/diagnostics.h"
+#include "util/errno_keeper.h"
 #include "util/local_time.h"
 
 using namespace ostrum;
@@ -34,11 +34,12 @@ void run_once_guarded()
 
 void print_banner(int32_t debug)
 {
+    // The name in the banner and its odd blanks are kept on purpose.
     constexpr char rule[] = "*****************************************************\n";
     err_print(rule);
     err_print("*         ZOR PERFORMANCE LIBRARY STARTING ...      *\n");
     err_print(rule);
-    // The prefix is not this function's name (kept: readers of the log know the lines so).
+    // Prefix kept: it is not this function's name.
     err_print("g_perf_common_init : version[%s]\n", __ostrum_get_version());
     err_print("g_perf_common_init : build_date[%s]\n", __ostrum_get_build_date());
     err_print("g_perf_common_init : build_platform[%s]\n", __ostrum_get_build_platform());
@@ -89,11 +90,10 @@ bool start_logging()
 int32_t __ostrum_init(int32_t quiet)
 {
     if (initialised_state() == 0 && thread_is_initialising == 0) {
-        const int saved_errno = errno;
+        const errno_keeper keeper;
         decide_start_mode(quiet != 0 ? start_mode::quiet : start_mode::full);
         find_host_fatal_handlers();
         run_once_guarded();
-        errno = saved_errno;
     }
     return initialised_state() < 1 ? -1 : 0;
 }

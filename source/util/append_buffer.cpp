@@ -1,13 +1,13 @@
 #include "util/append_buffer.h"
 
 #include <atomic>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
 
 #include "util/decimal_text.h"
+#include "util/errno_keeper.h"
 #include "util/guarded_write.h"
 
 namespace ostrum {
@@ -28,13 +28,12 @@ constinit std::atomic<char*> kept_block{nullptr};
 // own standard streams.
 void take_back(int fd, size_t written)
 {
+    const errno_keeper keeper;
     struct stat status {};
-    const int saved_errno = errno;
     const off_t end = written > 0 && fd > STDERR_FILENO ? os::seek_file(fd, 0, SEEK_CUR) : -1;
     if (end > 0 && os::status_of_file(fd, status) == 0 && S_ISREG(status.st_mode) && status.st_size == end) {
         os::cut_file(fd, end - static_cast<off_t>(written));
     }
-    errno = saved_errno;
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 
 #include <cerrno>
 
+#include "util/errno_keeper.h"
+
 namespace ostrum {
 
 unique_fd open_for_appending(const char* path)
@@ -21,13 +23,11 @@ unique_fd open_for_appending(const char* path)
 
 bool ends_within_line(const char* path)
 {
-    const int saved_errno = errno;
+    const errno_keeper keeper;
     const unique_fd file{os::open_file(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0)};
     char last = '\n';
-    const bool cut = file && os::seek_file(file.get(), -1, SEEK_END) >= 0 &&
-                     os::read_file(file.get(), &last, 1) == 1 && last != '\n';
-    errno = saved_errno;
-    return cut;
+    return file && os::seek_file(file.get(), -1, SEEK_END) >= 0 && os::read_file(file.get(), &last, 1) == 1 &&
+           last != '\n';
 }
 
 } // namespace ostrum

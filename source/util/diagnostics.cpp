@@ -1,11 +1,11 @@
 #include "util/diagnostics.h"
 
+#include "util/errno_keeper.h"
 #include "util/guarded_write.h"
 #include "util/local_time.h"
 #include "util/resources.h"
 #include "util/time_value.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
@@ -21,25 +21,14 @@ namespace {
 constexpr size_t stack_line_bytes = 1024;
 constexpr int32_t time_text_bytes = 64;
 
-// Diagnostics leave the errno of whatever they report as it was.
-class errno_keeper {
-public:
-    errno_keeper() = default;
-    ~errno_keeper() { errno = kept_; }
-    errno_keeper(const errno_keeper&) = delete;
-    errno_keeper& operator=(const errno_keeper&) = delete;
-
-private:
-    int kept_ = errno;
-};
-
 size_t print_prefix(char* line, size_t line_bytes)
 {
     char now[time_text_bytes];
     const auto thread_id = static_cast<uint32_t>(pthread_self());
-    const int length = snprintf(
-        line, line_bytes, "%s (%u/%u) : ", ostrum_fmt_tv(now_tv, now, time_text_bytes, format_year_first_us),
-        static_cast<uint32_t>(os::process_id()), thread_id);
+    const int length =
+        snprintf(line, line_bytes,
+                 "%s (%u/%u) : ", ostrum_fmt_tv(now_tv, now, time_text_bytes, format_year_first_us),
+                 static_cast<uint32_t>(os::process_id()), thread_id);
     return static_cast<size_t>(length);
 }
 

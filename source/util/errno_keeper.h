@@ -1,11 +1,11 @@
-#ifndef OSTRUM_DATA_FILE_ERRNO_KEEPER_H
-#define OSTRUM_DATA_FILE_ERRNO_KEEPER_H
+#ifndef OSTRUM_UTIL_ERRNO_KEEPER_H
+#define OSTRUM_UTIL_ERRNO_KEEPER_H
 #include <cerrno>
 
 namespace ostrum {
 
-// The caller's errno, put back at the end of the scope: the hooks add to the data file, and their host
-// must not see that they did.
+// Puts errno back at the end of the scope: neither the host nor whoever reports an error may see that the
+// library made calls of its own.
 class errno_keeper {
 public:
     errno_keeper() : error_(errno) {}
