@@ -7,7 +7,6 @@
 namespace ostrum {
 
 inline constexpr int32_t path_bytes = 1024; // longest path, with its terminator
-inline constexpr int64_t ns_per_second = 1'000'000'000;
 
 enum class lock_method : int32_t { mapped_mutex = 0, advisory_file_lock = 1 };
 
@@ -31,7 +30,7 @@ struct settings {
     lock_method locks = lock_method::mapped_mutex;
 
     // where the files go
-    const char* log_directory = nullptr; // heap text, kept for the life of the process
+    const char* log_directory = nullptr; // heap text or a constant, kept for the life of the process
     bool single_file = false;
     char single_file_base[path_bytes] = "";       // "directory/prefix.pid"
     int32_t single_file_limit_bytes = 0x40000000; // rotation at this size; the default, too

@@ -1,6 +1,5 @@
 #include "data_file/aggregate.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstring>
 

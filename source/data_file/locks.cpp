@@ -110,11 +110,11 @@ bool lock_within(pthread_mutex_t& mutex, int64_t duration_tv)
 {
 #ifdef __SANITIZE_THREAD__
     const int64_t until_tv = os::realtime_ns() + duration_tv;
-    const timespec until{until_tv / ns_per_second, until_tv % ns_per_second};
+    const timespec until{until_tv / tv_per_s, until_tv % tv_per_s};
     return pthread_mutex_timedlock(&mutex, &until) == 0;
 #else
     const int64_t until_tv = os::monotonic_ns() + duration_tv;
-    const timespec until{until_tv / ns_per_second, until_tv % ns_per_second};
+    const timespec until{until_tv / tv_per_s, until_tv % tv_per_s};
     return pthread_mutex_clocklock(&mutex, CLOCK_MONOTONIC, &until) == 0;
 #endif
 }

@@ -14,6 +14,7 @@
 #include <cstdint>
 
 #include "data_file/data_file.h"
+#include "util/time_value.h"
 
 enum data_file_lock_type : int32_t {
     DATA_FILE_LOCK_TRACE = 0,    // appending to and rotating the shared trace file
@@ -31,7 +32,8 @@ int32_t __ostrum_file_unlock(int32_t fd, int64_t offset, const char* name);
 
 // One of the five header locks, for a caller that cannot use data_file_guard. Lock and unlock on the same
 // thread; an unlock after a lock that was not obtained does nothing. An invalid type is reported (by both
-// in the same words) and nothing is locked; a null handle is ignored.
+// in the same words) and nothing is locked; a null handle is ignored. Kept on purpose: nothing here calls
+// them.
 void __perf_data_file_lock(rt_info* handle, int32_t type);
 void __perf_data_file_unlock(rt_info* handle, int32_t type);
 }
@@ -39,12 +41,12 @@ void __perf_data_file_unlock(rt_info* handle, int32_t type);
 namespace ostrum {
 
 // How long a lock of the mutex method is waited for in all before it counts as stuck.
-inline constexpr int64_t table_lock_limit_tv = 1'000'000'000;
-inline constexpr int64_t file_lock_limit_tv = 10'000'000'000;
+inline constexpr int64_t table_lock_limit_tv = tv_per_s;
+inline constexpr int64_t file_lock_limit_tv = 10 * tv_per_s;
 // An entry's lock inside the table lock. A dead one is waited for by one process after the other: all of
 // them together should take less than the time after which others give the table lock up, and each less than
 // a process that starts waits before it initialises the table lock again.
-inline constexpr int64_t nested_lock_limit_tv = 80'000'000;
+inline constexpr int64_t nested_lock_limit_tv = 80 * tv_per_ms;
 
 // False: not locked (unusable bytes, or stuck); the caller leaves its update out. With a limit of 0 the
 // lock is only tried. errno is preserved.

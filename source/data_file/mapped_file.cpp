@@ -81,6 +81,7 @@ bool extend(const unique_fd& fd)
            write_all_guarded(fd.get(), &last_byte, sizeof last_byte);
 }
 
+// The prefix of this and of the messages below is kept: no function has that name.
 bool map_into(mapped_file& file, const char* path)
 {
     file.image.reset(static_cast<data_file_image*>(os::map_shared(sizeof(data_file_image), file.fd.get())));

@@ -45,11 +45,5 @@ struct mapped_file {
 // Opens and maps the file, creating it when it is missing and need not exist.
 mapped_file open_mapped_file(const char* path, bool must_exist);
 
-// For messages that show an address as "%#x".
-inline unsigned low_address_bits(const void* address)
-{
-    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(address));
-}
-
 } // namespace ostrum
 #endif

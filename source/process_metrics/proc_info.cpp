@@ -5,6 +5,7 @@
 
 #include "util/diagnostics.h"
 #include "util/resources.h"
+#include "util/text.h"
 
 using namespace ostrum;
 
@@ -38,7 +39,7 @@ public:
         number = 0;
         bool any = false;
         for (char c = take(); c != '\0'; c = take()) {
-            if (c >= '0' && c <= '9') {
+            if (is_digit(c)) {
                 number = static_cast<int32_t>(static_cast<uint32_t>(number) * 10U +
                                               static_cast<uint32_t>(c - '0'));
                 any = true;

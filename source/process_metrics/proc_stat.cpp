@@ -6,6 +6,7 @@
 
 #include "util/diagnostics.h"
 #include "util/resources.h"
+#include "util/text.h"
 #include "util/time_value.h"
 
 using namespace ostrum;
@@ -62,11 +63,6 @@ constexpr size_t line_bytes = 1024;
 bool is_blank(char c)
 {
     return c == ' ' || c == '\t' || c == '\n';
-}
-
-bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
 }
 
 // Moves past a number and stores it; false when none begins here. Wraps like the kernel's own words.

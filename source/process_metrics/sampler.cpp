@@ -13,7 +13,7 @@
 #include "util/clock_checks.h"
 #include "util/diagnostics.h"
 #include "util/errno_keeper.h"
-#include "util/local_time.h"
+#include "util/signal_safe_scope.h"
 #include "util/time_value.h"
 
 namespace ostrum {

@@ -12,10 +12,10 @@ void set_initialised_state(int32_t state)
     this_process.initialised.store(state, std::memory_order_release);
 }
 
-start_mode decide_start_mode(start_mode wanted)
+void decide_start_mode(start_mode wanted)
 {
-    start_mode in_force = start_mode::undecided;
-    return this_process.mode.compare_exchange_strong(in_force, wanted) ? wanted : in_force;
+    start_mode undecided = start_mode::undecided;
+    this_process.mode.compare_exchange_strong(undecided, wanted);
 }
 
 int32_t ask_process_id()

@@ -36,8 +36,8 @@ inline int32_t initialised_state()
 }
 void set_initialised_state(int32_t state);
 
-// The first caller's mode sticks. Returns the mode in force.
-start_mode decide_start_mode(start_mode wanted);
+// The first caller's mode sticks.
+void decide_start_mode(start_mode wanted);
 inline start_mode decided_start_mode()
 {
     return this_process.mode.load(std::memory_order_relaxed);

@@ -8,7 +8,7 @@
 #include "os/os_calls.h"
 #include "process_state/process_state.h"
 #include "util/diagnostics.h"
-#include "util/local_time.h"
+#include "util/signal_safe_scope.h"
 
 namespace ostrum {
 
@@ -55,6 +55,7 @@ void find_host_fatal_handlers()
     }
 }
 
+// The prefix of its lines is kept: no function has that name.
 void override_host_fatal_handlers()
 {
     const bool debug = debug_on(debug_general);
@@ -87,7 +88,7 @@ int32_t __set_signal_handler(int32_t signal_number, void (*handler)(int))
     }
     const int result = os::install_signal_action(signal_number, action);
     if (result != 0) {
-        // No blank before the colon here and below (kept: readers of the log know the lines so).
+        // kept on purpose: no blank before the colon here and below.
         err_print("__set_signal_handler: failed installing signal handler for sig[%d] - errno[%d](%s)\n",
                   signal_number, errno, strerror(errno));
     } else if (debug_on(debug_general)) {
@@ -100,7 +101,7 @@ int32_t __set_signal_handler(int32_t signal_number, void (*handler)(int))
 void __ostrum_fatal_sig_handler(int32_t signal_number)
 {
     const signal_safe_scope no_locks;
-    err_print("ostrum_fatal_sig_handler : signo[%d]\n", signal_number);
+    err_print("ostrum_fatal_sig_handler : signo[%d]\n", signal_number); // prefix kept
     g_fatal_signal_received.store(true, std::memory_order_relaxed);
     end_tracing();
     if (const signal_handler handler = host_handler_of(signal_number)) {

@@ -114,7 +114,7 @@ bool store_flush_frequency(const startup_step& step, settings& out)
         err_print("perf_log_init : ostrum_flush_frequency - bad value\n");
         return false;
     }
-    out.flush_frequency_tv = (seconds != 0 ? seconds : default_flush_frequency_s) * ns_per_second;
+    out.flush_frequency_tv = (seconds != 0 ? seconds : default_flush_frequency_s) * tv_per_s;
     return true;
 }
 

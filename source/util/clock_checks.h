@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "os/os_calls.h"
+#include "util/time_value.h"
 
 namespace ostrum {
 
@@ -12,7 +13,7 @@ namespace ostrum {
 // another come with times that are a little older than the last one's.
 inline bool was_set_back(int64_t now_tv, int64_t next_tv, int64_t interval_tv)
 {
-    constexpr int64_t grace_tv = 1'000'000'000;
+    constexpr int64_t grace_tv = tv_per_s;
     return next_tv - now_tv - grace_tv > interval_tv;
 }
 

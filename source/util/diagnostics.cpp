@@ -2,8 +2,8 @@
 
 #include "util/errno_keeper.h"
 #include "util/guarded_write.h"
-#include "util/local_time.h"
 #include "util/resources.h"
+#include "util/signal_safe_scope.h"
 #include "util/time_value.h"
 
 #include <cstdio>
@@ -27,7 +27,7 @@ size_t print_prefix(char* line, size_t line_bytes)
     const auto thread_id = static_cast<uint32_t>(pthread_self());
     const int length =
         snprintf(line, line_bytes,
-                 "%s (%u/%u) : ", ostrum_fmt_tv(now_tv, now, time_text_bytes, format_year_first_us),
+                 "%s (%u/%u) : ", ostrum_fmt_tv(present_time_tv, now, time_text_bytes, format_year_first_us),
                  static_cast<uint32_t>(os::process_id()), thread_id);
     return static_cast<size_t>(length);
 }

@@ -37,5 +37,11 @@ inline bool debug_on(int32_t bit)
     return (debug_bits() & bit) != 0;
 }
 
+// For messages that show an address as "%#x": cut to 32 bits (kept on purpose).
+inline unsigned low_address_bits(const void* address)
+{
+    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(address));
+}
+
 } // namespace ostrum
 #endif

@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "os/os_calls.h"
+#include "util/signal_safe_scope.h"
 
 namespace ostrum {
 
@@ -29,8 +30,6 @@ struct zone_table {
     int64_t end_s = 0; // nothing is known from here on
 };
 constinit zone_table the_zone;
-
-constinit thread_local bool in_signal_safe_scope [[gnu::tls_model("initial-exec")]] = false;
 
 // Days are counted in eras of 400 years that begin in March, so that a leap day is the last of its year.
 void calendar_fields(int64_t local_s, tm& fields)
@@ -138,7 +137,7 @@ void publish_what_the_parent_found(int64_t begin_s)
 bool local_fields(time_t seconds, tm& fields)
 {
     const zone_span* span = find_span(seconds);
-    if (span == nullptr && !in_signal_safe_scope) {
+    if (span == nullptr && !must_be_signal_safe()) {
         return os::local_time(seconds, fields);
     }
     calendar_fields(seconds + (span != nullptr ? span->offset_s : 0), fields); // 0: UTC
@@ -159,21 +158,6 @@ void look_up_time_zone()
         look_up_spans(begin_s);
     }
     the_zone.looked_up_by = 0;
-}
-
-signal_safe_scope::signal_safe_scope() : was_safe_(in_signal_safe_scope)
-{
-    in_signal_safe_scope = true;
-}
-
-signal_safe_scope::~signal_safe_scope()
-{
-    in_signal_safe_scope = was_safe_;
-}
-
-bool must_be_signal_safe()
-{
-    return in_signal_safe_scope;
 }
 
 } // namespace ostrum

@@ -3,12 +3,19 @@
 #include <cstddef>
 
 extern "C" {
-// Change the case of ASCII letters in place, whatever the locale; return the same text, null for null.
+// Change the case of ASCII letters in place, whatever the locale; return the same text, null for null. The
+// second is kept on purpose: nothing here calls it.
 char* str_toupper(char* text);
 char* str_tolower(char* text);
 }
 
 namespace ostrum {
+
+// Whatever the locale.
+inline bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
 
 inline const char* text_or_empty(const char* text)
 {

@@ -47,7 +47,7 @@ bool read_wall_clock(int64_t& tv)
     if (!os::wall_clock(now)) {
         return false;
     }
-    tv = static_cast<int64_t>(now.tv_sec) * tv_per_s + static_cast<int64_t>(now.tv_usec) * tv_per_us;
+    tv = tv_of(now);
     return true;
 }
 

@@ -3,22 +3,12 @@
 #include "host_access/object_xoid.h"
 #include "host_access/opcode_names.h"
 #include "util/diagnostics.h"
+#include "util/text.h"
+#include "util/time_value.h"
 
-using ostrum::agg_node;
-using ostrum::total_record;
+using namespace ostrum;
 
 namespace {
-
-// Addresses are shown cut to 32 bits (kept: the listing's form).
-unsigned address_word(const void* address)
-{
-    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(address));
-}
-
-const char* shown(const char* text)
-{
-    return text != nullptr ? text : "";
-}
 
 // A key's text buffers are unset: only a stored node, whose pointers are null, shows them.
 const char* own_text(const char* buffer, const char* pointer)
@@ -35,12 +25,12 @@ void dump_totals(const total_record& totals, int index)
 {
     char time[32];
     debug_print("  TOTAL           : %d (%s)\n", index, index == 0 ? "main" : "bucket");
-    debug_print("  bs_tv           : %s\n", as_seconds(time, totals.bs_tv, 3));
-    debug_print("  be_tv           : %s\n", as_seconds(time, totals.be_tv, 3));
-    debug_print("  total_tv        : %s\n", as_seconds(time, totals.total_tv, 9));
-    debug_print("  cm_cache_tv     : %s\n", as_seconds(time, totals.cm_cache_tv, 9));
-    debug_print("  min_tv          : %s\n", as_seconds(time, totals.min_tv, 9));
-    debug_print("  max_tv          : %s\n", as_seconds(time, totals.max_tv, 9));
+    debug_print("  bs_tv           : %s\n", as_seconds(time, totals.bs_tv, format_seconds_ms));
+    debug_print("  be_tv           : %s\n", as_seconds(time, totals.be_tv, format_seconds_ms));
+    debug_print("  total_tv        : %s\n", as_seconds(time, totals.total_tv, format_seconds_ns));
+    debug_print("  cm_cache_tv     : %s\n", as_seconds(time, totals.cm_cache_tv, format_seconds_ns));
+    debug_print("  min_tv          : %s\n", as_seconds(time, totals.min_tv, format_seconds_ns));
+    debug_print("  max_tv          : %s\n", as_seconds(time, totals.max_tv, format_seconds_ns));
     debug_print("  total_recs      : %ld\n", totals.total_recs);
     debug_print("  total_calls     : %ld\n", totals.total_calls);
     debug_print("  total_errors    : %ld\n", totals.total_errors);
@@ -53,7 +43,7 @@ void dump_identity(const agg_node& node)
     char db_text[32];
     const char* opname = own_text(node.opname, node.ptr_opname);
     debug_print("  opcode          : %d\n", node.opcode);
-    debug_print("  opname          : %#x(%s)\n", address_word(opname), get_opname(node.opcode, opname));
+    debug_print("  opname          : %#x(%s)\n", low_address_bits(opname), get_opname(node.opcode, opname));
     debug_print("  flags           : %d\n", node.flags);
     debug_print("  program         : %s\n", own_text(node.program, node.ptr_program));
     debug_print("  fname           : %s\n", own_text(node.fname, node.ptr_fname));
@@ -66,10 +56,14 @@ void dump_identity(const agg_node& node)
     debug_print("  bucket_id       : %d\n", node.bucket_id);
     debug_print("  log_time        : %#x\n", static_cast<unsigned>(node.log_time));
     debug_print("  hash_code       : %lu\n", node.hash_code);
-    debug_print("  ptr_program     : %#x(%s)\n", address_word(node.ptr_program), shown(node.ptr_program));
-    debug_print("  ptr_opname      : %#x(%s)\n", address_word(node.ptr_opname), shown(node.ptr_opname));
-    debug_print("  ptr_fname       : %#x(%s)\n", address_word(node.ptr_fname), shown(node.ptr_fname));
-    debug_print("  ptr_obj_type    : %#x(%s)\n", address_word(node.ptr_obj_type), shown(node.ptr_obj_type));
+    debug_print("  ptr_program     : %#x(%s)\n", low_address_bits(node.ptr_program),
+                text_or_empty(node.ptr_program));
+    debug_print("  ptr_opname      : %#x(%s)\n", low_address_bits(node.ptr_opname),
+                text_or_empty(node.ptr_opname));
+    debug_print("  ptr_fname       : %#x(%s)\n", low_address_bits(node.ptr_fname),
+                text_or_empty(node.ptr_fname));
+    debug_print("  ptr_obj_type    : %#x(%s)\n", low_address_bits(node.ptr_obj_type),
+                text_or_empty(node.ptr_obj_type));
     debug_print("  sub_opcode_tree : %p\n", static_cast<void*>(node.sub_opcode_tree));
 }
 

@@ -5,10 +5,11 @@
 #include "os/os_calls.h"
 #include "util/diagnostics.h"
 #include "util/local_time.h"
+#include "util/time_value.h"
 
 using ostrum::aggregation_period;
-using ostrum::ns_per_second;
 using ostrum::period_unit;
+using ostrum::tv_per_s;
 
 namespace {
 
@@ -67,8 +68,8 @@ void get_current_aggregation_period(aggregation_period* period, int32_t length, 
     if (!ostrum::local_fields(period->end_s, fields) || !period_text(period->end_text, fields)) {
         err_print("get_current_aggregation_period : ap.to_s overflow\n");
     }
-    const int64_t end_tv = (period->end_s - now_s) * ns_per_second + now_tv;
-    period->end_tv = end_tv - end_tv % ns_per_second;
+    const int64_t end_tv = (period->end_s - now_s) * tv_per_s + now_tv;
+    period->end_tv = end_tv - end_tv % tv_per_s;
 }
 
 aggregation_period ostrum::present_period(int64_t now_tv)

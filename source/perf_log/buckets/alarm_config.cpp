@@ -32,11 +32,6 @@ bool is_empty(const char* text)
     return text == nullptr || *text == '\0';
 }
 
-unsigned shown_address(const char* text)
-{
-    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(text));
-}
-
 bool read_limits(const loading& load, line_fields& fields, alarm_entry& entry)
 {
     while (const char* field = fields.next()) {
@@ -143,8 +138,8 @@ void list_alarms(const loading& load, int32_t count)
 bool one_source(const char* path, const char* text)
 {
     if (!is_empty(path) && !is_empty(text)) {
-        err_print("read_alarm_buckets : cannot pass file[%#x](%s) and string[%#x](%s)\n", shown_address(path),
-                  path, shown_address(text), text);
+        err_print("read_alarm_buckets : cannot pass file[%#x](%s) and string[%#x](%s)\n",
+                  low_address_bits(path), path, low_address_bits(text), text);
         return false;
     }
     if (is_empty(path) && is_empty(text)) {

@@ -43,11 +43,6 @@ uint32_t flags_of_letter(char letter)
     return 0; // other characters mean nothing
 }
 
-bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 // The number that begins at the text, which is moved past it; what is too large is the largest.
 int32_t take_number(const char*& text)
 {

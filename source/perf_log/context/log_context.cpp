@@ -13,6 +13,7 @@
 #include "util/clock_checks.h"
 #include "util/diagnostics.h"
 #include "util/resources.h"
+#include "util/time_value.h"
 
 namespace ostrum {
 
@@ -125,7 +126,7 @@ void move_flush_times_on(trace_source& source)
 {
     const int64_t now_tv = os::realtime_ns();
     source.last_flush_s = os::wall_seconds();
-    set_due_time(source.next_flush_tv, now_tv - now_tv % ns_per_second + configured().flush_frequency_tv);
+    set_due_time(source.next_flush_tv, now_tv - now_tv % tv_per_s + configured().flush_frequency_tv);
 }
 
 bool was_set_back_since_flush(const trace_source& source, int64_t now_tv)

@@ -11,6 +11,7 @@
 #include "process_state/process_state.h"
 #include "util/clock_checks.h"
 #include "util/resources.h"
+#include "util/time_value.h"
 
 namespace ostrum {
 
@@ -28,16 +29,16 @@ void run_timed_flush_when_due()
     const library_scope scope;
     const int64_t now_tv = os::realtime_ns();
     const int64_t next_tv = next_check_tv.load(std::memory_order_relaxed);
-    if (!scope.entered() || !is_due_by_clock(now_tv, next_tv, ns_per_second)) {
+    if (!scope.entered() || !is_due_by_clock(now_tv, next_tv, tv_per_s)) {
         return;
     }
     timeout_handler_func("select_timeout");
-    next_check_tv.store(now_tv + ns_per_second, std::memory_order_relaxed);
+    next_check_tv.store(now_tv + tv_per_s, std::memory_order_relaxed);
 }
 
 // How many descriptors the kernel looks at when a caller asks for n: no more than its table has room for.
 // Callers pass an ordinary set with the number of all descriptors that there could be.
-int looked_at(int n)
+int examined_descriptors(int n)
 {
     const int table_size = n > FD_SETSIZE ? os::descriptor_table_size() : n;
     return table_size > 0 ? std::min(n, table_size) : n;
@@ -102,7 +103,7 @@ int wait_once(const wait_request& request)
 
 int wait_until_ready(const wait_request& request)
 {
-    const int saved = looked_at(request.n);
+    const int saved = examined_descriptors(request.n);
     saved_set saved_read(request.read_set, saved);
     saved_set saved_write(request.write_set, saved);
     saved_set saved_except(request.except_set, saved);

@@ -14,7 +14,8 @@
 #include "process_state/process_state.h"
 #include "process_state/signals.h"
 #include "util/diagnostics.h"
-#include "util/local_time.h"
+#include "util/signal_safe_scope.h"
+#include "util/time_value.h"
 
 using namespace ostrum;
 
@@ -22,9 +23,9 @@ namespace {
 
 // A hook in progress keeps its context for as long as one write may take; a thread that was cancelled or
 // stopped inside one keeps it for ever.
-constexpr int64_t release_wait_tv = 10'000'000'000;
-constexpr int64_t exit_wait_tv = 1'000'000'000; // for all contexts together
-constexpr int64_t release_look_tv = 1'000'000;
+constexpr int64_t release_wait_tv = 10 * tv_per_s;
+constexpr int64_t exit_wait_tv = tv_per_s; // for all contexts together
+constexpr int64_t release_look_tv = tv_per_ms;
 
 // Counted from before the context leaves the list, so that exit, which finds it there no more, sees it here.
 constinit std::atomic<int32_t> releases_in_progress{0};

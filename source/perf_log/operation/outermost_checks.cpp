@@ -33,6 +33,7 @@ void refresh_modes(log_context& context)
 }
 
 // True when the moment lies in another period than the context's; `period` is then that one.
+// The prefix of this message and of those below is kept: no function has that name.
 bool find_new_period(const log_context& context, int64_t now_tv, aggregation_period& period)
 {
     period = present_period(now_tv);
@@ -71,8 +72,7 @@ void flush_and_close(log_context& context, bool max_exceeded, bool new_period)
     if (debug_on(debug_general)) {
         debug_print("update_log_info : need to flush - max_exceeded[%d] new_period[%d] time_fp[%#x] "
                     "single_file[%d] LOG_TIME_FILE[%d]\n",
-                    max_exceeded ? 1 : 0, new_period ? 1 : 0,
-                    static_cast<unsigned>(reinterpret_cast<uintptr_t>(context.trace.file)),
+                    max_exceeded ? 1 : 0, new_period ? 1 : 0, low_address_bits(context.trace.file),
                     context.trace.single_file ? 1 : 0, logs_to_file(context.time_mode) ? 1 : 0);
     }
     flush_aggregation_tree(&context);

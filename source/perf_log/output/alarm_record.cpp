@@ -105,8 +105,7 @@ void perf_async_debug_alarm(const alarm_record* alarm)
     if (!debug_on(debug_detail)) {
         return;
     }
-    debug_print("perf_async_debug_alarm : ALARM NODE[%#x]\n",
-                static_cast<unsigned>(reinterpret_cast<uintptr_t>(alarm)));
+    debug_print("perf_async_debug_alarm : ALARM NODE[%#x]\n", low_address_bits(alarm));
     debug_print("perf_async_debug_alarm :   Alarm time     : [%s]\n",
                 formatted_time(alarm->alarm_tv, format_year_first_us).text);
     debug_print("perf_async_debug_alarm :   Total elapsed  : [%s]\n",
@@ -115,7 +114,7 @@ void perf_async_debug_alarm(const alarm_record* alarm)
     debug_print("perf_async_debug_alarm :   Alarm limit    : [%s]\n",
                 formatted_time(alarm->limit->threshold_tv, format_seconds_ns).text);
     debug_print("perf_async_debug_alarm :   Alarm severity : [%s]\n", alarm->limit->severity);
-    debug_print("perf_async_debug_alarm :   Correlation iD : [%s]\n", alarm->correlation_id);
+    debug_print("perf_async_debug_alarm :   Correlation iD : [%s]\n", alarm->correlation_id); // spelling kept
     for (int32_t i = 0; i < alarm->level_count; ++i) {
         debug_level(*alarm, alarm->levels[i]);
     }

@@ -13,6 +13,7 @@
 #include "util/clock_checks.h"
 #include "util/diagnostics.h"
 #include "util/text.h"
+#include "util/time_value.h"
 
 using namespace ostrum;
 
@@ -43,7 +44,7 @@ bool rotate_when_full(int fd, const char* path)
     char rotated[path_bytes + 32];
     snprintf(rotated, sizeof(rotated), "%.*s.%u.plog.txt",
              static_cast<int>(strlen(path)) - name_end_characters, path,
-             static_cast<unsigned>(os::realtime_ns() / ns_per_second));
+             static_cast<unsigned>(os::realtime_ns() / tv_per_s));
     if (os::status_of_path(rotated, status) == 0 || errno != ENOENT) {
         return true;
     }
@@ -62,8 +63,8 @@ bool write_tree(append_buffer& out, const trace_source& source, bt_tree* tree, i
     print_context context{&out,
                           owner_fields(static_cast<uint32_t>(source.pid), source.tid),
                           {},
-                          source.last_flush_s * ns_per_second,
-                          static_cast<int64_t>(os::wall_seconds()) * ns_per_second,
+                          source.last_flush_s * tv_per_s,
+                          static_cast<int64_t>(os::wall_seconds()) * tv_per_s,
                           0};
     copy_text(context.program, sizeof(context.program), source.program);
     record_count = __flush_aggregation_tree_to_file(&context, tree, tree);
@@ -175,7 +176,7 @@ int32_t flush_aggregation_tree_to_file(trace_source* source, bt_tree* tree)
         char elapsed[32];
         debug_print("flush_aggregation_tree_to_file : pid/tid/key[%d/%lu/%d] nodes[%d] flush time[%s]\n",
                     source->pid, source->tid, source->key, record_count,
-                    ostrum_fmt_tv(elapsed_since(started_tv), elapsed, sizeof(elapsed), 9));
+                    ostrum_fmt_tv(elapsed_since(started_tv), elapsed, sizeof(elapsed), format_seconds_ns));
     }
     return record_count;
 }
