@@ -2,21 +2,21 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <ctime>
-#include <iterator>
+#include <cerrno>
 
 #include "config/settings.h"
+#include "data_file/shared_mutex.h"
 #include "data_file/stuck_locks.h"
 #include "os/os_calls.h"
 #include "util/diagnostics.h"
 #include "util/errno_keeper.h"
+#include "util/look_until.h"
 
 namespace ostrum {
 
 namespace {
 
-constexpr int64_t slice_tv = 20'000'000;
+constexpr int64_t slice_tv = 20 * tv_per_ms;
 constexpr int64_t locked_bytes = 64;
 constexpr std::array header_lock_names{"trace_file_mutex", "alarm_file_mutex", "rt_structs_mutex",
                                        "lip_list_mutex", "process_metrics_mutex"};
@@ -28,12 +28,7 @@ bool advisory_method()
 
 int32_t apply_record_lock(int32_t fd, int64_t offset, int command, short type)
 {
-    struct flock range {};
-    range.l_type = type;
-    range.l_whence = SEEK_SET;
-    range.l_start = offset;
-    range.l_len = locked_bytes;
-    while (os::lock_range(fd, command, range) != 0) {
+    while (os::lock_range(fd, command, type, offset, locked_bytes) != 0) {
         if (errno != EINTR) {
             return -1;
         }
@@ -41,93 +36,10 @@ int32_t apply_record_lock(int32_t fd, int64_t offset, int command, short type)
     return 0;
 }
 
-// Default type, shared between processes, and nothing else: not robust (kept: part of the file format).
-class shared_mutex_attributes {
-public:
-    shared_mutex_attributes()
-    {
-        pthread_mutexattr_init(&attributes_);
-        pthread_mutexattr_setpshared(&attributes_, PTHREAD_PROCESS_SHARED);
-    }
-    ~shared_mutex_attributes() { pthread_mutexattr_destroy(&attributes_); }
-    shared_mutex_attributes(const shared_mutex_attributes&) = delete;
-    shared_mutex_attributes& operator=(const shared_mutex_attributes&) = delete;
-
-    [[nodiscard]] const pthread_mutexattr_t* get() const { return &attributes_; }
-
-private:
-    pthread_mutexattr_t attributes_{};
-};
-
-// The word of a mutex that names its kind.
-int kind_of(const pthread_mutex_t& mutex)
-{
-    return __atomic_load_n(&mutex.__data.__kind, __ATOMIC_RELAXED);
-}
-
-// The kinds that the library's own mutexes have in this process: the first use may add a mark to a fresh
-// one, where lock elision is switched on. Threads that look for the first time at once find the same. Not
-// local statics: their guard could be held, for ever, in a child that was forked meanwhile.
-constexpr int64_t no_kind = INT64_MIN;
-constinit std::atomic<int64_t> fresh_kind{no_kind};
-constinit std::atomic<int64_t> used_kind{no_kind};
-
-void look_up_kinds()
-{
-    pthread_mutex_t sample;
-    pthread_mutex_init(&sample, shared_mutex_attributes().get());
-    fresh_kind.store(kind_of(sample), std::memory_order_relaxed);
-    pthread_mutex_lock(&sample);
-    pthread_mutex_unlock(&sample);
-    used_kind.store(kind_of(sample), std::memory_order_relaxed);
-    pthread_mutex_destroy(&sample);
-}
-
-[[gnu::always_inline]] inline bool is_kind_of_ours(int64_t kind)
-{
-    return kind == fresh_kind.load(std::memory_order_relaxed) ||
-           kind == used_kind.load(std::memory_order_relaxed);
-}
-
-[[gnu::noinline]] bool is_kind_of_ours_after_look(int64_t kind)
-{
-    if (used_kind.load(std::memory_order_relaxed) == no_kind) {
-        look_up_kinds();
-    }
-    return is_kind_of_ours(kind);
-}
-
-// Any other kind has rules that foreign bytes can turn into a crash of the host or a wait without end.
-[[gnu::always_inline]] inline bool usable(const pthread_mutex_t& mutex)
-{
-    const int kind = kind_of(mutex);
-    return is_kind_of_ours(kind) || is_kind_of_ours_after_look(kind);
-}
-
-// On the clock that nobody sets, where the build allows it: ThreadSanitizer does not see that this call
-// locks, so it gets the older one.
-bool lock_within(pthread_mutex_t& mutex, int64_t duration_tv)
-{
-#ifdef __SANITIZE_THREAD__
-    const int64_t until_tv = os::realtime_ns() + duration_tv;
-    const timespec until{until_tv / tv_per_s, until_tv % tv_per_s};
-    return pthread_mutex_timedlock(&mutex, &until) == 0;
-#else
-    const int64_t until_tv = os::monotonic_ns() + duration_tv;
-    const timespec until{until_tv / tv_per_s, until_tv % tv_per_s};
-    return pthread_mutex_clocklock(&mutex, CLOCK_MONOTONIC, &until) == 0;
-#endif
-}
-
 // Looked at again: another process may be initialising it, which passes through other kinds.
 bool becomes_usable(const pthread_mutex_t& mutex)
 {
-    constexpr int64_t pause_tv = 1'000'000;
-    constexpr int looks = 3;
-    for (int look = 1; look < looks && !usable(mutex); ++look) {
-        os::sleep_ns(pause_tv);
-    }
-    return usable(mutex);
+    return look_until(3, tv_per_ms, [&mutex] { return usable(mutex); });
 }
 
 // Slices: the holder's wake-up is lost when the mutex is re-initialised meanwhile.
@@ -136,10 +48,11 @@ bool wait_for_mutex(lock_slot& slot, int64_t limit_tv)
     if (limit_tv <= 0 || counts_as_stuck(slot)) {
         return false;
     }
+    const errno_keeper keeper;
     const int64_t deadline_tv = os::monotonic_ns() + limit_tv;
     for (int64_t left_tv = limit_tv; left_tv > 0 && becomes_usable(slot.mutex);
          left_tv = deadline_tv - os::monotonic_ns()) {
-        if (lock_within(slot.mutex, std::min(slice_tv, left_tv))) {
+        if (os::lock_mutex_within(slot.mutex, std::min(slice_tv, left_tv)) == 0) {
             return true;
         }
     }
@@ -171,7 +84,7 @@ void initialise_slot(const rt_info& handle, lock_slot& slot, const char* name,
 // Long enough for whoever inserts into a table; the trace file's locks may be held for seconds.
 int64_t initialisation_wait(size_t header_lock)
 {
-    return header_lock == DATA_FILE_LOCK_TABLES ? 100'000'000 : 0;
+    return header_lock == DATA_FILE_LOCK_TABLES ? 100 * tv_per_ms : 0;
 }
 
 void initialise_used_header_lock(rt_info& handle, size_t index, const shared_mutex_attributes& attributes)

@@ -9,6 +9,8 @@
 #include "data_file/data_file.h"
 #include "util/diagnostics.h"
 #include "util/guarded_write.h"
+#include "util/look_until.h"
+#include "util/time_value.h"
 
 namespace ostrum {
 
@@ -16,29 +18,17 @@ namespace {
 
 constexpr auto file_bytes = static_cast<int64_t>(sizeof(data_file_image));
 
-// Looks up to 21 times, for 100 ms in all, whether another process has got on.
+// For 100 ms in all, whether another process has got on.
 template <typename Done>
 bool within_patience(Done done)
 {
-    constexpr int64_t pause_tv = 5'000'000;
-    constexpr int looks = 20;
-    for (int look = 0; look < looks; ++look) {
-        if (done()) {
-            return true;
-        }
-        os::sleep_ns(pause_tv);
-    }
-    return done();
+    return look_until(21, 5 * tv_per_ms, done);
 }
 
-struct flock turn_range(short type)
+// The byte behind the end of the file.
+bool lock_turn(int fd, short type)
 {
-    struct flock range {};
-    range.l_type = type;
-    range.l_whence = SEEK_SET;
-    range.l_start = file_bytes;
-    range.l_len = 1;
-    return range;
+    return os::lock_range(fd, F_SETLK, type, file_bytes, 1) == 0;
 }
 
 int64_t size_of_file(const unique_fd& fd)
@@ -179,18 +169,14 @@ mapped_file open_existing(const char* path)
 
 opening_turn::opening_turn(const unique_fd& fd)
 {
-    const bool held = within_patience([&fd] {
-        struct flock range = turn_range(F_WRLCK);
-        return os::lock_range(fd.get(), F_SETLK, range) == 0;
-    });
+    const bool held = within_patience([&fd] { return lock_turn(fd.get(), F_WRLCK); });
     fd_ = held ? fd.get() : -1;
 }
 
 opening_turn::~opening_turn()
 {
     if (fd_ >= 0) {
-        struct flock range = turn_range(F_UNLCK);
-        os::lock_range(fd_, F_SETLK, range);
+        (void)lock_turn(fd_, F_UNLCK);
     }
 }
 

@@ -47,7 +47,8 @@ int reserve_blocks(int fd, off_t offset, off_t length); // posix_fallocate: an e
 // fallocate, which never writes over what is there: an error number, or 0
 int reserve_blocks_in_use(int fd, off_t offset, off_t length);
 int flush_stream(FILE* stream); // fflush: of a stream of the host's
-int lock_range(int fd, int command, struct flock& range);
+// A record lock, by fcntl; the offset counts from the start of the file.
+int lock_range(int fd, int command, short type, off_t offset, off_t length);
 int status_of_path(const char* path, struct stat& status);
 int status_of_link(const char* path, struct stat& status); // lstat
 int status_of_file(int fd, struct stat& status);
@@ -78,6 +79,7 @@ int join_thread_within(pthread_t thread, int64_t duration_tv); // an error numbe
 // the system has none; to be registered first, once a process.
 bool register_barrier_in_all_threads();
 bool barrier_in_all_threads();
+int lock_mutex_within(pthread_mutex_t& mutex, int64_t duration_tv); // an error number, or 0
 int create_thread_key(pthread_key_t& key, void (*destructor)(void*));
 
 } // namespace ostrum::os

@@ -1,6 +1,7 @@
 #include "os/os_calls.h"
 
 #include "os/no_cancellation.h"
+#include "os/signal_set.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -22,7 +23,7 @@ constexpr int64_t ns_per_s = 1'000'000'000;
 // A sandbox may refuse the call: time must go on even so, if in coarser steps.
 int64_t read_other_clock()
 {
-    constexpr int64_t ns_per_us = 1000;
+    constexpr int64_t ns_per_us = 1'000;
     timeval now{};
     gettimeofday(&now, nullptr);
     return static_cast<int64_t>(now.tv_sec) * ns_per_s + now.tv_usec * ns_per_us;
@@ -38,6 +39,17 @@ int64_t read_clock(clockid_t clock)
 timespec as_timespec(int64_t duration_tv)
 {
     return {static_cast<time_t>(duration_tv / ns_per_s), static_cast<long>(duration_tv % ns_per_s)};
+}
+
+// On the clock that nobody sets, where the build allows it: ThreadSanitizer knows only the older of the calls
+// that wait until then.
+timespec deadline_after(int64_t duration_tv)
+{
+#ifdef __SANITIZE_THREAD__
+    return as_timespec(realtime_ns() + duration_tv);
+#else
+    return as_timespec(monotonic_ns() + duration_tv);
+#endif
 }
 
 // A host that closed its standard descriptors must not find our files under their numbers.
@@ -72,7 +84,7 @@ bool wall_clock(timeval& now)
 
 time_t wall_seconds()
 {
-    return static_cast<time_t>(realtime_ns() / 1'000'000'000); // time() lags behind by a tick
+    return static_cast<time_t>(realtime_ns() / ns_per_s); // time() lags behind by a tick
 }
 
 bool local_time(time_t seconds, tm& fields)
@@ -170,9 +182,14 @@ int flush_stream(FILE* stream)
     return fflush(stream);
 }
 
-int lock_range(int fd, int command, struct flock& range)
+int lock_range(int fd, int command, short type, off_t offset, off_t length)
 {
     const no_cancellation guard;
+    struct flock range {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    range.l_start = offset;
+    range.l_len = length;
     return fcntl(fd, command, &range);
 }
 
@@ -265,9 +282,7 @@ bool signal_pending(int signal_number)
 void discard_pending_signal(int signal_number)
 {
     const no_cancellation guard;
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, signal_number);
+    const sigset_t set = signal_set({signal_number});
     const timespec at_once{};
     sigtimedwait(&set, nullptr, &at_once);
 }
@@ -311,13 +326,21 @@ int join_thread(pthread_t thread)
 int join_thread_within(pthread_t thread, int64_t duration_tv)
 {
     const no_cancellation guard;
-    // On the clock that nobody sets, where the build allows it: ThreadSanitizer knows the older call only.
+    const timespec until = deadline_after(duration_tv);
 #ifdef __SANITIZE_THREAD__
-    const timespec until = as_timespec(realtime_ns() + duration_tv);
     return pthread_timedjoin_np(thread, nullptr, &until);
 #else
-    const timespec until = as_timespec(monotonic_ns() + duration_tv);
     return pthread_clockjoin_np(thread, nullptr, CLOCK_MONOTONIC, &until);
+#endif
+}
+
+int lock_mutex_within(pthread_mutex_t& mutex, int64_t duration_tv)
+{
+    const timespec until = deadline_after(duration_tv);
+#ifdef __SANITIZE_THREAD__
+    return pthread_mutex_timedlock(&mutex, &until);
+#else
+    return pthread_mutex_clocklock(&mutex, CLOCK_MONOTONIC, &until);
 #endif
 }
 

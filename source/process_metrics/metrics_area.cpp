@@ -6,7 +6,7 @@
 
 #include "data_file/locks.h"
 #include "data_file/metric_words.h"
-#include "os/os_calls.h"
+#include "os/signal_set.h"
 #include "process_metrics/sampler.h"
 
 namespace ostrum {
@@ -14,21 +14,8 @@ namespace ostrum {
 namespace {
 
 // The handler of SIGHUP takes the metrics lock, so a thread that holds it must not be interrupted by it.
-class hangup_held_back {
-public:
-    hangup_held_back()
-    {
-        sigset_t hangup;
-        sigemptyset(&hangup);
-        sigaddset(&hangup, SIGHUP);
-        os::signal_mask(SIG_BLOCK, &hangup, &mask_before_);
-    }
-    ~hangup_held_back() { os::signal_mask(SIG_SETMASK, &mask_before_, nullptr); }
-    hangup_held_back(const hangup_held_back&) = delete;
-    hangup_held_back& operator=(const hangup_held_back&) = delete;
-
-private:
-    sigset_t mask_before_{};
+struct hangup_held_back {
+    os::signals_blocked hangup{SIGHUP};
 };
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "os/os_calls.h"
+#include "os/signal_set.h"
 #include "process_state/process_state.h"
 #include "util/diagnostics.h"
 #include "util/signal_safe_scope.h"
@@ -82,10 +83,7 @@ int32_t __set_signal_handler(int32_t signal_number, void (*handler)(int))
     struct sigaction action {};
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
-    sigemptyset(&action.sa_mask);
-    for (const int blocked : {SIGTERM, SIGINT, SIGCHLD}) {
-        sigaddset(&action.sa_mask, blocked);
-    }
+    action.sa_mask = os::signal_set({SIGTERM, SIGINT, SIGCHLD});
     const int result = os::install_signal_action(signal_number, action);
     if (result != 0) {
         // kept on purpose: no blank before the colon here and below.

@@ -6,6 +6,7 @@
 #include "data_file/data_file.h"
 #include "os/os_calls.h"
 #include "perf_log/context/context_list.h"
+#include "perf_log/context/context_lock.h"
 #include "perf_log/context/thread_slots.h"
 #include "perf_log/flush/lifecycle.h"
 #include "perf_log/flush/timed_flush.h"
@@ -70,9 +71,9 @@ bool create_context_slots(const startup_step&, settings&)
         return false;
     }
     if (debug_on(debug_general)) {
-        const auto address = reinterpret_cast<uintptr_t>(&release_at_thread_exit);
         debug_print("perf_log_init : TLS key[%#x] destroy func[%#x][%s]\n", context_key(),
-                    static_cast<uint32_t>(address), "release_at_thread_exit");
+                    low_address_bits(reinterpret_cast<const void*>(&release_at_thread_exit)),
+                    "release_at_thread_exit");
     }
     return true;
 }
@@ -96,6 +97,7 @@ bool open_data_file(const startup_step&, settings& out)
 bool prepare_context_list(const startup_step&, settings&)
 {
     initialise_context_list();
+    prepare_owned_locks();
     return true;
 }
 

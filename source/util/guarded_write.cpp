@@ -1,6 +1,7 @@
 #include "util/guarded_write.h"
 
 #include "os/os_calls.h"
+#include "os/signal_set.h"
 
 #include <algorithm>
 #include <atomic>
@@ -17,18 +18,10 @@ class write_signal_guard {
 public:
     write_signal_guard()
     {
-        sigset_t both;
-        sigemptyset(&both);
-        sigaddset(&both, SIGXFSZ);
-        sigaddset(&both, SIGPIPE);
-        os::signal_mask(SIG_BLOCK, &both, &mask_before_);
         // Pending before: it is the host's, which has it blocked, and stays.
         file_limit_was_pending_ = os::signal_pending(SIGXFSZ);
         closed_pipe_was_pending_ = os::signal_pending(SIGPIPE);
     }
-    ~write_signal_guard() { os::signal_mask(SIG_SETMASK, &mask_before_, nullptr); }
-    write_signal_guard(const write_signal_guard&) = delete;
-    write_signal_guard& operator=(const write_signal_guard&) = delete;
 
     // Takes out the signal that a write failing with this errno has raised.
     void discard_raised(int error) const
@@ -41,7 +34,7 @@ public:
     }
 
 private:
-    sigset_t mask_before_{};
+    const os::signals_blocked both_{SIGXFSZ, SIGPIPE};
     bool file_limit_was_pending_ = false;
     bool closed_pipe_was_pending_ = false;
 };

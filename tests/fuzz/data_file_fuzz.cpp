@@ -25,20 +25,6 @@
 
 using namespace ostrum;
 
-// Time stands still but for waits, which take none: how long anybody would have waited can be told.
-#ifndef __SANITIZE_THREAD__ // has the call itself
-extern "C" int pthread_mutex_clocklock(pthread_mutex_t* mutex, clockid_t /*clock*/, const timespec* until)
-{
-    const int result = pthread_mutex_trylock(mutex);
-    if (result != 0) {
-        const int64_t until_tv = int64_t{until->tv_sec} * 1'000'000'000 + until->tv_nsec;
-        fake_os::advance_monotonic(until_tv - fake_os::monotonic_tv());
-        return ETIMEDOUT;
-    }
-    return result;
-}
-#endif
-
 namespace {
 
 // ---- The file ----
@@ -425,7 +411,7 @@ void set_up(damaged_image& image, session& s)
 {
     fake_os::reset();
     fake_os::freeze_clock(1'768'480'200'000'000'000);
-    fake_os::freeze_monotonic();
+    fake_os::freeze_monotonic(); // waits take no time: how long anybody would have waited can be told
     fake_os::fail(fake_os::call::open_file, 1, ENOENT, true); // a damaged variable may switch traces on
     s = {{&image.fresh(), -1, nullptr}, nullptr, nullptr, nullptr};
     set_data_file_handle(&s.file);

@@ -5,7 +5,9 @@
 #include "os/os_calls.h"
 #include "process_state/process_state.h"
 #include "util/diagnostics.h"
+#include "util/look_until.h"
 #include "util/resources.h"
+#include "util/time_value.h"
 
 namespace ostrum {
 
@@ -20,8 +22,6 @@ struct list_entry {
 };
 
 constexpr size_t bucket_count = 256;
-constexpr int64_t exit_wait_step_tv = 1'000'000;
-constexpr int32_t exit_wait_steps = 1000; // a second in all
 
 // lip_list_mutex guards everything here.
 struct context_list {
@@ -169,7 +169,6 @@ void leave_inherited_contexts_alone()
 void initialise_context_list()
 {
     pthread_mutex_init(&the_list.mutex, nullptr);
-    prepare_owned_locks();
 }
 
 void empty_list_after_fork()
@@ -188,11 +187,9 @@ void empty_list_after_fork()
 
 bool close_context_list()
 {
-    for (int32_t step = 0; pthread_mutex_trylock(&the_list.mutex) == EBUSY; ++step) {
-        if (step == exit_wait_steps) {
-            return false;
-        }
-        os::sleep_ns(exit_wait_step_tv);
+    constexpr int32_t looks = 1000; // a second in all
+    if (!look_until(looks, tv_per_ms, [] { return pthread_mutex_trylock(&the_list.mutex) != EBUSY; })) {
+        return false;
     }
     the_list.closed = true;
     pthread_mutex_unlock(&the_list.mutex);

@@ -5,11 +5,13 @@
 #include <utility>
 
 #include "os/os_calls.h"
+#include "os/signal_set.h"
 #include "perf_log/output/alarm_file.h"
 #include "perf_log/output/trace_file.h"
 #include "process_state/process_state.h"
 #include "process_state/signals.h"
 #include "util/diagnostics.h"
+#include "util/time_value.h"
 
 namespace ostrum {
 
@@ -35,15 +37,11 @@ bool is_other_thread_of_this_process()
 // The host's handlers of these run in its own threads.
 void block_host_signals()
 {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int signal_number : {SIGALRM, SIGTERM, SIGINT, SIGUSR1, SIGUSR2, SIGCHLD}) {
-        sigaddset(&set, signal_number);
-    }
+    const sigset_t set = os::signal_set({SIGALRM, SIGTERM, SIGINT, SIGUSR1, SIGUSR2, SIGCHLD});
     os::signal_mask(SIG_BLOCK, &set, nullptr);
 }
 
-constexpr int64_t hurry_limit_tv = 1'000'000'000;
+constexpr int64_t hurry_limit_tv = tv_per_s;
 
 bool is_empty(const queued_work& work)
 {
