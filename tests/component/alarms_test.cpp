@@ -1,7 +1,10 @@
 // Slow operations: when an alarm is raised, what its record holds, and the files.
 #include "support/tracing_fixture.h"
 
+#include <memory>
 #include <thread>
+
+#include <gmock/gmock.h>
 
 #include "data_file/locks.h"
 #include "perf_log/flush/alarm_detection.h"
@@ -15,6 +18,9 @@
 extern "C" QEL_API void qellog_set_correlation(const char* text);
 
 using namespace ostrum;
+using fake_os::captured_stderr;
+using testing::AllOf;
+using testing::HasSubstr;
 
 class Alarms : public tracing_fixture {
 protected:
@@ -33,10 +39,9 @@ protected:
         }
         context().alarms = &entry_;
     }
-    static alarm_limit limit_of(int64_t threshold_tv, uint32_t flags, const char* severity = "SLOW",
-                                int32_t bytes = 0)
+    static alarm_limit limit_of(int64_t threshold_tv, uint32_t flags, const char* severity = "SLOW")
     {
-        alarm_limit limit{threshold_tv, 0, flags, bytes, ""};
+        alarm_limit limit{threshold_tv, 0, flags, 0, ""};
         snprintf(limit.severity, sizeof(limit.severity), "%s", severity);
         return limit;
     }
@@ -47,32 +52,21 @@ protected:
         fake_os::advance_clock(elapsed_tv);
         end({.opcode = 3});
     }
-    std::string text_of(const std::string& end) const
+    [[nodiscard]] std::string alarms() const { return dir_.text_of(".alarm.txt"); }
+
+    using alarm_owner = std::unique_ptr<alarm_record, void (*)(alarm_record*)>;
+    [[nodiscard]] alarm_owner one_level_record() const
     {
-        std::string text;
-        for (const std::string& file : dir_.files_ending(end)) {
-            text += temp_dir::read(file);
-        }
-        return text;
+        alarm_owner alarm(perf_create_alarm_object(1), release_alarm);
+        alarm->limit = &limit_;
+        alarm->pid = 7;
+        alarm->tid = 8;
+        strcpy(alarm->start_text, "from");
+        strcpy(alarm->end_text, "to");
+        return alarm;
     }
 
-    struct one_level_record {
-        one_level_record()
-        {
-            alarm->limit = &limit;
-            alarm->pid = 7;
-            alarm->tid = 8;
-            snprintf(alarm->start_text, sizeof(alarm->start_text), "from");
-            snprintf(alarm->end_text, sizeof(alarm->end_text), "to");
-        }
-        ~one_level_record() { release_alarm(alarm); }
-        one_level_record(const one_level_record&) = delete;
-        one_level_record& operator=(const one_level_record&) = delete;
-
-        alarm_limit limit = limit_of(ms, alarm_raised);
-        alarm_record* alarm = perf_create_alarm_object(1);
-    };
-
+    const alarm_limit limit_ = limit_of(ms, alarm_raised);
     alarm_entry entry_{};
 };
 
@@ -82,34 +76,38 @@ TEST_F(Alarms, TheNextTimeIsThatOfTheFirstLimitAhead)
     EXPECT_EQ(context().alarm_at, nullptr);
     start({.opcode = 3});
     const int64_t begun_tv = context().frames[0].start_tv;
-    const auto next_after = [&](int64_t elapsed_tv) {
-        const int64_t next_tv = alarm_bucket_get_next_time(&context(), begun_tv + elapsed_tv);
-        return next_tv == 0 ? 0 : next_tv - begun_tv;
+    const alarm_limit plain = limit_of(100 * ms, 1);
+    const alarm_limit recurring = limit_of(100 * ms, 1 | alarm_recurring);
+    const struct {
+        const char* name;
+        alarm_limit last; // behind those of 10 and 30 ms
+        int64_t elapsed_ms, next_ms;
+        int32_t current;
+    } cases[] = {
+        {"ahead", recurring, 9, 10, 0},
+        {"a limit that is reached is passed", recurring, 10, 30, 1},
+        {"the next whole multiple", recurring, 250, 300, 2},
+        {"a multiple that is reached is passed", recurring, 300, 400, 2},
+        {"all are passed", plain, 250, 0, 2},
+        {"nothing divides by zero", limit_of(0, alarm_recurring), 250, 0, 2},
+        {"never", limit_of(INT64_MAX, 1), 250, 0, 2},
     };
-    attach({limit_of(10 * ms, 1)});
-    EXPECT_EQ(next_after(0), 0) << "one limit is decided at the end";
-    EXPECT_EQ(context().alarm_at, &entry_.limits[0]);
-    settings_for_startup().alarm_log_at_limit = 1;
-    EXPECT_EQ(next_after(0), 10 * ms);
-
-    attach({limit_of(10 * ms, 1), limit_of(30 * ms, 1), limit_of(100 * ms, 1 | alarm_recurring)});
-    EXPECT_EQ(next_after(9 * ms), 10 * ms);
-    EXPECT_EQ(next_after(10 * ms), 30 * ms) << "a limit that is reached is passed";
-    EXPECT_EQ(context().alarm_at, &entry_.limits[1]);
-    EXPECT_EQ(next_after(250 * ms), 300 * ms) << "the next whole multiple";
-    EXPECT_EQ(next_after(300 * ms), 400 * ms);
-    entry_.limits[2].flags = 1;
-    EXPECT_EQ(next_after(250 * ms), 0);
-    EXPECT_EQ(context().alarm_at, &entry_.limits[2]);
-    entry_.limits[2] = limit_of(0, alarm_recurring);
-    EXPECT_EQ(next_after(250 * ms), 0) << "nothing divides by zero";
-    entry_.limits[2] = limit_of(INT64_MAX, 1);
-    EXPECT_EQ(next_after(250 * ms), 0) << "never";
-
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        attach({limit_of(10 * ms, 1), limit_of(30 * ms, 1), c.last});
+        const int64_t next_tv = alarm_bucket_get_next_time(&context(), begun_tv + c.elapsed_ms * ms);
+        EXPECT_EQ(next_tv, c.next_ms == 0 ? 0 : begun_tv + c.next_ms * ms);
+        EXPECT_EQ(context().alarm_at, &entry_.limits[c.current]);
+    }
     // Parts that were flushed while the call went on count.
     context().frames[0].own = {};
     context().frames[0].own.total_tv = 8 * ms;
-    EXPECT_EQ(next_after(3 * ms), 30 * ms - 8 * ms);
+    EXPECT_EQ(alarm_bucket_get_next_time(&context(), begun_tv + 3 * ms), begun_tv + 30 * ms - 8 * ms);
+    context().frames[0].own.total_tv = 0;
+    attach({limit_of(10 * ms, 1)});
+    EXPECT_EQ(alarm_bucket_get_next_time(&context(), begun_tv), 0) << "one limit is decided at the end";
+    settings_for_startup().alarm_log_at_limit = 1;
+    EXPECT_EQ(alarm_bucket_get_next_time(&context(), begun_tv), begun_tv + 10 * ms);
     context().alarms = nullptr;
     end({.opcode = 3});
 }
@@ -127,14 +125,12 @@ TEST_F(Alarms, AtTheEndTheLimitThatWasPassedCounts)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.elapsed_tv);
         attach({limit_of(10 * ms, 1, "FIRST"), limit_of(30 * ms, 1, "SECOND"), limit_of(50 * ms, 0, "NONE")});
-        start({.opcode = 3});
         context().alarm_at = &entry_.limits[c.current];
-        fake_os::advance_clock(c.elapsed_tv);
-        end({.opcode = 3});
-        const std::string added = text_of(".alarm.txt").substr(before.size());
+        run({.opcode = 3}, c.elapsed_tv);
+        const std::string added = alarms().substr(before.size());
         EXPECT_EQ(count_of(added, "=== ALARM_AT"), c.severity != nullptr ? 1 : 0);
-        EXPECT_NE(added.find(c.severity != nullptr ? "SEVERITY[" + std::string(c.severity) + "]" : ""),
-                  std::string::npos);
+        EXPECT_THAT(added,
+                    HasSubstr(c.severity != nullptr ? "SEVERITY[" + std::string(c.severity) + "]" : ""));
         before += added;
     }
 }
@@ -156,7 +152,7 @@ TEST_F(Alarms, BothFormsAreWrittenToTheLetter)
     };
     write(alarm_raised | alarm_full_stack);
     EXPECT_EQ(
-        text_of(".alarm.txt"),
+        alarms(),
         "=== ALARM_AT[2025/11/15 13:15:03.000000] TYPE[interim] ELAPSED[3.000000000] > S[2.500000000] "
         "MS[2500] SEVERITY[MAJOR] CORRELATION_ID[order 7]\n"
         "OPCODE(3)[op_three] STARTED_AT[2025/11/15 13:15:00.000000] FLAGS[0x2] FILENAME[host.c] LINENO[7] "
@@ -169,7 +165,7 @@ TEST_F(Alarms, BothFormsAreWrittenToTheLetter)
 
     write(alarm_raised | alarm_full_stack | alarm_tagged | alarm_log_flist);
     EXPECT_EQ(
-        text_of(".alarm.xml"),
+        dir_.text_of(".alarm.xml"),
         "<alarm type=\"interim\" alarm_t=\"1763212503.000000003\" alarm_time=\"15/11/2025 13:15:03.000000\" "
         "elapsed=\"3.000000000\" threshold=\"2.500000000\" severity=\"MAJOR\">\n"
         "  <correlation_id>order 7</correlation_id>\n"
@@ -201,20 +197,19 @@ TEST_F(Alarms, AnAlarmTellsOfTheWholeOperationHoweverItIsTraced)
     fake_os::advance_clock(5 * second);
     context().alarm_at = &entry_.limits[0];
     end({.opcode = 3});
-    std::string text = text_of(".alarm.txt");
+    const std::string text = alarms();
     EXPECT_EQ(count_of(text, "STARTED_AT[2025/11/15 13:15:00.000000]"), 2) << text;
-    EXPECT_NE(text.find("TYPE[final] ELAPSED[15.000000000]"), std::string::npos);
+    EXPECT_THAT(text, HasSubstr("TYPE[final] ELAPSED[15.000000000]"));
 
     set_variable("time_on", "0");
     run_slow(second);
-    EXPECT_EQ(text_of(".alarm.txt"), text) << "nothing was measured";
+    EXPECT_EQ(alarms(), text) << "nothing was measured";
     set_variable("flist_on", "2");
     start({.opcode = 3});
     fake_os::advance_clock(second);
     end({.opcode = 3, .name = "given_name", .file = "given.c", .line = 12});
-    text = text_of(".alarm.txt");
-    EXPECT_NE(text.find("OPCODE(3)[given_name] "), std::string::npos);
-    EXPECT_NE(text.find(" FILENAME[given.c] LINENO[12] "), std::string::npos);
+    EXPECT_THAT(alarms(),
+                AllOf(HasSubstr("OPCODE(3)[given_name] "), HasSubstr(" FILENAME[given.c] LINENO[12] ")));
 }
 
 TEST_F(Alarms, TheTimedFlushRaisesInterimAlarmsAndLooksForTheNextLimit)
@@ -223,16 +218,16 @@ TEST_F(Alarms, TheTimedFlushRaisesInterimAlarmsAndLooksForTheNextLimit)
     set_thread_slot(&context());
     start({.opcode = 3});
     context().next_alarm_tv = alarm_bucket_get_next_time(&context(), ostrum_now_tv());
-    for (const int64_t alarms : {0, 1, 1, 2, 2, 2, 3}) { // after 0, 10, 20 ... ms
+    for (const int64_t expected : {0, 1, 1, 2, 2, 2, 3}) { // after 0, 10, 20 ... ms
         timeout_handler_func("test");
-        EXPECT_EQ(count_of(text_of(".alarm.txt"), "TYPE[interim]"), alarms);
+        EXPECT_EQ(count_of(alarms(), "TYPE[interim]"), expected);
         fake_os::advance_clock(10 * ms);
     }
     context().alarm_at = nullptr;
     end({.opcode = 3});
     fake_os::advance_clock(second);
     timeout_handler_func("test"); // outside an operation
-    EXPECT_EQ(count_of(text_of(".alarm.txt"), "TYPE[interim]"), 3);
+    EXPECT_EQ(count_of(alarms(), "TYPE[interim]"), 3);
     set_thread_slot(nullptr);
 }
 
@@ -242,30 +237,24 @@ TEST_F(Alarms, TheInputListIsRecordedUpToItsLimit)
     qel_flist_t* list = qel_flist_create(&eb);
     const int32_t number = 4711;
     qeli_flist_set(list, QEL_FLD(QEL_TYPE_INT, 0x170), 0, &number, &eb);
-    char* whole = perf_flist_str(list, 0);
-    ASSERT_NE(whole, nullptr);
-    EXPECT_NE(strstr(whole, "4711"), nullptr);
-    const auto length = static_cast<int32_t>(strlen(whole));
-    const struct {
-        int32_t max_bytes;
-        std::string expected;
-    } cases[] = {{length, whole},
-                 {length - 1, std::string("Too big to print\n").substr(0, static_cast<size_t>(length) - 2)},
-                 {1, ""},
-                 {5, "Too "}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.max_bytes);
-        char* text = perf_flist_str(list, c.max_bytes);
-        EXPECT_EQ(text, c.expected);
+    const auto text_up_to = [&](int32_t max_bytes) {
+        char* text = perf_flist_str(list, max_bytes);
+        const std::string copy = text != nullptr ? text : "(null)";
         os::release(text);
-    }
+        return copy;
+    };
+    const std::string whole = text_up_to(0);
+    EXPECT_THAT(whole, HasSubstr("4711"));
+    const auto length = static_cast<int32_t>(whole.size());
+    EXPECT_EQ(text_up_to(length), whole);
+    EXPECT_EQ(text_up_to(length - 1), std::string("Too big to print\n").substr(0, whole.size() - 2));
+    EXPECT_EQ(text_up_to(5), "Too ");
+    EXPECT_EQ(text_up_to(1), "");
     EXPECT_EQ(perf_flist_str(nullptr, 0), nullptr);
     for (const int32_t bytes : {0, 100}) {
         fake_os::fail(fake_os::call::allocate, 1, ENOMEM);
-        EXPECT_NE(fake_os::captured_stderr([&] {
-                      EXPECT_EQ(perf_flist_str(list, bytes), nullptr);
-                  }).find("perf_flist_str : out of memory\n"),
-                  std::string::npos);
+        EXPECT_THAT(captured_stderr([&] { EXPECT_EQ(text_up_to(bytes), "(null)"); }),
+                    HasSubstr("perf_flist_str : out of memory\n"));
     }
 
     attach({limit_of(ms, alarm_raised | alarm_log_flist)});
@@ -274,8 +263,7 @@ TEST_F(Alarms, TheInputListIsRecordedUpToItsLimit)
     context().frames[0].in_flist = list;
     fake_os::advance_clock(2 * ms);
     end({.opcode = 3});
-    EXPECT_NE(text_of(".alarm.txt").find("\nINPUT_FLIST:\n" + std::string(whole)), std::string::npos);
-    os::release(whole);
+    EXPECT_THAT(alarms(), HasSubstr("\nINPUT_FLIST:\n" + whole));
     qel_flist_destroy(list, &eb);
 }
 
@@ -302,13 +290,13 @@ TEST_F(Alarms, AContextKeepsItsFileOpenAsConfigured)
     context().alarm_at = nullptr;
     end({.opcode = 3});
 
-    const one_level_record record;
+    const alarm_owner alarm = one_level_record();
     unique_fd slot;
-    perf_alarm_persist(&slot, record.alarm, 0);
+    perf_alarm_persist(&slot, alarm.get(), 0);
     const int kept = slot.get();
-    perf_alarm_persist(&slot, record.alarm, 0);
+    perf_alarm_persist(&slot, alarm.get(), 0);
     EXPECT_EQ(slot.get(), kept);
-    perf_alarm_persist(&slot, record.alarm, 1);
+    perf_alarm_persist(&slot, alarm.get(), 1);
     EXPECT_FALSE(static_cast<bool>(slot)) << "the caller asked for it";
     EXPECT_EQ(count_of(temp_dir::read(dir_.file("7_8.from.to.alarm.txt")), "=== ALARM"), 3);
 }
@@ -317,11 +305,11 @@ TEST_F(Alarms, TheSharedFileIsWrittenUnderItsLockAndClosed)
 {
     settings_for_startup().single_file = true;
     snprintf(settings_for_startup().single_file_base, path_bytes, "%s/all.7", dir_.path().c_str());
-    const one_level_record record;
+    const alarm_owner alarm = one_level_record();
     const std::string path = dir_.file("all.7.from.to.alarm.txt");
     unique_fd slot;
     __perf_data_file_lock(data_file_, DATA_FILE_LOCK_ALARM);
-    std::thread writer(perf_alarm_persist, &slot, record.alarm, 0);
+    std::thread writer(perf_alarm_persist, &slot, alarm.get(), 0);
     usleep(50'000);
     EXPECT_EQ(access(path.c_str(), F_OK), -1);
     __perf_data_file_unlock(data_file_, DATA_FILE_LOCK_ALARM);
@@ -330,16 +318,15 @@ TEST_F(Alarms, TheSharedFileIsWrittenUnderItsLockAndClosed)
     EXPECT_FALSE(static_cast<bool>(slot));
 
     const auto errors_of_one = [&] {
-        return fake_os::captured_stderr([&] { perf_alarm_persist(nullptr, record.alarm, 0); });
+        return captured_stderr([&] { perf_alarm_persist(nullptr, alarm.get(), 0); });
     };
     fake_os::fail(fake_os::call::open_file, 1, EACCES);
-    EXPECT_NE(
-        errors_of_one().find("perf_alarm_persist : failed opening alarm file[" + path + "] pid[7] tid[8]\n"),
-        std::string::npos);
+    EXPECT_THAT(errors_of_one(),
+                HasSubstr("perf_alarm_persist : failed opening alarm file[" + path + "] pid[7] tid[8]\n"));
     fake_os::fail(fake_os::call::write_file, 1, ENOSPC);
-    EXPECT_NE(errors_of_one().find("perf_alarm_persist : failed writing alarm"), std::string::npos);
-    snprintf(settings_for_startup().single_file_base, path_bytes, "%s", std::string(1010, 'q').c_str());
-    EXPECT_NE(errors_of_one().find("perf_alarm_persist : fpath overflow[qqq"), std::string::npos);
+    EXPECT_THAT(errors_of_one(), HasSubstr("perf_alarm_persist : failed writing alarm"));
+    memset(settings_for_startup().single_file_base, 'q', 1010);
+    EXPECT_THAT(errors_of_one(), HasSubstr("perf_alarm_persist : fpath overflow[qqq"));
 }
 
 TEST_F(Alarms, WithTheFlusherRecordsAreHandedOverAndWrittenNewestFirst)
@@ -350,26 +337,22 @@ TEST_F(Alarms, WithTheFlusherRecordsAreHandedOverAndWrittenNewestFirst)
     run_slow(2 * ms);
     run_slow(3 * ms);
     EXPECT_EQ(process_flush_record().alarm_count, 2);
-    EXPECT_EQ(text_of(".alarm.txt"), "");
+    EXPECT_EQ(alarms(), "");
     process_flush_record().terminate = 1;
-    const std::string debug = fake_os::captured_stderr([] {
-        set_debug_bits(debug_general | debug_detail);
-        perf_async_flusher(&process_flush_record());
-        set_debug_bits(0);
-    });
+    set_debug_bits(debug_general | debug_detail);
+    const std::string debug = captured_stderr([] { perf_async_flusher(&process_flush_record()); });
+    set_debug_bits(0);
     process_flush_record().terminate = 0;
     settings_for_startup().async_flushing = false;
-    const std::string text = text_of(".alarm.txt");
-    EXPECT_LT(text.find("ELAPSED[0.003000000]"), text.find("ELAPSED[0.002000000]"));
-    for (const char* label : {"perf_async_debug_alarm :", "ALARM NODE[0x", "Alarm type     : [final]",
-                              "OPCODE STACK - DEPTH[1] of [1]", "Sequence     : [1/2/2](LVL/TOP/SEQ)",
-                              "perf_alarm_persist : pid["}) {
-        EXPECT_NE(debug.find(label), std::string::npos) << label;
-    }
+    EXPECT_THAT(alarms(), testing::ContainsRegex("ELAPSED.0.003000000](.|\n)*ELAPSED.0.002000000]"));
+    EXPECT_THAT(debug,
+                AllOf(HasSubstr("perf_async_debug_alarm :"), HasSubstr("ALARM NODE[0x"),
+                      HasSubstr("Alarm type     : [final]"), HasSubstr("OPCODE STACK - DEPTH[1] of [1]"),
+                      HasSubstr("Sequence     : [1/2/2](LVL/TOP/SEQ)"),
+                      HasSubstr("perf_alarm_persist : pid[")));
 
     fake_os::fail(fake_os::call::allocate, 1, ENOMEM);
-    const std::string errors =
-        fake_os::captured_stderr([&] { write_alarm(&context(), &entry_.limits[0], nullptr, ms, 1); });
-    EXPECT_NE(errors.find("perf_create_alarm_object : failed allocating "), std::string::npos);
-    EXPECT_NE(errors.find("write_alarm : failed creating alarm\n"), std::string::npos);
+    EXPECT_THAT(captured_stderr([&] { write_alarm(&context(), &entry_.limits[0], nullptr, ms, 1); }),
+                AllOf(HasSubstr("perf_create_alarm_object : failed allocating "),
+                      HasSubstr("write_alarm : failed creating alarm\n")));
 }

@@ -133,6 +133,8 @@ TEST_F(data_file_locks_test, ALockHeldByADeadProcessIsGivenUpAndThenOnlyTried)
     set_lock_word(entry->lock.mutex, 0);
     update();
     EXPECT_EQ(entry->calls, 11U);
+    set_lock_word(entry->lock.mutex, 1);
+    EXPECT_GE(milliseconds(update), limit_ms) << "one that could be had is waited for again";
 
     set_lock_word(image().locks[DATA_FILE_LOCK_TABLES].mutex, 1);
     EXPECT_GE(milliseconds([&] { EXPECT_EQ(add_counter(2), nullptr); }), limit_ms);

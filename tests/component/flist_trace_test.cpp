@@ -3,9 +3,11 @@
 #include "support/tracing_fixture.h"
 
 #include <memory>
-#include <numeric>
+#include <regex>
 #include <sys/stat.h>
 #include <thread>
+
+#include <gmock/gmock.h>
 
 #include "data_file/locks.h"
 #include "flist_trace/flist_file.h"
@@ -14,15 +16,16 @@
 #include "host_access/bindings.h"
 #include "host_access/flist.h"
 #include "perf_log/flush/inside_opcode_flush.h"
+#include "perf_log/output/alarm_record.h"
 #include "perf_log/output/file_rename.h"
 #include "util/diagnostics.h"
 
-extern "C" {
-void qellog_set_correlation(const char* text);
-double nmu_decimal_to_double(const nmu_decimal_t* d);
-}
+extern "C" void qellog_set_correlation(const char* text);
 
 using namespace ostrum;
+using fake_os::captured_stderr;
+using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -62,21 +65,19 @@ protected:
     }
     [[nodiscard]] std::vector<std::string> logs() const { return dir_.files_ending(".flog.txt"); }
     // All of the logs, with the numbers of this process and thread replaced.
-    std::string text()
+    std::string text() { return shown(dir_.text_of(".flog.txt")); }
+    std::string shown(const std::string& all)
     {
-        std::string all;
-        for (const std::string& file : logs()) {
-            all += temp_dir::read(file);
-        }
-        return shown(all);
+        const std::regex ids(std::to_string(getpid()) + "/" + std::to_string(context().trace.tid));
+        return std::regex_replace(all, ids, "PID/TID");
     }
-    std::string shown(std::string all)
+    // What the body adds to the logs.
+    template <typename Body>
+    std::string added_by(Body body)
     {
-        const std::string ids = std::to_string(getpid()) + "/" + std::to_string(context().trace.tid);
-        for (size_t found = all.find(ids); found != std::string::npos; found = all.find(ids)) {
-            all.replace(found, ids.size(), "PID/TID");
-        }
-        return all;
+        const size_t before = text().size();
+        body();
+        return text().substr(before);
     }
 };
 
@@ -112,26 +113,24 @@ TEST_F(FlistTrace, BlocksAreWrittenToTheLetter)
     const list_owner input = list_with(search_text_field, "asked");
     const list_owner output = list_with(list_text_field, "found");
     run({.opcode = 5}, 0);
-    const size_t length_before = text().size();
-    start({.opcode = 7, .flags = 0x100, .flist = input.get()});
-    start({.opcode = 3, .name = "inner", .file = nullptr});
-    end({.opcode = 3, .name = "inner", .errnum = 6});
-    fake_os::advance_clock(50 * ms);
-    end({.opcode = 7, .end_flags = 4, .flist = output.get()});
+    EXPECT_THAT(text(), StartsWith(header));
     const std::string at = "] AT[2025/11/15 13:15:00.000000] PID/TID[PID/TID] LVL/TOP/SEQ[";
     const std::string later = "] AT[2025/11/15 13:15:00.050000] PID/TID[PID/TID] LVL/TOP/SEQ[";
     const std::string source = " SRC[host.c, 10] CORRELATION_ID[h:1:tester:1]";
-    const std::string parts[] = {
-        "== IN[op_search] FLAGS[0x100" + at + "1/2/2]" + source + "\n0x5000044 STR      [0] \"asked\"\n",
-        "== IN[inner] FLAGS[0" + at + "2/2/3] SRC[, 10] CORRELATION_ID[h:1:tester:1]\nNULL flist ptr\n",
-        "== OUT[inner] FLAGS[0" + at + "2/2/3]" + source + " TXN_CACHE[NO] ELAPSED[0.000000000]",
-        " ERROR_STATUS[6][error 6 (bad value), class 2 (application), location 10 (application)]\n",
-        "NULL flist ptr\n",
-        "== OUT[op_search] FLAGS[0" + later + "1/2/2]" + source + " TXN_CACHE[YES] ELAPSED[0.050000000]\n",
-        "0x50023fb STR      [0] \"found\"\n"};
-    EXPECT_EQ(text().find(header), 0U);
-    EXPECT_EQ(text().substr(length_before),
-              std::accumulate(std::begin(parts), std::end(parts), std::string()));
+    EXPECT_EQ(
+        added_by([&] {
+            start({.opcode = 7, .flags = 0x100, .flist = input.get()});
+            start({.opcode = 3, .name = "inner", .file = nullptr});
+            end({.opcode = 3, .name = "inner", .errnum = 6});
+            fake_os::advance_clock(50 * ms);
+            end({.opcode = 7, .end_flags = 4, .flist = output.get()});
+        }),
+        "== IN[op_search] FLAGS[0x100" + at + "1/2/2]" + source + "\n0x5000044 STR      [0] \"asked\"\n" +
+            "== IN[inner] FLAGS[0" + at + "2/2/3] SRC[, 10] CORRELATION_ID[h:1:tester:1]\nNULL flist ptr\n" +
+            "== OUT[inner] FLAGS[0" + at + "2/2/3]" + source + " TXN_CACHE[NO] ELAPSED[0.000000000]" +
+            " ERROR_STATUS[6][error 6 (bad value), class 2 (application), location 10 (application)]\n" +
+            "NULL flist ptr\n" + "== OUT[op_search] FLAGS[0" + later + "1/2/2]" + source +
+            " TXN_CACHE[YES] ELAPSED[0.050000000]\n" + "0x50023fb STR      [0] \"found\"\n");
 }
 
 TEST_F(FlistTrace, CacheHitsAreThoseOfCachedOperations)
@@ -151,11 +150,11 @@ TEST_F(FlistTrace, ElapsedTimesDependOnWhatIsTimed)
     for (const auto& [time_on, unknown] : unknown_times) {
         SCOPED_TRACE(time_on);
         trace("2", time_on);
-        const size_t before = text().size();
-        start({.opcode = 7});
-        run({.opcode = 3}, 20 * ms);
-        end({.opcode = 7});
-        const std::string added = text().substr(before);
+        const std::string added = added_by([this] {
+            start({.opcode = 7});
+            run({.opcode = 3}, 20 * ms);
+            end({.opcode = 7});
+        });
         EXPECT_EQ(count_of(added, "ELAPSED[timing-disabled]"), unknown);
         EXPECT_EQ(count_of(added, "ELAPSED[0.020000000]"), 2 - unknown);
     }
@@ -198,24 +197,20 @@ TEST_F(FlistTrace, ModeBitsDecideWhatIsWritten)
 TEST_F(FlistTrace, TheOutermostOperationDecidesForAllThatItCalls)
 {
     trace("2", "3", "3x,7");
-    start({.opcode = 3});
-    run({.opcode = 7}, ms);
-    end({.opcode = 3});
-    EXPECT_TRUE(logs().empty());
-    start({.opcode = 7});
-    run({.opcode = 3}, ms);
-    end({.opcode = 7});
-    EXPECT_EQ(count_of(text(), "== "), 4);
+    for (const int32_t outer : {3, 7}) {
+        start({.opcode = outer});
+        run({.opcode = 10 - outer}, ms);
+        end({.opcode = outer});
+        EXPECT_EQ(count_of(text(), "== "), outer == 3 ? 0 : 4);
+    }
     end({.opcode = 9, .name = "of nothing"}); // without a start
-    EXPECT_EQ(count_of(text(), "== OUT[of nothing] FLAGS[0] AT[2025/"), 1);
-    EXPECT_EQ(count_of(text(), "LVL/TOP/SEQ[0/"), 1);
+    EXPECT_THAT(text(), testing::ContainsRegex("== OUT.of nothing] FLAGS.0] AT.2025/.* LVL/TOP/SEQ.0/"));
 
     trace("2");
     for (int32_t opcode = -7; opcode < 0; ++opcode) {
         SCOPED_TRACE(opcode);
-        const size_t before = text().size();
-        run({.opcode = opcode}, ms);
-        EXPECT_EQ(count_of(text().substr(before), "== "), opcode >= -6 && opcode <= -4 ? 2 : 0);
+        EXPECT_EQ(count_of(added_by([&] { run({.opcode = opcode}, ms); }), "== "),
+                  opcode >= -6 && opcode <= -4 ? 2 : 0);
     }
 }
 
@@ -231,53 +226,70 @@ TEST_F(FlistTrace, EachPeriodHasItsFileAndOneThatCannotBeOpenedIsTriedAgain)
 
     fake_os::advance_clock(900 * second);
     ASSERT_EQ(mkdir(next.c_str(), 0700), 0);
-    const std::string said = fake_os::captured_stderr([this] { run({.opcode = 3}, ms); });
-    EXPECT_EQ(count_of(said, "open_flist_file : failed opening flist log file[" + next + "] for pid[" + pid +
-                                 "] tid[" + tid + "]\n"),
-              1);
+    EXPECT_THAT(captured_stderr([this] { run({.opcode = 3}, ms); }),
+                HasSubstr("open_flist_file : failed opening flist log file[" + next + "] for pid[" + pid +
+                          "] tid[" + tid + "]\n"));
     ASSERT_EQ(rmdir(next.c_str()), 0);
     run({.opcode = 3}, ms);
     run({.opcode = 3}, ms);
     EXPECT_EQ(count_of(temp_dir::read(first), "== "), 2);
-    EXPECT_EQ(temp_dir::read(next).find(header), 0U);
+    EXPECT_THAT(temp_dir::read(next), StartsWith(header));
     EXPECT_EQ(count_of(temp_dir::read(next), "== "), 4);
 }
 
 TEST_F(FlistTrace, StandardOutputShowsWhoseLinesTheyAre)
 {
-    trace("3");
     settings_for_startup().flist_log_to_stdout = 1;
     testing::internal::CaptureStdout();
-    printf("from the host;"); // not flushed by it
-    run({.opcode = 3}, ms);
-    trace("1");
-    run({.opcode = 3}, ms);
-    trace("0");
-    run({.opcode = 3}, ms); // closes the log, not the stream
+    printf("from the host;");                  // not flushed by it
+    for (const char* mode : {"3", "1", "0"}) { // the last one closes the log, not the stream
+        trace(mode);
+        run({.opcode = 3}, ms);
+    }
     printf("from the host again");
     const std::string out = shown(testing::internal::GetCapturedStdout());
-    EXPECT_EQ(out.find("from the host;== IN["), 0U);
-    EXPECT_EQ(count_of(out, "Timestamp"), 0);
-    EXPECT_EQ(count_of(out, "13:15:00.001000 (PID/TID)      0.000000000  "), 1);
-    EXPECT_EQ(count_of(out, "13:15:00.002000 (PID/TID)      0.001000000  host.c      <opcode_end "), 1);
-    EXPECT_NE(out.find(">\nfrom the host again"), std::string::npos);
+    EXPECT_THAT(
+        out, testing::AllOf(StartsWith("from the host;== IN["), testing::Not(HasSubstr("Timestamp")),
+                            HasSubstr("13:15:00.001000 (PID/TID)      0.000000000  "),
+                            HasSubstr("13:15:00.002000 (PID/TID)      0.001000000  host.c      <opcode_end "),
+                            testing::EndsWith(">\nfrom the host again")));
     EXPECT_TRUE(logs().empty());
 }
 
+// By field number: flags, operation, line; its name, program, file and object type; what it calls; time,
+// errors, records, calls, user and system time.
+const std::string timings = R"(0x9000376 ARRAY    [0]
+    0x1000034 INT      [0] 256
+    0x1000170 INT      [0] 7
+    0x10f44ad INT      [0] 10
+    0x5000011 STR      [0] "op_search"
+    0x5000043 STR      [0] "tester"
+    0x50001f4 STR      [0] "host.c"
+    0x500233b STR      [0] "/thing"
+    0x9000376 ARRAY    [0]
+        0x1000034 INT      [0] 0
+        0x1000170 INT      [0] 3
+        0x10f44ad INT      [0] 10
+        0x5000011 STR      [0] "inner"
+        0x5000043 STR      [0] "tester"
+        0x50001f4 STR      [0] "host.c"
+        0x500233b STR      [0] "/thing"
+        0xe0f44ae DECIMAL  [0] 0.05
+        0xe0f44b7 DECIMAL  [0] 1
+        0xe0f44b8 DECIMAL  [0] 2
+        0xe0f44b9 DECIMAL  [0] 2
+        0xe0f44bb DECIMAL  [0] 0
+        0xe0f44bc DECIMAL  [0] 0
+    0xe0f44ae DECIMAL  [0] 0.05
+    0xe0f44b7 DECIMAL  [0] 0
+    0xe0f44b8 DECIMAL  [0] 9
+    0xe0f44b9 DECIMAL  [0] 1
+    0xe0f44bb DECIMAL  [0] 0
+    0xe0f44bc DECIMAL  [0] 0
+)";
+
 class PerfFlist : public FlistTrace {
 protected:
-    template <typename Value>
-    static Value* value_of(qel_flist_t* element, uint32_t field, int32_t index = 0)
-    {
-        qel_errbuf_t eb{};
-        auto* value = static_cast<Value*>(p_flist_fld_get(element, field, index, 0, &eb));
-        EXPECT_NE(value, nullptr) << std::hex << field;
-        return value;
-    }
-    static double decimal_of(qel_flist_t* element, uint32_t field)
-    {
-        return nmu_decimal_to_double(value_of<nmu_decimal_t>(element, field));
-    }
     // An operation that calls two others, with the per-operation tree on.
     void run_single(qel_flist_t* output)
     {
@@ -298,25 +310,12 @@ TEST_F(PerfFlist, TimingsReturnInTheOutputList)
         set_variable("time_on", time_on);
         const list_owner output = list_with(list_text_field, "the host's own");
         run_single(output.get());
-        auto* outer =
-            value_of<qel_flist_t>(value_of<qel_flist_t>(output.get(), perf_flist_field), perf_nodes_field);
-        EXPECT_EQ(*value_of<int32_t>(outer, perf_opcode_field), 7);
-        EXPECT_STREQ(value_of<char>(outer, perf_opname_field), "op_search");
-        EXPECT_STREQ(value_of<char>(outer, perf_program_field), "tester");
-        EXPECT_STREQ(value_of<char>(outer, perf_obj_type_field), "/thing");
-        EXPECT_STREQ(value_of<char>(outer, perf_fname_field), "host.c");
-        EXPECT_EQ(*value_of<int32_t>(outer, perf_lineno_field), 10);
-        EXPECT_EQ(*value_of<int32_t>(outer, perf_flags_field), 0x100);
-        const std::pair<uint32_t, double> decimals[] = {{perf_total_field, 0.05}, {perf_calls_field, 1},
-                                                        {perf_errors_field, 0},   {perf_recs_field, 9},
-                                                        {perf_user_cpu_field, 0}, {perf_sys_cpu_field, 0}};
-        for (const auto& [field, value] : decimals) {
-            EXPECT_DOUBLE_EQ(decimal_of(outer, field), value);
-        }
-        auto* inner = value_of<qel_flist_t>(outer, perf_nodes_field);
-        EXPECT_STREQ(value_of<char>(inner, perf_opname_field), "inner");
-        EXPECT_EQ(decimal_of(inner, perf_calls_field), 2);
-        EXPECT_EQ(decimal_of(inner, perf_errors_field), 1);
+        qel_errbuf_t eb{};
+        auto* own = static_cast<qel_flist_t*>(p_flist_fld_get(output.get(), perf_flist_field, 0, 0, &eb));
+        char* text = perf_flist_str(own, 0);
+        ASSERT_NE(text, nullptr);
+        EXPECT_EQ(text, timings);
+        os::release(text);
     }
 }
 
@@ -325,51 +324,48 @@ TEST_F(PerfFlist, WithoutAnOutputListItIsShownWhenDebugging)
     for (const int32_t debug : {0, 1}) {
         set_debug_bits(debug);
         testing::internal::CaptureStdout();
-        const std::string said = fake_os::captured_stderr([this] { run_single(nullptr); });
-        const std::string out = testing::internal::GetCapturedStdout();
-        EXPECT_EQ(out.find("flist for opcode with no output flist:\n0x9000376 ") == 0, debug == 1) << out;
+        const std::string said = captured_stderr([this] { run_single(nullptr); });
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  debug == 1 ? "flist for opcode with no output flist:\n" + timings : "");
         EXPECT_EQ(count_of(said, "build_perf_flist: single opcode trace output len["), 2 * debug); // per tree
-        EXPECT_EQ(count_of(out + said, "op_search"), 2 * debug);
     }
 }
 
 TEST_F(PerfFlist, FailuresOfTheHostAreReported)
 {
-    std::string said = fake_os::captured_stderr([] { EXPECT_EQ(build_perf_flist(nullptr, nullptr, 1), 0); });
-    EXPECT_EQ(count_of(said, "build_perf_flist: flist ptr is NULL\n"), 1);
+    EXPECT_THAT(captured_stderr([] { EXPECT_EQ(build_perf_flist(nullptr, nullptr, 1), 0); }),
+                HasSubstr("build_perf_flist: flist ptr is NULL\n"));
     const list_owner output = list_with(list_text_field, "");
     bound_host_services().flist_set = [](auto*, uint32_t, int32_t, auto*, auto* eb) { eb->errnum = 6; };
-    said = fake_os::captured_stderr([&] { run_single(output.get()); });
-    EXPECT_EQ(count_of(said, "build_perf_flist : failed - error 6 (bad value)"), 1) << said;
+    EXPECT_EQ(count_of(captured_stderr([&] { run_single(output.get()); }),
+                       "build_perf_flist : failed - error 6 (bad value)"),
+              1);
 }
 
 TEST_F(FlistTrace, FinishedFilesAreRenamedOnlyToFreeNames)
 {
     const std::string source = dir_.write("source", "text");
     const std::string none = dir_.file("none");
-    struct refused_case {
-        std::string source, target;
-        int32_t result;
-        std::string message;
-    };
-    for (const refused_case& c :
-         {refused_case{"", "x", -1, "source filename is empty\n"},
-          {source, "", -2, "target filename is empty\n"},
-          {none, "x", -3, "source filename[" + none + "] doesn't exist\n"},
-          {source, source, -4, "target filename[" + source + "] already exists\n"},
-          {source, dir_.path(), -4, "target filename[" + dir_.path() + "] already exists\n"}}) {
-        SCOPED_TRACE(c.message);
-        const std::string said = fake_os::captured_stderr([&] {
-            EXPECT_EQ(check_file_rename(c.source.c_str(), c.target.c_str()), c.result);
-            EXPECT_EQ(__rename_trace_file(data_file_, c.source.c_str(), c.target.c_str()), 0);
+    const std::string directory = dir_.path();
+    const std::tuple<std::string, std::string, int32_t, std::string> refused[] = {
+        {"", "x", -1, "source filename is empty\n"},
+        {source, "", -2, "target filename is empty\n"},
+        {none, "x", -3, "source filename[" + none + "] doesn't exist\n"},
+        {source, source, -4, "target filename[" + source + "] already exists\n"},
+        {source, directory, -4, "target filename[" + directory + "] already exists\n"}};
+    for (const auto& [from, to, result, message] : refused) {
+        int32_t checked = 0;
+        const std::string said = captured_stderr([&, f = from.c_str(), t = to.c_str()] {
+            checked = check_file_rename(f, t);
+            EXPECT_EQ(__rename_trace_file(data_file_, f, t), 0);
         });
-        EXPECT_EQ(count_of(said, "check_file_rename: " + c.message), 2) << said;
+        EXPECT_EQ(checked, result);
+        EXPECT_EQ(count_of(said, "check_file_rename: " + message), 2) << said;
     }
     const std::string nowhere = dir_.file("no/target");
-    const std::string said = fake_os::captured_stderr(
-        [&] { EXPECT_EQ(__rename_trace_file(nullptr, source.c_str(), nowhere.c_str()), -1); });
-    EXPECT_EQ(count_of(said, "file_rename: failed renaming[" + source + "] -> [" + nowhere + "] - errno[2]("),
-              1);
+    EXPECT_THAT(captured_stderr(
+                    [&] { EXPECT_EQ(__rename_trace_file(nullptr, source.c_str(), nowhere.c_str()), -1); }),
+                HasSubstr("file_rename: failed renaming[" + source + "] -> [" + nowhere + "] - errno[2]("));
     EXPECT_EQ(__rename_trace_file(data_file_, source.c_str(), none.c_str()), 0);
     EXPECT_EQ(temp_dir::read(none), "text");
     EXPECT_EQ(access(source.c_str(), F_OK), -1);

@@ -117,7 +117,7 @@ TEST_F(TimedFlush, WritesWhatIsDueAndAsksWhereTheContextIsBusy)
 
 TEST_F(TimedFlush, ClosesThePeriodOfIdleContexts)
 {
-    fake_os::advance_clock(15 * 60 * second);
+    fake_os::advance_clock(900 * second);
     settings_for_startup().status_check_tv = 3600 * second;
     contexts_[1]->next_status_check_tv = ostrum_now_tv() + second; // its own look at the period is not due
     log(*contexts_[1], 5, op_phase::start);

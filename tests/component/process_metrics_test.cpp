@@ -271,13 +271,14 @@ TEST_F(process_metrics_test, ADataManagerIsPublishedWithOrWithoutASample)
     uint64_t own[18];
     std::iota(std::begin(own), std::end(own), 8);
     const struct {
-        bool due, data_manager;
         uint64_t updates; // so far
-        bool sampled;     // the area holds a sample
-    } steps[] = {
-        {true, false, 1, true}, {false, false, 1, true}, {false, true, 2, false},
-        {true, true, 3, true},  {true, false, 4, true},
-    };
+        bool due, data_manager;
+        bool sampled; // the area holds a sample
+    } steps[] = {{1, true, false, true},
+                 {1, false, false, true},
+                 {2, false, true, false},
+                 {3, true, true, true},
+                 {4, true, false, true}};
     const auto has_own_words = [&] { return std::equal(std::begin(own), std::end(own), words() + 8); };
     for (const auto& step : steps) {
         SCOPED_TRACE(&step - steps);
