@@ -21,7 +21,8 @@ struct lock_slot {
     pthread_mutex_t mutex; // mutex method: process-shared
     const char* name;      // address in the initialising process; diagnostics only, never followed
 };
-static_assert(sizeof(lock_slot) == 64 && offsetof(lock_slot, mutex) == 16);
+static_assert(sizeof(lock_slot) == 64 && offsetof(lock_slot, offset) == 8);
+static_assert(offsetof(lock_slot, mutex) == 16 && offsetof(lock_slot, name) == 56);
 
 struct counter_entry {
     lock_slot lock;
@@ -40,7 +41,14 @@ struct counter_entry {
     uint64_t s_cpu_t; // ns
     int64_t db_number;
 };
-static_assert(sizeof(counter_entry) == 656 && offsetof(counter_entry, db_number) == 648);
+static_assert(sizeof(counter_entry) == 656);
+static_assert(offsetof(counter_entry, opname) == 64 && offsetof(counter_entry, program) == 192);
+static_assert(offsetof(counter_entry, fname) == 320 && offsetof(counter_entry, obj_type) == 448);
+static_assert(offsetof(counter_entry, opcode) == 576 && offsetof(counter_entry, opflags) == 584);
+static_assert(offsetof(counter_entry, lineno) == 592 && offsetof(counter_entry, recs) == 600);
+static_assert(offsetof(counter_entry, calls) == 608 && offsetof(counter_entry, errors) == 616);
+static_assert(offsetof(counter_entry, total_t) == 624 && offsetof(counter_entry, u_cpu_t) == 632);
+static_assert(offsetof(counter_entry, s_cpu_t) == 640 && offsetof(counter_entry, db_number) == 648);
 
 struct variable_entry {
     lock_slot lock;
@@ -48,6 +56,7 @@ struct variable_entry {
     char value[variable_value_bytes];
 };
 static_assert(sizeof(variable_entry) == 1216);
+static_assert(offsetof(variable_entry, name) == 64 && offsetof(variable_entry, value) == 192);
 
 struct error_entry {
     int64_t dbno;
@@ -60,12 +69,47 @@ struct error_entry {
     uint64_t errcnt;
 };
 static_assert(sizeof(error_entry) == 304);
+static_assert(offsetof(error_entry, dbno) == 0 && offsetof(error_entry, opcode) == 8);
+static_assert(offsetof(error_entry, opname) == 16 && offsetof(error_entry, program) == 144);
+static_assert(offsetof(error_entry, err_class) == 272 && offsetof(error_entry, location) == 280);
+static_assert(offsetof(error_entry, errnum) == 288 && offsetof(error_entry, errcnt) == 296);
 
-struct process_metrics_area {
-    uint64_t words[26];
+// The words of the process metrics, in the order of the file. From dbno_word on they are the data manager's
+// own.
+enum metric_word : size_t {
+    counter_word, // updates
+    u_cpu_word,   // ns
+    s_cpu_word,   // ns
+    rss_bytes_word,
+    mem_bytes_word,
+    children_word,
+    threads_word,
+    is_dm_word, // survives every reset
+    dbno_word,
+    shm_size_word,
+    shm_used_word,
+    shm_max_used_word,
+    big_size_word,
+    big_used_word,
+    big_max_used_word,
+    big_chunks_word,
+    trans_op_word,
+    trans_queued_word,
+    trans_max_word,
+    ops_done_total_word,
+    ops_error_total_word,
+    trans_done_total_word,
+    trans_error_total_word,
+    fe_connects_word,
+    fe_connects_total_word,
+    fe_connects_error_total_word,
+    metric_word_count
 };
 
-inline constexpr size_t is_dm_word = 7; // survives every reset
+struct process_metrics_area {
+    uint64_t words[metric_word_count];
+};
+static_assert(sizeof(process_metrics_area) == 208);
 
 struct data_file_image {
     char signature[32];
@@ -82,11 +126,12 @@ struct data_file_image {
     process_metrics_area metrics;
 };
 static_assert(offsetof(data_file_image, locks) == 32);
-static_assert(offsetof(data_file_image, pid) == 352);
+static_assert(offsetof(data_file_image, pid) == 352 && offsetof(data_file_image, reserved) == 360);
 static_assert(offsetof(data_file_image, counters) == 368);
 static_assert(offsetof(data_file_image, counter_count) == 2'687'344);
 static_assert(offsetof(data_file_image, variables) == 2'687'352);
 static_assert(offsetof(data_file_image, variable_count) == 3'309'944);
+static_assert(offsetof(data_file_image, variables_modified_tv) == 3'309'952);
 static_assert(offsetof(data_file_image, errors) == 3'309'960);
 static_assert(offsetof(data_file_image, error_count) == 5'800'328);
 static_assert(offsetof(data_file_image, metrics) == 5'800'336);

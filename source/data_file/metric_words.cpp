@@ -17,11 +17,10 @@ enum class update_rule : int32_t {
 
 update_rule rule_of(size_t word)
 {
-    constexpr size_t last_added_word = 2;
-    if (word == 0) {
+    if (word == counter_word) {
         return update_rule::count;
     }
-    if (word <= last_added_word) {
+    if (word <= s_cpu_word) {
         return update_rule::add;
     }
     return word < is_dm_word ? update_rule::replace : update_rule::replace_dm;

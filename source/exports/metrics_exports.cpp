@@ -1,10 +1,10 @@
 // The exported entries of ostrum_data.h for process metrics.
+#include "exports/seconds_text.h"
 #include "ostrum_data.h"
 #include "process_metrics/metrics_area.h"
 #include "util/diagnostics.h"
 #include "util/errno_keeper.h"
 #include "util/resources.h"
-#include "util/time_value.h"
 
 using ostrum::process_metrics_area;
 
@@ -16,15 +16,10 @@ int64_t metric(const ostrum_proc_metrics* record, size_t word)
     return area != nullptr ? static_cast<int64_t>(area->words[word]) : 0;
 }
 
-char* metric_time(const ostrum_proc_metrics* record, size_t word, char* buf, int32_t len)
+char* metric_seconds(const ostrum_proc_metrics* record, size_t word, char* buf, int32_t len)
 {
-    if (record != nullptr) {
-        return ostrum_fmt_tv(metric(record, word), buf, len, ostrum::format_seconds_ns);
-    }
-    if (buf != nullptr && len > 0) {
-        buf[0] = '\0';
-    }
-    return buf;
+    const int64_t value_tv = metric(record, word);
+    return ostrum::seconds_text(record != nullptr ? &value_tv : nullptr, buf, len);
 }
 
 } // namespace
@@ -90,42 +85,35 @@ void ostrum_proc_metrics_reset(rt_info* file)
     rt_process_metrics_reset(file);
 }
 
-// In the order of the words.
-#define METRIC(word, name)                                                                                   \
-    int64_t ostrum_proc_metrics_get_##name(const ostrum_proc_metrics* record)                                \
-    {                                                                                                        \
-        return metric(record, word);                                                                         \
-    }
-#define METRIC_TIME(word, name)                                                                              \
-    METRIC(word, name)                                                                                       \
-    char* ostrum_proc_metrics_get_##name##_str(const ostrum_proc_metrics* record, char* buf, int32_t len)    \
-    {                                                                                                        \
-        return metric_time(record, word, buf, len);                                                          \
-    }
+// One line each, in the order of the words.
+// clang-format off
+int64_t ostrum_proc_metrics_get_counter(const ostrum_proc_metrics* record) { return metric(record, ostrum::counter_word); }
+int64_t ostrum_proc_metrics_get_u_cpu(const ostrum_proc_metrics* record) { return metric(record, ostrum::u_cpu_word); }
+int64_t ostrum_proc_metrics_get_s_cpu(const ostrum_proc_metrics* record) { return metric(record, ostrum::s_cpu_word); }
+int64_t ostrum_proc_metrics_get_rss_bytes(const ostrum_proc_metrics* record) { return metric(record, ostrum::rss_bytes_word); }
+int64_t ostrum_proc_metrics_get_mem_bytes(const ostrum_proc_metrics* record) { return metric(record, ostrum::mem_bytes_word); }
+int64_t ostrum_proc_metrics_get_children(const ostrum_proc_metrics* record) { return metric(record, ostrum::children_word); }
+int64_t ostrum_proc_metrics_get_threads(const ostrum_proc_metrics* record) { return metric(record, ostrum::threads_word); }
+int64_t ostrum_proc_metrics_get_is_dm(const ostrum_proc_metrics* record) { return metric(record, ostrum::is_dm_word); }
+int64_t ostrum_proc_metrics_get_dbno(const ostrum_proc_metrics* record) { return metric(record, ostrum::dbno_word); }
+int64_t ostrum_proc_metrics_get_shm_size(const ostrum_proc_metrics* record) { return metric(record, ostrum::shm_size_word); }
+int64_t ostrum_proc_metrics_get_shm_used(const ostrum_proc_metrics* record) { return metric(record, ostrum::shm_used_word); }
+int64_t ostrum_proc_metrics_get_shm_max_used(const ostrum_proc_metrics* record) { return metric(record, ostrum::shm_max_used_word); }
+int64_t ostrum_proc_metrics_get_big_size(const ostrum_proc_metrics* record) { return metric(record, ostrum::big_size_word); }
+int64_t ostrum_proc_metrics_get_big_used(const ostrum_proc_metrics* record) { return metric(record, ostrum::big_used_word); }
+int64_t ostrum_proc_metrics_get_big_max_used(const ostrum_proc_metrics* record) { return metric(record, ostrum::big_max_used_word); }
+int64_t ostrum_proc_metrics_get_big_chunks(const ostrum_proc_metrics* record) { return metric(record, ostrum::big_chunks_word); }
+int64_t ostrum_proc_metrics_get_trans_op(const ostrum_proc_metrics* record) { return metric(record, ostrum::trans_op_word); }
+int64_t ostrum_proc_metrics_get_trans_queued(const ostrum_proc_metrics* record) { return metric(record, ostrum::trans_queued_word); }
+int64_t ostrum_proc_metrics_get_trans_max(const ostrum_proc_metrics* record) { return metric(record, ostrum::trans_max_word); }
+int64_t ostrum_proc_metrics_get_ops_done_total(const ostrum_proc_metrics* record) { return metric(record, ostrum::ops_done_total_word); }
+int64_t ostrum_proc_metrics_get_ops_error_total(const ostrum_proc_metrics* record) { return metric(record, ostrum::ops_error_total_word); }
+int64_t ostrum_proc_metrics_get_trans_done_total(const ostrum_proc_metrics* record) { return metric(record, ostrum::trans_done_total_word); }
+int64_t ostrum_proc_metrics_get_trans_error_total(const ostrum_proc_metrics* record) { return metric(record, ostrum::trans_error_total_word); }
+int64_t ostrum_proc_metrics_get_fe_connects(const ostrum_proc_metrics* record) { return metric(record, ostrum::fe_connects_word); }
+int64_t ostrum_proc_metrics_get_fe_connects_total(const ostrum_proc_metrics* record) { return metric(record, ostrum::fe_connects_total_word); }
+int64_t ostrum_proc_metrics_get_fe_connects_error_total(const ostrum_proc_metrics* record) { return metric(record, ostrum::fe_connects_error_total_word); }
 
-METRIC(0, counter)
-METRIC_TIME(1, u_cpu)
-METRIC_TIME(2, s_cpu)
-METRIC(3, rss_bytes)
-METRIC(4, mem_bytes)
-METRIC(5, children)
-METRIC(6, threads)
-METRIC(7, is_dm)
-METRIC(8, dbno)
-METRIC(9, shm_size)
-METRIC(10, shm_used)
-METRIC(11, shm_max_used)
-METRIC(12, big_size)
-METRIC(13, big_used)
-METRIC(14, big_max_used)
-METRIC(15, big_chunks)
-METRIC(16, trans_op)
-METRIC(17, trans_queued)
-METRIC(18, trans_max)
-METRIC(19, ops_done_total)
-METRIC(20, ops_error_total)
-METRIC(21, trans_done_total)
-METRIC(22, trans_error_total)
-METRIC(23, fe_connects)
-METRIC(24, fe_connects_total)
-METRIC(25, fe_connects_error_total)
+char* ostrum_proc_metrics_get_u_cpu_str(const ostrum_proc_metrics* record, char* buf, int32_t len) { return metric_seconds(record, ostrum::u_cpu_word, buf, len); }
+char* ostrum_proc_metrics_get_s_cpu_str(const ostrum_proc_metrics* record, char* buf, int32_t len) { return metric_seconds(record, ostrum::s_cpu_word, buf, len); }
+// clang-format on

@@ -3,8 +3,8 @@
 #include "data_file/errors.h"
 #include "data_file/snapshot.h"
 #include "data_file/variables.h"
+#include "exports/seconds_text.h"
 #include "ostrum_data.h"
-#include "util/time_value.h"
 
 namespace {
 
@@ -40,27 +40,21 @@ const variable_entry* entry(const ostrum_variable* record)
 
 // A word of a record, in the type of its getter; 0 for a null record.
 template <typename Result, typename Record, typename Entry, typename Word>
-Result word(const Record* record, Word Entry::*field)
+Result word_of(const Record* record, Word Entry::*field)
 {
     return record != nullptr ? static_cast<Result>(entry(record)->*field) : Result{0};
 }
 
 template <typename Record, typename Entry, size_t N>
-const char* text(const Record* record, char (Entry::*field)[N])
+const char* text_of(const Record* record, char (Entry::*field)[N])
 {
     return record != nullptr ? entry(record)->*field : "";
 }
 
-char* time(const ostrum_counter* record, uint64_t counter_entry::*field, char* buf, int32_t len)
+char* seconds_of(const ostrum_counter* record, uint64_t counter_entry::*field, char* buf, int32_t len)
 {
-    if (record != nullptr) {
-        return ostrum_fmt_tv(static_cast<int64_t>(entry(record)->*field), buf, len,
-                             ostrum::format_seconds_ns);
-    }
-    if (buf != nullptr && len > 0) {
-        buf[0] = '\0';
-    }
-    return buf;
+    const auto value_tv = word_of<int64_t>(record, field);
+    return ostrum::seconds_text(record != nullptr ? &value_tv : nullptr, buf, len);
 }
 
 } // namespace
@@ -121,61 +115,35 @@ int32_t ostrum_variable_set(rt_info* file, const char* name, const char* value)
     return perf_data_file_var_set(file, nullptr, name, value);
 }
 
-#define COUNTER_WORD(type, name, field)                                                                      \
-    type ostrum_counter_get_##name(const ostrum_counter* record)                                             \
-    {                                                                                                        \
-        return word<type>(record, &counter_entry::field);                                                    \
-    }
-#define COUNTER_TEXT(name)                                                                                   \
-    const char* ostrum_counter_get_##name(const ostrum_counter* record)                                      \
-    {                                                                                                        \
-        return text(record, &counter_entry::name);                                                           \
-    }
-#define COUNTER_TIME(name)                                                                                   \
-    COUNTER_WORD(int64_t, name, name)                                                                        \
-    char* ostrum_counter_get_##name##_str(const ostrum_counter* record, char* buf, int32_t len)              \
-    {                                                                                                        \
-        return time(record, &counter_entry::name, buf, len);                                                 \
-    }
-#define ERROR_WORD(type, name, field)                                                                        \
-    type ostrum_error_get_##name(const ostrum_error* record)                                                 \
-    {                                                                                                        \
-        return word<type>(record, &error_entry::field);                                                      \
-    }
-#define ERROR_TEXT(name)                                                                                     \
-    const char* ostrum_error_get_##name(const ostrum_error* record)                                          \
-    {                                                                                                        \
-        return text(record, &error_entry::name);                                                             \
-    }
-#define VARIABLE_TEXT(name)                                                                                  \
-    const char* ostrum_variable_get_##name(const ostrum_variable* record)                                    \
-    {                                                                                                        \
-        return text(record, &variable_entry::name);                                                          \
-    }
+// One line each.
+// clang-format off
+uint32_t ostrum_counter_get_opcode(const ostrum_counter* record) { return word_of<uint32_t>(record, &counter_entry::opcode); }
+int64_t ostrum_counter_get_opflags(const ostrum_counter* record) { return word_of<int64_t>(record, &counter_entry::opflags); }
+const char* ostrum_counter_get_opname(const ostrum_counter* record) { return text_of(record, &counter_entry::opname); }
+const char* ostrum_counter_get_program(const ostrum_counter* record) { return text_of(record, &counter_entry::program); }
+const char* ostrum_counter_get_fname(const ostrum_counter* record) { return text_of(record, &counter_entry::fname); }
+int64_t ostrum_counter_get_lineno(const ostrum_counter* record) { return word_of<int64_t>(record, &counter_entry::lineno); }
+const char* ostrum_counter_get_obj_type(const ostrum_counter* record) { return text_of(record, &counter_entry::obj_type); }
+int64_t ostrum_counter_get_recs(const ostrum_counter* record) { return word_of<int64_t>(record, &counter_entry::recs); }
+int64_t ostrum_counter_get_calls(const ostrum_counter* record) { return word_of<int64_t>(record, &counter_entry::calls); }
+int64_t ostrum_counter_get_errors(const ostrum_counter* record) { return word_of<int64_t>(record, &counter_entry::errors); }
+int64_t ostrum_counter_get_total_t(const ostrum_counter* record) { return word_of<int64_t>(record, &counter_entry::total_t); }
+int64_t ostrum_counter_get_u_cpu_t(const ostrum_counter* record) { return word_of<int64_t>(record, &counter_entry::u_cpu_t); }
+int64_t ostrum_counter_get_s_cpu_t(const ostrum_counter* record) { return word_of<int64_t>(record, &counter_entry::s_cpu_t); }
+int64_t ostrum_counter_get_db_number(const ostrum_counter* record) { return word_of<int64_t>(record, &counter_entry::db_number); }
+char* ostrum_counter_get_total_t_str(const ostrum_counter* record, char* buf, int32_t len) { return seconds_of(record, &counter_entry::total_t, buf, len); }
+char* ostrum_counter_get_u_cpu_t_str(const ostrum_counter* record, char* buf, int32_t len) { return seconds_of(record, &counter_entry::u_cpu_t, buf, len); }
+char* ostrum_counter_get_s_cpu_t_str(const ostrum_counter* record, char* buf, int32_t len) { return seconds_of(record, &counter_entry::s_cpu_t, buf, len); }
 
-COUNTER_WORD(uint32_t, opcode, opcode)
-COUNTER_WORD(int64_t, opflags, opflags)
-COUNTER_TEXT(opname)
-COUNTER_TEXT(program)
-COUNTER_TEXT(fname)
-COUNTER_WORD(int64_t, lineno, lineno)
-COUNTER_TEXT(obj_type)
-COUNTER_WORD(int64_t, recs, recs)
-COUNTER_WORD(int64_t, calls, calls)
-COUNTER_WORD(int64_t, errors, errors)
-COUNTER_TIME(total_t)
-COUNTER_TIME(u_cpu_t)
-COUNTER_TIME(s_cpu_t)
-COUNTER_WORD(int64_t, db_number, db_number)
+int64_t ostrum_error_get_dbno(const ostrum_error* record) { return word_of<int64_t>(record, &error_entry::dbno); }
+int64_t ostrum_error_get_opcode(const ostrum_error* record) { return word_of<int64_t>(record, &error_entry::opcode); }
+const char* ostrum_error_get_opname(const ostrum_error* record) { return text_of(record, &error_entry::opname); }
+const char* ostrum_error_get_program(const ostrum_error* record) { return text_of(record, &error_entry::program); }
+uint32_t ostrum_error_get_class(const ostrum_error* record) { return word_of<uint32_t>(record, &error_entry::err_class); }
+uint32_t ostrum_error_get_location(const ostrum_error* record) { return word_of<uint32_t>(record, &error_entry::location); }
+uint32_t ostrum_error_get_errnum(const ostrum_error* record) { return word_of<uint32_t>(record, &error_entry::errnum); }
+int64_t ostrum_error_get_errcnt(const ostrum_error* record) { return word_of<int64_t>(record, &error_entry::errcnt); }
 
-ERROR_WORD(int64_t, dbno, dbno)
-ERROR_WORD(int64_t, opcode, opcode)
-ERROR_TEXT(opname)
-ERROR_TEXT(program)
-ERROR_WORD(uint32_t, class, err_class)
-ERROR_WORD(uint32_t, location, location)
-ERROR_WORD(uint32_t, errnum, errnum)
-ERROR_WORD(int64_t, errcnt, errcnt)
-
-VARIABLE_TEXT(name)
-VARIABLE_TEXT(value)
+const char* ostrum_variable_get_name(const ostrum_variable* record) { return text_of(record, &variable_entry::name); }
+const char* ostrum_variable_get_value(const ostrum_variable* record) { return text_of(record, &variable_entry::value); }
+// clang-format on

@@ -34,7 +34,7 @@ void publish_cm_metrics(rt_info* handle)
 }
 
 // Written whether or not a sample was due; without one the process's own figures become 0 (kept).
-void publish_dm_metrics(rt_info* handle, const uint64_t (&figures)[26 - first_dm_word])
+void publish_dm_metrics(rt_info* handle, const uint64_t (&figures)[dm_figure_count])
 {
     if (handle == nullptr) {
         return;
@@ -42,7 +42,7 @@ void publish_dm_metrics(rt_info* handle, const uint64_t (&figures)[26 - first_dm
     process_metrics_area record;
     ostrum_get_process_data(&record, nullptr);
     record.words[is_dm_word] = 1;
-    std::copy(std::begin(figures), std::end(figures), record.words + first_dm_word);
+    std::copy(std::begin(figures), std::end(figures), record.words + dbno_word);
     rt_process_metrics_update(handle, &record);
 }
 

@@ -17,12 +17,12 @@ void rt_process_metrics_reset(rt_info* handle); // is_dm stays
 
 namespace ostrum {
 
-inline constexpr size_t first_dm_word = 8; // the words from here on are the data manager's own
+inline constexpr size_t dm_figure_count = metric_word_count - dbno_word;
 
 // Sample this process and publish it, the second form with the data manager's eighteen figures. Nothing
 // for a null handle.
 void publish_cm_metrics(rt_info* handle);
-void publish_dm_metrics(rt_info* handle, const uint64_t (&figures)[26 - first_dm_word]);
+void publish_dm_metrics(rt_info* handle, const uint64_t (&figures)[dm_figure_count]);
 
 } // namespace ostrum
 #endif

@@ -20,15 +20,6 @@ namespace ostrum {
 
 namespace {
 
-enum metric_word : size_t {
-    word_u_cpu = 1,
-    word_s_cpu,
-    word_rss_bytes,
-    word_mem_bytes,
-    word_children,
-    word_threads
-};
-
 // Static, because a handler may run on a stack that is smaller than one sample.
 struct sampler_state {
     std::atomic<bool> busy{false};   // one thread at a time; nobody waits for it
@@ -64,12 +55,12 @@ bool is_due(const sampler_state& sampler, int64_t now_tv)
 
 void fill_record(process_metrics_area& out, const proc_stat& difference)
 {
-    out.words[word_u_cpu] = static_cast<uint64_t>(difference.utime);
-    out.words[word_s_cpu] = static_cast<uint64_t>(difference.stime);
-    out.words[word_rss_bytes] = static_cast<uint64_t>(difference.rss);
-    out.words[word_mem_bytes] = static_cast<uint64_t>(difference.vsize);
-    out.words[word_children] = static_cast<uint64_t>(int64_t{difference.processes} - 1);
-    out.words[word_threads] = static_cast<uint64_t>(difference.threads);
+    out.words[u_cpu_word] = static_cast<uint64_t>(difference.utime);
+    out.words[s_cpu_word] = static_cast<uint64_t>(difference.stime);
+    out.words[rss_bytes_word] = static_cast<uint64_t>(difference.rss);
+    out.words[mem_bytes_word] = static_cast<uint64_t>(difference.vsize);
+    out.words[children_word] = static_cast<uint64_t>(int64_t{difference.processes} - 1);
+    out.words[threads_word] = static_cast<uint64_t>(difference.threads);
 }
 
 void take_sample(sampler_state& sampler, process_metrics_area& out)
