@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -31,24 +30,6 @@ std::string conf_path()
         }
     }
     return {};
-}
-
-std::string trimmed(const std::string& text)
-{
-    static constexpr const char* blanks = " \t\r\n";
-    const size_t first = text.find_first_not_of(blanks);
-    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-std::string unquoted(const std::string& value)
-{
-    const bool quoted = value.size() >= 2 && value.front() == '"' && value.back() == '"';
-    return quoted ? value.substr(1, value.size() - 2) : value;
-}
-
-bool is_section_line(const std::string& line)
-{
-    return line.size() >= 2 && line.front() == '[' && line.back() == ']';
 }
 
 int32_t parse_int(const std::string& text, int32_t& number)
@@ -95,22 +76,8 @@ int32_t look_up(const std::string& program, const std::string& key, int32_t type
 
 conf_entries conf_section(const std::string& program)
 {
-    conf_entries entries;
     std::ifstream file(conf_path());
-    bool inside = false;
-    for (std::string raw; std::getline(file, raw);) {
-        const std::string line = trimmed(raw);
-        const size_t equals = line.find('=');
-        if (line.empty() || line.front() == '#') {
-            continue;
-        }
-        if (is_section_line(line)) {
-            inside = trimmed(line.substr(1, line.size() - 2)) == program;
-        } else if (inside && equals != std::string::npos) {
-            entries.emplace_back(trimmed(line.substr(0, equals)), unquoted(trimmed(line.substr(equals + 1))));
-        }
-    }
-    return entries;
+    return entries_of(file, program);
 }
 
 } // namespace qel

@@ -1,4 +1,5 @@
 // What changes a data file, and what looks at a whole set-up.
+#include <filesystem>
 #include <fstream>
 
 #include <gmock/gmock.h>
@@ -161,6 +162,8 @@ TEST_F(DataFileOfAHost, IsRefusedWithTheseSettings)
              {"OSTRUM_GET_PROCESS_DATA", "4", "wrong"},
              {"OSTRUM_GET_PROCESS_DATA", "2", "warning"},
              {"OSTRUM_STATUS_CHECK_FREQUENCY", "soon", "warning"},
+             {"OSTRUM_STATUS_CHECK_FREQUENCY", "-1", "warning"},
+             {"OSTRUM_STATUS_CHECK_FREQUENCY", " +5.", nullptr},
              {"OSTRUM_COLLECT_CPU_USAGE", "many", "warning"},
              {"OSTRUM_LOG_DIR", "/tmp", "warning"},
          }) {
@@ -170,6 +173,16 @@ TEST_F(DataFileOfAHost, IsRefusedWithTheseSettings)
                     testing::StartsWith(each.expected != nullptr ? each.expected : "ok"));
         unsetenv(each.name);
     }
+    // The configuration file by the platform's rules: sections with blanks, lines that only look like one.
+    const std::filesystem::path here = std::filesystem::current_path();
+    std::filesystem::current_path(dir.file("."));
+    dir.write("qel.conf", "[other]\nostrum_auto_flush = 3\n[ ostrum ]\n[x\nostrum_lock_method = \"2\"\n");
+    const std::string configured = doctor("settings", file);
+    std::filesystem::remove("qel.conf");
+    std::filesystem::current_path(here);
+    EXPECT_THAT(configured, HasSubstr("ostrum_lock_method"));
+    EXPECT_THAT(configured, Not(HasSubstr("ostrum_auto_flush")));
+
     setenv("OSTRUM_LOGDIR", dir.file("absent").c_str(), 1);
     EXPECT_THAT(doctor("log directories", file), HasSubstr("wrong a start here: "));
     unsetenv("OSTRUM_LOGDIR");

@@ -4,11 +4,11 @@
 #include <optional>
 #include <set>
 
+#include <ostrum_util.h>
 #include <unistd.h>
 
 #include "doctor/findings.h"
 #include "output/value_text.h"
-#include "readers/trace_record.h"
 
 namespace ostrum_tool {
 namespace {
@@ -78,8 +78,8 @@ problem is_period(const setting_value& value)
 
 problem is_time_text(const setting_value& value)
 {
-    int64_t time_tv = 0;
-    return value.text.empty() || parse_seconds(value.text, time_tv)
+    // The library's own reading, which says on standard error what is wrong with the text.
+    return ostrum_string_to_tv(value.text.c_str()) >= 0
                ? problem{}
                : problem({severity::warning, "is no time, and ignored", "use seconds, such as 0.25"});
 }

@@ -7,12 +7,14 @@
 #include <filesystem>
 #include <fstream>
 
+#include "conf_lines.h"
+
 extern char** environ;
 
 namespace ostrum_tool {
 namespace {
 
-constexpr const char* section = "[ostrum]";
+constexpr const char* program = "ostrum"; // whose section is read
 constexpr const char* key_prefix = "ostrum_";
 
 std::string lower_case(std::string text)
@@ -20,35 +22,6 @@ std::string lower_case(std::string text)
     std::transform(text.begin(), text.end(), text.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return text;
-}
-
-std::string trimmed(const std::string& text)
-{
-    const char* const blanks = " \t\r\n";
-    const size_t first = text.find_first_not_of(blanks);
-    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-std::string unquoted(const std::string& text)
-{
-    const bool quoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
-    return quoted ? text.substr(1, text.size() - 2) : text;
-}
-
-std::map<std::string, std::string> section_of(std::ifstream& file)
-{
-    std::map<std::string, std::string> entries;
-    bool inside = false;
-    for (std::string raw; std::getline(file, raw);) {
-        const std::string line = trimmed(raw);
-        const size_t equals = line.find('=');
-        if (line.starts_with("[")) {
-            inside = line == section;
-        } else if (inside && !line.starts_with("#") && equals != std::string::npos) {
-            entries.try_emplace(trimmed(line.substr(0, equals)), unquoted(trimmed(line.substr(equals + 1))));
-        }
-    }
-    return entries;
 }
 
 std::map<std::string, std::string> own_environment()
@@ -104,7 +77,8 @@ void settings_source::read_configuration()
         std::error_code error;
         if (std::filesystem::is_regular_file(places[at], error)) {
             std::ifstream file(places[at]);
-            configured_ = section_of(file);
+            const qel::conf_entries entries = qel::entries_of(file, program);
+            configured_.insert(entries.begin(), entries.end()); // of a key's entries the first stays
             numbers_only_ = at == 2;
             return;
         }
