@@ -82,6 +82,12 @@ TEST(CheckCommand, SaysWhatIsDamagedAndWhere)
     bad_image.replace(368 + 64, 128, std::string(128, 'n')); // a name without an end
     bad_image.replace(3'309'944, 1, "\x02");                 // two variables of one name
     bad_image.replace(2'687'352 + 64, 1, "v").replace(2'687'352 + 1216 + 64, 1, "v");
+    std::string full_image = image;
+    full_image[2'687'344] = full_image[5'800'328] = 1; // a counter and an error
+    full_image.replace(368 + 592, 8, std::string(8, '\xFF'));
+    std::string wide_image = full_image; // numbers of 32 bits with more than these
+    wide_image[368 + 592 + 4] = wide_image[368 + 584 + 4] = 1;
+    wide_image[3'309'960 + 272 + 4] = wide_image[3'309'960 + 280 + 4] = 1;
     const struct {
         const char* name;
         std::string text, kind, state, damage;
@@ -98,6 +104,11 @@ TEST(CheckCommand, SaysWhatIsDamagedAndWhere)
         {"f.dat", bad_image, "data file", "damaged", "offset 2687344: claims 65536 counters, of 4096"},
         {"g.dat", bad_image, "data file", "damaged", "offset 432: counters entry 0: text without an end"},
         {"h.dat", bad_image, "data file", "damaged", "variables entry 1: the same name as entry 0"},
+        {"j.dat", full_image, "data file", "ok", ""}, // its line is -1
+        {"k.dat", wide_image, "data file", "damaged", "offset 952: counters entry 0: number beyond 32 bits"},
+        {"l.dat", wide_image, "data file", "damaged", "offset 960: counters"},
+        {"m.dat", wide_image, "data file", "damaged", "offset 3310232: errors"},
+        {"n.dat", wide_image, "data file", "damaged", "offset 3310240: errors"},
         {"i",
          std::string("\x7F"
                      "ELF\0\0",

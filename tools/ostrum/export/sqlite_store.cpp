@@ -1,7 +1,5 @@
 #include "export/sqlite_store.h"
 
-#include <vector>
-
 #include <sqlite3.h>
 
 #include "sqlite_schema.h"
@@ -35,15 +33,7 @@ std::string head_of(const std::string& path, size_t bytes)
 {
     const auto source = open_source(path);
     std::string head(bytes, '\0');
-    size_t filled = 0;
-    while (filled < bytes) {
-        const size_t got = source->read(std::span(head).subspan(filled));
-        if (got == 0) {
-            break;
-        }
-        filled += got;
-    }
-    head.resize(filled);
+    head.resize(read_fully(*source, head));
     return head;
 }
 

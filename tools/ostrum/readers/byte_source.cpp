@@ -24,18 +24,10 @@ constexpr size_t packed_chunk_bytes = 128UL * 1024;
 
 class file_source final : public byte_source {
 public:
-    explicit file_source(const std::string& path) : path_(path == "-" ? "standard input" : path)
+    file_source(int fd, const std::string& path) : path_(path), fd_(fd)
     {
-        // Not blocking while it is opened: a FIFO in place of a file must not stop the tool.
-        fd_ = path == "-" ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
         if (fd_ < 0 || ::fstat(fd_, &status_) != 0) {
             fail(path_, std::strerror(errno));
-        }
-        if (S_ISDIR(status_.st_mode)) {
-            fail(path_, "is a directory");
-        }
-        if (path != "-" && !S_ISREG(status_.st_mode)) {
-            fail(path_, "is no regular file; pipe it in and name it \"-\"");
         }
     }
     ~file_source() override
@@ -72,23 +64,38 @@ public:
 
 private:
     std::string path_;
-    int fd_ = -1;
+    int fd_;
     struct stat status_ {};
 };
+
+std::unique_ptr<file_source> open_file(const std::string& path)
+{
+    // Not blocking while it is opened: a FIFO in place of a file must not stop the tool.
+    return std::make_unique<file_source>(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK), path);
+}
+
+// "-" is standard input.
+std::unique_ptr<file_source> open_stored(const std::string& path)
+{
+    if (path == "-") {
+        return std::make_unique<file_source>(STDIN_FILENO, "standard input");
+    }
+    auto file = open_file(path);
+    if (S_ISDIR(file->status().st_mode)) {
+        fail(path, "is a directory");
+    }
+    if (!S_ISREG(file->status().st_mode)) {
+        fail(path, "is no regular file; pipe it in and name it \"-\"");
+    }
+    return file;
+}
 
 // Hands out again what was read to find out the kind of the file.
 class peeked_source final : public byte_source {
 public:
-    explicit peeked_source(std::unique_ptr<file_source> from) : from_(std::move(from))
-    {
-        while (filled_ < sizeof(head_)) {
-            const size_t got = from_->read({head_ + filled_, sizeof(head_) - filled_});
-            if (got == 0) {
-                break;
-            }
-            filled_ += got;
-        }
-    }
+    explicit peeked_source(std::unique_ptr<file_source> from)
+        : from_(std::move(from)), filled_(read_fully(*from_, head_))
+    {}
 
     [[nodiscard]] bool starts_with(std::string_view magic) const
     {
@@ -110,7 +117,7 @@ public:
 private:
     std::unique_ptr<file_source> from_;
     char head_[4]{};
-    size_t filled_ = 0, given_ = 0;
+    size_t filled_, given_ = 0;
 };
 
 class gzip_source final : public byte_source {
@@ -213,12 +220,25 @@ constexpr std::string_view zstd_magic{"\x28\xB5\x2F\xFD", 4};
 
 } // namespace
 
+size_t read_fully(byte_source& from, std::span<char> into)
+{
+    size_t filled = 0;
+    while (filled < into.size()) {
+        const size_t got = from.read(into.subspan(filled));
+        if (got == 0) {
+            break;
+        }
+        filled += got;
+    }
+    return filled;
+}
+
 source_facts look_at_source(const std::string& path)
 {
     if (path == "-") {
         return {};
     }
-    auto file = std::make_unique<file_source>(path);
+    auto file = open_stored(path);
     source_facts facts;
     facts.size_bytes = static_cast<uint64_t>(file->status().st_size);
     const peeked_source peeked(std::move(file));
@@ -229,7 +249,7 @@ source_facts look_at_source(const std::string& path)
 
 std::unique_ptr<byte_source> open_source(const std::string& path, uint64_t from_offset)
 {
-    auto file = std::make_unique<file_source>(path);
+    auto file = open_stored(path);
     if (from_offset > 0) {
         file->start_at(from_offset);
         return file;
@@ -242,6 +262,16 @@ std::unique_ptr<byte_source> open_source(const std::string& path, uint64_t from_
         return std::make_unique<zstd_source>(std::move(peeked));
     }
     return peeked;
+}
+
+plain_file open_plain(const std::string& path)
+{
+    auto file = open_file(path);
+    if (!S_ISREG(file->status().st_mode)) {
+        fail(path, "not a regular file");
+    }
+    const auto size_bytes = static_cast<uint64_t>(file->status().st_size);
+    return {std::move(file), size_bytes};
 }
 
 } // namespace ostrum_tool

@@ -19,6 +19,9 @@ public:
     virtual size_t read(std::span<char> into) = 0;
 };
 
+// Up to the end, as much as fits; returns the number of bytes.
+size_t read_fully(byte_source& from, std::span<char> into);
+
 struct source_facts {
     bool compressed = false;
     bool regular = false;    // a plain file: its size is known, and it can be read from any offset
@@ -29,6 +32,13 @@ struct source_facts {
 // Throws input_error: no such file, no permission, a directory.
 source_facts look_at_source(const std::string& path);
 std::unique_ptr<byte_source> open_source(const std::string& path, uint64_t from_offset = 0);
+
+// A plain file as it is stored. Throws input_error for anything else, without waiting for it.
+struct plain_file {
+    std::unique_ptr<byte_source> source;
+    uint64_t size_bytes = 0;
+};
+plain_file open_plain(const std::string& path);
 
 } // namespace ostrum_tool
 #endif
