@@ -2,7 +2,6 @@
 #define OSTRUM_BENCH_CALLS_H
 // The hooks as a host calls them, and the call tree that several benchmarks walk.
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <span>

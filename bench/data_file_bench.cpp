@@ -1,6 +1,7 @@
 // The shared data file: a monitor that polls it, and how its tables behave when they are full.
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <stdexcept>
 #include <string>

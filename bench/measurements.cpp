@@ -8,46 +8,6 @@
 #include <limits>
 
 namespace ostrum_bench {
-
-double median(std::vector<double> values)
-{
-    if (values.empty()) {
-        return 0;
-    }
-    std::sort(values.begin(), values.end());
-    const size_t middle = values.size() / 2;
-    return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
-}
-
-double percentile(std::vector<double>& values, double share)
-{
-    if (values.empty()) {
-        return 0;
-    }
-    std::sort(values.begin(), values.end());
-    const double rank = std::ceil(share * static_cast<double>(values.size()));
-    return values[static_cast<size_t>(std::max(rank, 1.0)) - 1];
-}
-
-double probe_processor()
-{
-    constexpr int rounds = 150'000; // 0.1 ms: as good as at the same time in several threads
-    uint64_t sums[5] = {};
-    const auto start = std::chrono::steady_clock::now();
-    for (int round = 0; round < rounds; ++round) {
-        asm volatile("add $1, %0; add $1, %1; add $1, %2; add $1, %3; add $1, %4;"
-                     "add $1, %0; add $1, %1; add $1, %2; add $1, %3; add $1, %4"
-                     : "+r"(sums[0]), "+r"(sums[1]), "+r"(sums[2]), "+r"(sums[3]), "+r"(sums[4]));
-    }
-    return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count();
-}
-
-int undisturbed_count(const std::vector<sample>& values)
-{
-    return static_cast<int>(
-        std::count_if(values.begin(), values.end(), [](const sample& each) { return !each.disturbed; }));
-}
-
 namespace {
 
 constexpr int few_undisturbed = 5;
@@ -95,6 +55,45 @@ void pool_process(const samples& process, double slowest_ns, pooled_samples& int
 }
 
 } // namespace
+
+double median(std::vector<double> values)
+{
+    if (values.empty()) {
+        return 0;
+    }
+    std::sort(values.begin(), values.end());
+    const size_t middle = values.size() / 2;
+    return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+double percentile(std::vector<double>& values, double share)
+{
+    if (values.empty()) {
+        return 0;
+    }
+    std::sort(values.begin(), values.end());
+    const double rank = std::ceil(share * static_cast<double>(values.size()));
+    return values[static_cast<size_t>(std::max(rank, 1.0)) - 1];
+}
+
+double probe_processor()
+{
+    constexpr int rounds = 150'000; // 0.1 ms: as good as at the same time in several threads
+    uint64_t sums[5] = {};
+    const auto start = std::chrono::steady_clock::now();
+    for (int round = 0; round < rounds; ++round) {
+        asm volatile("add $1, %0; add $1, %1; add $1, %2; add $1, %3; add $1, %4;"
+                     "add $1, %0; add $1, %1; add $1, %2; add $1, %3; add $1, %4"
+                     : "+r"(sums[0]), "+r"(sums[1]), "+r"(sums[2]), "+r"(sums[3]), "+r"(sums[4]));
+    }
+    return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count();
+}
+
+int undisturbed_count(const std::vector<sample>& values)
+{
+    return static_cast<int>(
+        std::count_if(values.begin(), values.end(), [](const sample& each) { return !each.disturbed; }));
+}
 
 double median_value(const std::vector<sample>& values)
 {

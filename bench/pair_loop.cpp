@@ -4,6 +4,7 @@
 //   pair_loop               lists the loops
 //
 // What two runs of different length differ in are the pairs alone, without start-up and end.
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -20,6 +21,7 @@ struct pair_loop {
     const char* time_on;
     void (*open)(); // what stays open meanwhile
     void (*run)(int pairs);
+    bool buckets = false;
 };
 
 void open_nothing()
@@ -67,7 +69,7 @@ constexpr pair_loop loops[] = {
     {"4op", "outermost pair, operation hooks", "2", open_nothing, run_op_pairs},
     {"5fn", "outermost pair, function hooks, live counter", "3", open_nothing, run_fn_pairs},
     {"5op", "outermost pair, operation hooks, live counter", "3", open_nothing, run_op_pairs},
-    {"6", "nested pair, aggregated, known path, five buckets", "2", open_tree, run_tree_pairs},
+    {"6", "nested pair, aggregated, known path, five buckets", "2", open_tree, run_tree_pairs, true},
 };
 
 void list_loops()
@@ -85,7 +87,7 @@ void configure(const pair_loop& loop)
     } else {
         setenv("OSTRUM_VAR_TIME", loop.time_on, 1);
     }
-    if (std::strcmp(loop.name, "6") == 0) {
+    if (loop.buckets) {
         std::ofstream("buckets.txt") << five_buckets;
         setenv("OSTRUM_OPCODE_BUCKET_FILE", "buckets.txt", 1);
     }

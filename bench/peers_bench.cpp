@@ -1,6 +1,6 @@
 // What others need for a pair, in the same program: an event recorder that writes both ends to a ring
 // buffer, and a metrics library's histogram and counter.
-#include <memory>
+#include <chrono>
 #include <string>
 #include <thread>
 

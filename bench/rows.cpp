@@ -8,6 +8,32 @@ namespace {
 
 constexpr std::optional<double> unlimited{};
 
+const std::vector<sample>* find_samples(const sample_name& wanted, const scenario_samples& values)
+{
+    const auto scenario = values.find(wanted.scenario);
+    if (scenario == values.end()) {
+        return nullptr;
+    }
+    const auto found = scenario->second.find(wanted.name);
+    return found != scenario->second.end() ? &found->second : nullptr;
+}
+
+double compare(figure kind, double measured, double base)
+{
+    switch (kind) {
+    case figure::added_floors:
+        return measured - base;
+    case figure::times:
+        return measured / base;
+    case figure::times_faster:
+        return base / measured;
+    case figure::floors:
+    case figure::plain:
+        break;
+    }
+    return measured;
+}
+
 } // namespace
 
 std::span<const row> rows()
@@ -136,36 +162,6 @@ std::span<const row> rows()
     // clang-format on
     return all;
 }
-
-namespace {
-
-const std::vector<sample>* find_samples(const sample_name& wanted, const scenario_samples& values)
-{
-    const auto scenario = values.find(wanted.scenario);
-    if (scenario == values.end()) {
-        return nullptr;
-    }
-    const auto found = scenario->second.find(wanted.name);
-    return found != scenario->second.end() ? &found->second : nullptr;
-}
-
-double compare(figure kind, double measured, double base)
-{
-    switch (kind) {
-    case figure::added_floors:
-        return measured - base;
-    case figure::times:
-        return measured / base;
-    case figure::times_faster:
-        return base / measured;
-    case figure::floors:
-    case figure::plain:
-        break;
-    }
-    return measured;
-}
-
-} // namespace
 
 std::optional<double> figure_of(const row& line, const scenario_samples& values)
 {

@@ -3,7 +3,6 @@
 // The table of results: each row's figure, from which samples it comes, and the limits it is held to.
 #include <optional>
 #include <span>
-#include <string>
 
 #include "measurements.h"
 

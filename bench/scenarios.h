@@ -19,9 +19,8 @@ struct run_plan {
     int repetitions;
 };
 inline constexpr run_plan several_processes{3, 9}; // no single process's memory layout decides
-inline constexpr run_plan one_process{1, 21};
+inline constexpr run_plan one_process{1, 21};      // what takes long, and memory's layout hardly matters
 inline constexpr run_plan new_process_each{21, 1}; // for what a process does once
-inline constexpr run_plan few_long_runs{1, 21};
 
 // What a scenario throws that cannot be measured on this machine, with the reason.
 class skipped : public std::runtime_error {
@@ -33,9 +32,9 @@ enum class directory_use { one_each, shared }; // shared: what a process leaves 
 
 struct scenario {
     const char* name;
-    std::vector<std::pair<const char*, const char*>> environment;
-    void (*register_benchmarks)();       // or null, with
-    samples (*measure)(int repetitions); // what measures by hand, the floor in between
+    std::vector<std::pair<const char*, const char*>> environment{};
+    void (*register_benchmarks)() = nullptr;       // or null, with
+    samples (*measure)(int repetitions) = nullptr; // what measures by hand, the floor in between
     run_plan plan = several_processes;
     directory_use directory = directory_use::one_each;
     const char* repetition_s = "0.02"; // of a registered benchmark, at least
