@@ -75,7 +75,7 @@ void run_pass(client_session& session, std::span<const package_record> records, 
         const list_ptr reply = session.expect(0, batch.get());
         for (qel_flist_t* done : elements(reply.get(), fld_results)) {
             const uint32_t errnum = get_error(done).errnum;
-            totals.refused += errnum != 0 && errnum != err_unresolved ? 1 : 0;
+            totals.refused += keeps_its_work(errnum) ? 0U : 1U;
             totals.linked += get_int(done, fld_linked).value_or(0);
             totals.unresolved += elements(done, fld_unresolved).size();
         }

@@ -2,7 +2,6 @@
 #define CATALOG_CONNECTION_H
 // Sockets and messages. Failures of the system are std::system_error, bad messages wire_error.
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <utility>
 

@@ -137,8 +137,45 @@ private:
     std::vector<std::thread> threads_;
 };
 
+using connection_list = std::list<worker_connection>; // a list: the pool holds addresses
+
+void wait_for_any(idle_wait& wait, const connection_list& connections, publishing_clock& clock)
+{
+    for (const worker_connection& connection : connections) {
+        if (!connection.busy)
+            wait.add(connection.socket);
+    }
+    wait.wait(clock.left());
+}
+
+void hand_over_readable(const idle_wait& wait, exchange& requests, connection_list& connections)
+{
+    for (worker_connection& connection : connections) {
+        if (!connection.busy && wait.ready(connection.socket)) {
+            connection.busy = true;
+            requests.hand_over(&connection);
+        }
+    }
+}
+
+void take_back_answered(exchange& requests, connection_list& connections)
+{
+    for (worker_connection* connection : requests.take_answered())
+        connection->busy = false;
+    connections.remove_if(
+        [](const worker_connection& connection) { return !connection.busy && connection.closed; });
+}
+
+void accept_one(const unique_fd& listener, service_figures& figures, connection_list& connections)
+{
+    if (unique_fd socket = accept_connection(listener); socket.get() >= 0) {
+        connections.emplace_back().socket = std::move(socket);
+        ++figures.connections_total;
+    }
+}
+
 void serve_until_stopped(const unique_fd& listener, exchange& requests, service_figures& figures,
-                         std::list<worker_connection>& connections)
+                         connection_list& connections)
 {
     const unique_fd signals = open_signal_fd();
     publishing_clock clock(data_manager_part);
@@ -147,29 +184,13 @@ void serve_until_stopped(const unique_fd& listener, exchange& requests, service_
         wait.add(listener);
         wait.add(signals);
         wait.add(requests.wake());
-        for (const worker_connection& connection : connections) {
-            if (!connection.busy)
-                wait.add(connection.socket);
-        }
-        wait.wait(clock.left());
+        wait_for_any(wait, connections, clock);
         if (wait.ready(signals) && take_signals(signals).stop)
             return;
-        for (worker_connection& connection : connections) {
-            if (!connection.busy && wait.ready(connection.socket)) {
-                connection.busy = true;
-                requests.hand_over(&connection);
-            }
-        }
-        for (worker_connection* connection : requests.take_answered())
-            connection->busy = false;
-        connections.remove_if(
-            [](const worker_connection& connection) { return !connection.busy && connection.closed; });
-        if (wait.ready(listener)) {
-            if (unique_fd socket = accept_connection(listener); socket.get() >= 0) {
-                connections.emplace_back().socket = std::move(socket);
-                ++figures.connections_total;
-            }
-        }
+        hand_over_readable(wait, requests, connections);
+        take_back_answered(requests, connections);
+        if (wait.ready(listener))
+            accept_one(listener, figures, connections);
         figures.connections_open = connections.size();
         if (clock.due())
             publish_data_manager(figures);
@@ -183,7 +204,7 @@ try {
     exchange requests;
     service_figures figures;
     figures.transactions_max = static_cast<uint64_t>(threads);
-    std::list<worker_connection> connections; // a list: the pool holds addresses
+    connection_list connections;
     const thread_pool pool(requests, figures, database, threads);
     serve_until_stopped(listener, requests, figures, connections);
     return 0;

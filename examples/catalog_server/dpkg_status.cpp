@@ -1,6 +1,5 @@
 #include "dpkg_status.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <map>

@@ -229,16 +229,13 @@ operation_result run_batch(operation_context& context, qel_flist_t* request)
                                     "a batch may not hold operation " + std::to_string(opcode));
         store_transaction savepoint(context.store, store_transaction::kind::savepoint);
         operation_result done = run_operation(context, opcode, part);
-        if (done.error.errnum == 0 || done.error.errnum == err_unresolved)
+        if (keeps_its_work(done.error.errnum))
             savepoint.commit();
         else if (atomic)
             throw operation_failure(err_batch_undone, "batch undone: " + done.error_text);
         else
             context.resolved.clear();
-        list_ptr reply = done.reply ? std::move(done.reply) : make_list();
-        if (done.error.errnum != 0)
-            set_error(reply.get(), done.error, done.error_text);
-        add_element(result.reply.get(), fld_results, std::move(reply));
+        add_element(result.reply.get(), fld_results, reply_of(std::move(done)));
     }
     return result;
 }

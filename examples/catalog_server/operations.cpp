@@ -39,11 +39,6 @@ const operation_entry* find_operation(uint32_t opcode)
 // SQLite takes one writer at a time and makes the others sleep and try again; in line they wait less.
 std::mutex writers; // taken before a write transaction begins, nothing is locked inside it
 
-bool keeps_its_work(const operation_result& result)
-{
-    return result.error.errnum == 0 || result.error.errnum == err_unresolved;
-}
-
 std::unique_lock<std::mutex> writers_turn(service_figures& figures, const operation_entry& entry)
 {
     if (!entry.writes)
@@ -85,7 +80,7 @@ operation_result run_in_transaction(operation_context& context, const operation_
                                                               : store_transaction::kind::read);
     context.in_transaction = true;
     operation_result result = entry.run(context, request);
-    if (keeps_its_work(result)) {
+    if (keeps_its_work(result.error.errnum)) {
         commit(transaction);
         counting.committed();
     }
@@ -102,6 +97,14 @@ try {
 }
 
 } // namespace
+
+list_ptr reply_of(operation_result result)
+{
+    list_ptr reply = result.reply ? std::move(result.reply) : make_list();
+    if (result.error.errnum != 0)
+        set_error(reply.get(), result.error, result.error_text);
+    return reply;
+}
 
 const char* operation_name(uint32_t opcode)
 {
@@ -129,11 +132,7 @@ list_ptr answer(catalog_store& store, service_figures& figures, qel_flist_t* req
     set_correlation(get_text(request, fld_correlation).value_or(""));
     operation_context context{store, figures};
     const auto opcode = static_cast<uint32_t>(get_int(request, fld_opcode).value_or(0));
-    operation_result result = run_operation(context, opcode, request);
-    list_ptr reply = result.reply ? std::move(result.reply) : make_list();
-    if (result.error.errnum != 0)
-        set_error(reply.get(), result.error, result.error_text);
-    return reply;
+    return reply_of(run_operation(context, opcode, request));
 }
 
 } // namespace catalog

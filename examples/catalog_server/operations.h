@@ -29,6 +29,9 @@ struct operation_context {
     std::unordered_map<std::string, int64_t> resolved{};
 };
 
+// The reply, empty where there is none, with the error, if any, in it.
+list_ptr reply_of(operation_result result);
+
 // Name of an operation of ours; null for a number that is none.
 const char* operation_name(uint32_t opcode);
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <string>
 
 #include "fields.h"
@@ -43,7 +42,7 @@ public:
 private:
     bool value(qel_flist_t* list, uint32_t field, int depth)
     {
-        switch (field >> 24) {
+        switch (QEL_FLD_TYPE(field)) {
         case QEL_TYPE_INT:
             return when_present(field, get_int(list, field),
                                 [&](int32_t v) { number(static_cast<uint32_t>(v), 4); });
@@ -126,7 +125,7 @@ private:
     {
         if (std::find(all_fields.begin(), all_fields.end(), field) == all_fields.end())
             throw wire_error("unknown field number");
-        switch (field >> 24) {
+        switch (QEL_FLD_TYPE(field)) {
         case QEL_TYPE_INT:
             return set_int(into, field, static_cast<int32_t>(number(4)));
         case QEL_TYPE_STR:

@@ -4,7 +4,6 @@
 #include "error.h"
 
 #include <cstdlib>
-#include <optional>
 
 namespace qel {
 

@@ -1,6 +1,5 @@
 #ifndef QEL_TEXT_CONTRACT_H
 #define QEL_TEXT_CONTRACT_H
-#include <cstdlib>
 #include <cstring>
 #include <string>
 

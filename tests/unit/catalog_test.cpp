@@ -7,6 +7,7 @@
 #include "catalog_store.h"
 #include "dpkg_status.h"
 #include "fields.h"
+#include "host_abi/host_fields.h"
 #include "support/temp_dir.h"
 #include "wire.h"
 
@@ -14,6 +15,9 @@ using namespace catalog;
 using namespace std::string_literals;
 
 namespace {
+
+static_assert(fld_object == ostrum::xoid_field && fld_results == ostrum::results_field &&
+              fld_search == ostrum::search_text_field && fld_template == ostrum::search_template_field);
 
 std::span<const uint8_t> body_of(const std::vector<uint8_t>& frame)
 {
