@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,9 +15,13 @@ namespace {
 
 bool wants_pager(const std::vector<std::string>& words)
 {
-    // The others are live, or short, or meant for programs.
-    const bool long_text = !words.empty() && (words.front() == "report" || words.front() == "diff");
-    return long_text && std::find(words.begin(), words.end(), "--follow") == words.end();
+    const auto commands = ostrum_tool::all_commands();
+    return !words.empty() &&
+           std::any_of(commands.begin(), commands.end(),
+                       [&](const ostrum_tool::command* each) {
+                           return each->long_text && words.front() == each->name;
+                       }) &&
+           std::find(words.begin(), words.end(), "--follow") == words.end(); // which is live
 }
 
 } // namespace

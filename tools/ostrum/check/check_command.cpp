@@ -1,9 +1,9 @@
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 
 #include "check/check_file.h"
-#include "cli/command.h"
-#include "cli/option_values.h"
+#include "cli/trace_options.h"
 #include "output/value_text.h"
 #include "tool_errors.h"
 
@@ -45,13 +45,8 @@ void print_findings(const std::vector<file_findings>& all, const check_choice& c
 {
     const bool text = chosen.format == output_format::text;
     for (const file_findings& file : all) {
-        for (const damage& each : text ? file.damages.first : std::vector<damage>{}) {
-            to.out << printable(file.file) << ": offset " << each.offset << ": " << printable(each.what)
-                   << "\n";
-        }
-        const auto more = file.damages.count - static_cast<int64_t>(file.damages.first.size());
-        if (text && more > 0) {
-            to.out << printable(file.file) << ": and " << more << " more\n";
+        if (text) {
+            print_damages(file.file, file.damages, damage_list::most_kept, to.out);
         }
     }
     table rows({{"file", "file", cell_kind::text},
@@ -76,32 +71,20 @@ void print_findings(const std::vector<file_findings>& all, const check_choice& c
 int run_check(const check_choice& chosen, const streams& to)
 {
     std::vector<file_findings> all;
-    int status = exit_done;
-    const auto fail = [&](const input_error& error) {
-        to.err << "ostrum: " << printable(error.what()) << "\n";
-        status = exit_input;
-    };
-    for (const std::string& operand :
-         chosen.operands.empty() ? std::vector<std::string>{"."} : chosen.operands) {
-        try {
-            for (const std::string& file : files_to_check(operand)) {
-                try {
-                    all.push_back(check_file(file));
-                } catch (const input_error& error) {
-                    fail(error);
-                }
-            }
-        } catch (const input_error& error) {
-            fail(error);
-        }
-    }
-    if (all.empty() && status == exit_done) {
+    const auto check_one = [&](const std::string& file) { all.push_back(check_file(file)); };
+    bool all_read = true;
+    const bool all_named =
+        for_each_readable(operands_or_here(chosen.operands), to, [&](const std::string& operand) {
+            all_read = for_each_readable(files_to_check(operand), to, check_one) && all_read;
+        });
+    const bool failed = !all_named || !all_read;
+    if (all.empty() && !failed) {
         throw nothing_matched("no files *.plog.txt, *.flog.txt or ostrum_data.dat");
     }
     print_findings(all, chosen, to);
     const bool damaged =
         std::any_of(all.begin(), all.end(), [](const file_findings& file) { return file.damages.count > 0; });
-    return status != exit_done ? status : damaged ? exit_damaged : exit_done;
+    return failed ? exit_input : damaged ? exit_damaged : exit_done;
 }
 
 command_body declare_check(CLI::App& app)

@@ -28,6 +28,7 @@ struct command {
     // Adds the options to the subcommand's model and gives what runs once they are parsed. Values live in
     // the body that is returned.
     command_body (*declare)(CLI::App& app);
+    bool long_text = false; // so that a terminal gets it through a pager
 };
 
 std::span<const command* const> all_commands();

@@ -6,13 +6,12 @@
 #include <string_view>
 #include <utility>
 
+#include "readers/time_units.h"
 #include "readers/trace_record.h"
 #include "tool_errors.h"
 
 namespace ostrum_tool {
 namespace {
-
-constexpr int64_t ns_per_second = 1'000'000'000;
 
 struct time_unit {
     std::string_view name;

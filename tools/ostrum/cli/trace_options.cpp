@@ -1,9 +1,11 @@
 #include "cli/trace_options.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "output/progress_line.h"
 #include "output/value_text.h"
+#include "readers/time_units.h"
 #include "tool_errors.h"
 
 namespace ostrum_tool {
@@ -25,6 +27,22 @@ grouping grouping_named(const std::string& name)
 }
 
 } // namespace
+
+void add_trace_operands(CLI::App& app, std::vector<std::string>& operands)
+{
+    app.add_option("FILE", operands, "Trace data files, directories of them, or - (default: this directory)");
+}
+
+void add_top_option(CLI::App& app, int64_t& top)
+{
+    app.add_option("--top", top, "Show only the first N of each caller")->check(CLI::Range(1, 1'000'000));
+}
+
+void add_full_option(CLI::App& app, bool& full, const std::string& when)
+{
+    const std::string help = "keep paths apart that differ in flags, program, source line, type or database";
+    app.add_flag("--full", full, when.empty() ? "K" + help.substr(1) : when + help);
+}
 
 void add_record_options(CLI::App& app, record_choice& chosen)
 {
@@ -66,7 +84,7 @@ tree_options tree_options_of(const record_choice& chosen)
     options.brief = chosen.brief;
     options.by = grouping_named(chosen.by);
     options.period_tv = duration_value("--period", chosen.period);
-    if (options.period_tv < 1'000'000'000) {
+    if (options.period_tv < ns_per_second) {
         throw usage_error("--period " + chosen.period + ": a second or more is needed");
     }
     const int64_t now = now_tv();
@@ -91,38 +109,57 @@ view_filter view_filter_of(const view_choice& chosen)
     return filter;
 }
 
+std::vector<std::string> operands_or_here(const std::vector<std::string>& operands)
+{
+    return operands.empty() ? std::vector<std::string>{"."} : operands;
+}
+
+bool for_each_readable(const std::vector<std::string>& names, const streams& to,
+                       const std::function<void(const std::string& name)>& take)
+{
+    bool all_done = true;
+    for (const std::string& name : names) {
+        try {
+            take(name);
+        } catch (const input_error& error) {
+            to.err << "ostrum: " << printable(error.what()) << "\n";
+            all_done = false;
+        }
+    }
+    return all_done;
+}
+
 named_files files_named(const std::vector<std::string>& operands, const streams& to,
                         const std::string& ending)
 {
     named_files named;
-    for (const std::string& operand : operands.empty() ? std::vector<std::string>{"."} : operands) {
-        try {
-            const std::vector<std::string> files = trace_files_of(operand, ending);
-            named.files.insert(named.files.end(), files.begin(), files.end());
-            if (files.empty()) {
-                to.err << "ostrum: " << printable(operand) << ": holds no files *" << ending << "\n";
-            }
-        } catch (const input_error& error) {
-            to.err << "ostrum: " << printable(error.what()) << "\n";
-            named.unreadable = true;
+    named.unreadable = !for_each_readable(operands_or_here(operands), to, [&](const std::string& operand) {
+        const std::vector<std::string> files = trace_files_of(operand, ending);
+        named.files.insert(named.files.end(), files.begin(), files.end());
+        if (files.empty()) {
+            to.err << "ostrum: " << printable(operand) << ": holds no files *" << ending << "\n";
         }
-    }
+    });
     return named;
+}
+
+void print_damages(const std::string& name, const damage_list& damages, size_t most, std::ostream& out)
+{
+    const size_t shown = std::min(most, damages.first.size());
+    for (size_t at = 0; at < shown; ++at) {
+        const damage& each = damages.first[at];
+        out << printable(name) << ": offset " << each.offset << ": " << printable(each.what) << "\n";
+    }
+    const int64_t more = damages.count - static_cast<int64_t>(shown);
+    if (more > 0) {
+        out << printable(name) << ": and " << more << " more\n";
+    }
 }
 
 void print_damages(const std::vector<file_damages>& damaged, const streams& to)
 {
     for (const file_damages& file : damaged) {
-        const std::string name = printable(file.file == "-" ? "standard input" : file.file);
-        const size_t shown = std::min(damages_shown, file.list.first.size());
-        for (size_t at = 0; at < shown; ++at) {
-            const damage& each = file.list.first[at];
-            to.err << name << ": offset " << each.offset << ": " << printable(each.what) << "\n";
-        }
-        const int64_t more = file.list.count - static_cast<int64_t>(shown);
-        if (more > 0) {
-            to.err << name << ": and " << more << " more\n";
-        }
+        print_damages(file.file == "-" ? "standard input" : file.file, file.list, damages_shown, to.err);
     }
 }
 
@@ -156,6 +193,15 @@ loaded_traces load_traces(const std::vector<std::string>& operands, const record
                                                                : "no operations found in the input");
     }
     return loaded;
+}
+
+loaded_pair load_both(const std::vector<std::string>& before, const std::vector<std::string>& after,
+                      const record_choice& chosen, bool full, const streams& to)
+{
+    record_choice records = chosen;
+    records.brief = !full;
+    loaded_traces first = load_traces(before, records, to);
+    return {std::move(first), load_traces(after, records, to)};
 }
 
 } // namespace ostrum_tool

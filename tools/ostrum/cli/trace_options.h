@@ -1,6 +1,7 @@
 #ifndef OSTRUM_TOOL_CLI_TRACE_OPTIONS_H
 #define OSTRUM_TOOL_CLI_TRACE_OPTIONS_H
 // The options that all commands over trace data files share, and the reading of what they name.
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,10 @@ struct view_choice {
     }
 };
 
+void add_trace_operands(CLI::App& app, std::vector<std::string>& operands);
+void add_top_option(CLI::App& app, int64_t& top);
+// For what compares two sides; `when` stands in front of the help.
+void add_full_option(CLI::App& app, bool& full, const std::string& when = "");
 void add_record_options(CLI::App& app, record_choice& chosen); // filters of records
 void add_brief_option(CLI::App& app, record_choice& chosen);
 void add_grouping_options(CLI::App& app, record_choice& chosen); // --by, --period
@@ -37,6 +42,13 @@ void add_view_options(CLI::App& app, view_choice& chosen);       // filters of p
 
 tree_options tree_options_of(const record_choice& chosen);
 view_filter view_filter_of(const view_choice& chosen);
+
+// "." when there are none.
+std::vector<std::string> operands_or_here(const std::vector<std::string>& operands);
+
+// Calls it for each name. What it throws as input_error goes to err; false then.
+bool for_each_readable(const std::vector<std::string>& names, const streams& to,
+                       const std::function<void(const std::string& name)>& take);
 
 // The trace data files that the operands name, "." when there are none. Those that cannot be looked at go
 // to err and make `unreadable` true.
@@ -56,7 +68,24 @@ struct loaded_traces {
 loaded_traces load_traces(const std::vector<std::string>& operands, const record_choice& chosen,
                           const streams& to);
 
-// Says what is damaged, where; a few of each file.
+// The two sides of a comparison.
+struct loaded_pair {
+    loaded_traces before, after;
+
+    [[nodiscard]] bool has_both() const
+    {
+        return before.set.coverage.operations > 0 && after.set.coverage.operations > 0;
+    }
+    [[nodiscard]] int status() const { return before.status != 0 ? before.status : after.status; }
+};
+// Unless `full`, paths that differ in more than operation and caller are one, so that more of them have a
+// counterpart.
+loaded_pair load_both(const std::vector<std::string>& before, const std::vector<std::string>& after,
+                      const record_choice& chosen, bool full, const streams& to);
+
+// Says what is damaged, where: the first ones, and how many more there are.
+void print_damages(const std::string& name, const damage_list& damages, size_t most, std::ostream& out);
+// A few of each file, on err.
 void print_damages(const std::vector<file_damages>& damaged, const streams& to);
 
 } // namespace ostrum_tool

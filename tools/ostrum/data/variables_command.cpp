@@ -3,7 +3,7 @@
 #include "change/changes_of_data_file.h"
 #include "change/consent.h"
 #include "data/data_file_command.h"
-#include "readers/tree_builder.h"
+#include "readers/local_time.h"
 
 namespace ostrum_tool {
 namespace {

@@ -68,7 +68,7 @@ void report_held(const held_lock& lock, finding_list& findings)
 }
 
 // A whole number, as values of variables should be.
-bool is_number(const std::string& text)
+bool is_whole_number(const std::string& text)
 {
     char* behind = nullptr;
     std::strtol(text.c_str(), &behind, 10);
@@ -79,7 +79,7 @@ bool has_other_than_numbers(const std::string& list)
 {
     for (size_t from = 0; from <= list.size() && !list.empty();) {
         const size_t comma = std::min(list.find(',', from), list.size());
-        if (!is_number(list.substr(from, comma - from))) {
+        if (!is_whole_number(list.substr(from, comma - from))) {
             return true;
         }
         from = comma + 1;
@@ -195,7 +195,7 @@ void check_variables(const patient& subject, finding_list& findings)
     for (const variable& each : subject.file.variables) {
         const bool number = each.name == "time_on" || each.name == "flist_on" || each.name == "alarm_on" ||
                             each.name == "log_error_flist";
-        if (number && !each.value.empty() && !is_number(each.value)) {
+        if (number && !each.value.empty() && !is_whole_number(each.value)) {
             warn(fmt::format("{} is \"{}\", which reads as {}", each.name, each.value,
                              values.number(each.name)),
                  "set it to a number");

@@ -15,19 +15,10 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr int64_t ns_per_second = 1'000'000'000;
 constexpr size_t most_stacks = 100'000;
-constexpr size_t most_list_bytes = 65'536; // of one field list; what is longer is cut
 // The library cuts times to microseconds, so that a call may seem to end that much after the next one's
 // start.
 constexpr int64_t blur_tv = 1'000;
-
-// "12.345" of 12,345 ns: microseconds, exact.
-std::string microseconds(int64_t time_tv)
-{
-    const auto size = time_tv < 0 ? 0 - static_cast<uint64_t>(time_tv) : static_cast<uint64_t>(time_tv);
-    return fmt::format("{}{}.{:03}", time_tv < 0 ? "-" : "", size / 1'000, size % 1'000);
-}
 
 bool is_block(const flist_event& event)
 {
@@ -39,9 +30,22 @@ bool is_start(const flist_event& event)
     return event.is == flist_event::kind::block_in || event.is == flist_event::kind::tree_start;
 }
 
-std::string shown_name(std::string_view name)
+std::string name_member(std::string_view name)
 {
-    return name.empty() ? "(no name)" : printable(name);
+    return ",\"name\":" + json_text(name.empty() ? "(no name)" : printable(name));
+}
+
+// Of a tree line the elapsed time is the exact one; it is 0 while timing is off. Within an outermost call the
+// clock does not go back.
+int64_t moment_of(const flist_event& event, int64_t outermost_tv, int64_t last_tv)
+{
+    int64_t time_tv = event.time_tv;
+    if (!is_block(event) && event.level > 1 && event.elapsed_tv > 0 && outermost_tv != 0) {
+        time_tv = outermost_tv;
+        add_bounded(time_tv, event.elapsed_tv);
+    }
+    const bool clock_was_set = is_start(event) && event.level == 1 && time_tv < last_tv - blur_tv;
+    return clock_was_set ? time_tv : std::max(time_tv, last_tv);
 }
 
 ordered_json start_details(const flist_event& event)
@@ -89,7 +93,7 @@ damage_list chrome_trace::add_file(const std::string& path)
     flist_sink sink;
     sink.on_event = [&](const flist_event& event) { take(event, damages); };
     sink.on_damage = [&](uint64_t offset, const std::string& what) { damages.add(offset, what); };
-    sink.on_list_line = [&](std::string_view line) { take_list_line(line); };
+    sink.on_list_line = [&](std::string_view line) { writer_.take_list_line(line); };
     name_file_thread(path);
     const auto source = open_source(path);
     try {
@@ -97,20 +101,13 @@ damage_list chrome_trace::add_file(const std::string& path)
     } catch (const damaged_input& error) {
         damages.add(0, error.what());
     }
-    write_waiting();
+    writer_.end_event();
     for (auto& [thread, stack] : stacks_) {
         close_down_to(stack, thread, INT32_MAX, stack.last_tv); // the others go on behind what was recorded
     }
-    write_waiting();
+    writer_.end_event();
     stacks_.clear();
     return damages;
-}
-
-void chrome_trace::finish()
-{
-    write_waiting();
-    out_ << (events_ == 0 ? "{\"traceEvents\":[" : "") << "\n],\"displayTimeUnit\":\"ns\",\"otherData\":"
-         << "{\"schema\":1,\"exporter\":\"ostrum\",\"base_ns\":" << base_tv_ << "}}\n";
 }
 
 // PID_TID.START.END.flog.txt
@@ -130,8 +127,7 @@ void chrome_trace::name_file_thread(const std::string& path)
 
 void chrome_trace::take(const flist_event& event, damage_list& damages)
 {
-    write_waiting();
-    list_name_ = nullptr;
+    writer_.end_event();
     if (event.level < 1 && event.is == flist_event::kind::block_out) {
         ++lost_ends_; // the library itself did not know the start
         return;
@@ -140,7 +136,7 @@ void chrome_trace::take(const flist_event& event, damage_list& damages)
         damages.add(event.offset, "a level that no call has");
         return;
     }
-    base_tv_ = base_tv_ == 0 ? event.time_tv - event.time_tv % ns_per_second : base_tv_;
+    writer_.know_first_call(event.time_tv);
     const thread_id thread = event.has_ids ? thread_id(event.pid, event.tid) : file_thread_;
     if (is_block(event) && thread.second == 0) {
         take_keyed_block(thread, event);
@@ -166,19 +162,6 @@ chrome_trace::call_stack* chrome_trace::stack_of(const thread_id& thread)
     return stacks_.size() >= most_stacks && !stacks_.contains(thread) ? nullptr : &stacks_[thread];
 }
 
-// Of a tree line the elapsed time is the exact one; it is 0 while timing is off. Within an outermost call the
-// clock does not go back.
-static int64_t moment_of(const flist_event& event, int64_t outermost_tv, int64_t last_tv)
-{
-    int64_t time_tv = event.time_tv;
-    if (!is_block(event) && event.level > 1 && event.elapsed_tv > 0 && outermost_tv != 0) {
-        time_tv = outermost_tv;
-        add_bounded(time_tv, event.elapsed_tv);
-    }
-    const bool clock_was_set = is_start(event) && event.level == 1 && time_tv < last_tv - blur_tv;
-    return clock_was_set ? time_tv : std::max(time_tv, last_tv);
-}
-
 void chrome_trace::begin_call(call_stack& stack, const thread_id& thread, const flist_event& event)
 {
     const int64_t time_tv = moment_of(event, stack.outermost_tv, stack.last_tv);
@@ -193,9 +176,8 @@ void chrome_trace::begin_call(call_stack& stack, const thread_id& thread, const 
     call.start_tv = stack.last_tv = time_tv;
     call.shown = is_shown(thread, time_tv);
     if (call.shown) {
-        add_event(event_head("B", thread, time_tv) + ",\"name\":" + json_text(shown_name(event.name)),
-                  start_details(event));
-        list_name_ = call.is_block ? "input" : nullptr;
+        writer_.add("B", thread, time_tv, name_member(event.name), start_details(event),
+                    call.is_block ? "input" : nullptr);
     }
     stack.calls.push_back(call);
 }
@@ -238,10 +220,9 @@ void chrome_trace::end_block(call_stack& stack, const thread_id& thread, const f
         add_bounded(time_tv, event.elapsed_tv);
     }
     time_tv = std::max(time_tv, stack.last_tv);
-    const bool shown = call->shown;
     close_down_to(stack, thread, call->level + 1, time_tv);
-    close_innermost(stack, thread, time_tv, end_details(event.cached, event.error, event.error_text));
-    list_name_ = shown ? "output" : nullptr;
+    close_innermost(stack, thread, time_tv, end_details(event.cached, event.error, event.error_text),
+                    "output");
 }
 
 // The keyed contexts of a process are mixed in one file, so that nothing is known of what encloses what:
@@ -254,11 +235,10 @@ void chrome_trace::take_keyed_block(const thread_id& thread, const flist_event& 
     if (!is_shown(thread, start_tv)) {
         return;
     }
-    add_event(event_head(starts ? "b" : "e", thread, event.time_tv) +
-                  fmt::format(R"(,"cat":"keyed","id":"{}","name":)", event.seq) +
-                  json_text(shown_name(event.name)),
-              starts ? start_details(event) : end_details(event.cached, event.error, event.error_text));
-    list_name_ = starts ? "input" : "output";
+    writer_.add(starts ? "b" : "e", thread, event.time_tv,
+                fmt::format(R"(,"cat":"keyed","id":"{}")", event.seq) + name_member(event.name),
+                starts ? start_details(event) : end_details(event.cached, event.error, event.error_text),
+                starts ? "input" : "output");
 }
 
 // What is open at that level and below it must have ended, and what tree lines said has ended.
@@ -275,10 +255,10 @@ void chrome_trace::close_down_to(call_stack& stack, const thread_id& thread, int
 }
 
 void chrome_trace::close_innermost(call_stack& stack, const thread_id& thread, int64_t time_tv,
-                                   ordered_json details)
+                                   ordered_json details, const char* list_name)
 {
     if (stack.calls.back().shown) {
-        add_event(event_head("E", thread, time_tv), std::move(details));
+        writer_.add("E", thread, time_tv, "", std::move(details), list_name);
     }
     stack.last_tv = std::max(stack.last_tv, time_tv);
     stack.calls.pop_back();
@@ -286,51 +266,7 @@ void chrome_trace::close_innermost(call_stack& stack, const thread_id& thread, i
 
 bool chrome_trace::is_shown(const thread_id& thread, int64_t start_tv) const
 {
-    const auto allows = [](const auto& list, const auto& value) {
-        return list.empty() || std::find(list.begin(), list.end(), value) != list.end();
-    };
-    return allows(filter_.pids, thread.first) && allows(filter_.tids, thread.second) &&
-           start_tv >= filter_.since_tv.value_or(INT64_MIN) &&
-           start_tv < filter_.until_tv.value_or(INT64_MAX);
-}
-
-std::string chrome_trace::event_head(const char* phase, const thread_id& thread, int64_t time_tv) const
-{
-    int64_t distance_tv = time_tv;
-    add_bounded(distance_tv, -base_tv_);
-    return fmt::format(R"({{"ph":"{}","ts":{},"pid":{},"tid":{})", phase, microseconds(distance_tv),
-                       thread.first, thread.second);
-}
-
-void chrome_trace::add_event(std::string head, ordered_json details)
-{
-    write_waiting();
-    waiting_head_ = std::move(head);
-    waiting_details_ = std::move(details);
-}
-
-void chrome_trace::take_list_line(std::string_view line)
-{
-    if (list_name_ != nullptr && list_.size() < most_list_bytes) {
-        list_ += printable(line.substr(0, most_list_bytes - list_.size())) + "\n";
-    }
-}
-
-void chrome_trace::write_waiting()
-{
-    if (waiting_head_.empty()) {
-        return;
-    }
-    if (!list_.empty() && list_ != "NULL flist ptr\n") {
-        waiting_details_[list_name_] = list_;
-    }
-    list_.clear();
-    out_ << (events_++ == 0 ? "{\"traceEvents\":[\n" : ",\n") << waiting_head_;
-    if (!waiting_details_.empty()) {
-        out_ << ",\"args\":" << json_text(waiting_details_);
-    }
-    out_ << "}";
-    waiting_head_.clear();
+    return filter_.allows_thread(thread.first, thread.second) && filter_.allows_time(start_tv);
 }
 
 } // namespace ostrum_tool

@@ -12,8 +12,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "export/timeline_writer.h"
+#include "readers/damage_list.h"
 #include "readers/flist_trace.h"
-#include "readers/tree_builder.h"
+#include "readers/record_filter.h"
 
 namespace ostrum_tool {
 
@@ -26,18 +28,18 @@ public:
     // keep them as floating-point microseconds; since 1970 these are too many to tell nanoseconds apart. Of
     // the filter, times are those at which calls start; programs are not known here.
     chrome_trace(std::ostream& out, const record_filter& filter, int64_t base_tv)
-        : out_(out), filter_(filter), base_tv_(base_tv)
+        : filter_(filter), writer_(out, base_tv)
     {}
 
     // Adds a file and gives what is damaged in it. Throws input_error.
     damage_list add_file(const std::string& path);
-    void finish(); // the file is no JSON before
+    void finish() { writer_.finish(); } // the file is no JSON before
 
-    [[nodiscard]] int64_t events() const { return events_; }
+    [[nodiscard]] int64_t events() const { return writer_.events(); }
     [[nodiscard]] int64_t lost_ends() const { return lost_ends_; } // whose begin is missing
 
 private:
-    using thread_id = std::pair<uint32_t, uint64_t>;
+    using thread_id = timeline_writer::thread_id;
     struct open_call {
         int32_t level = 0;
         int64_t seq = 0; // of a block
@@ -63,27 +65,17 @@ private:
     void take_keyed_block(const thread_id& thread, const flist_event& event);
     void close_down_to(call_stack& stack, const thread_id& thread, int32_t level, int64_t time_tv);
     void close_innermost(call_stack& stack, const thread_id& thread, int64_t time_tv,
-                         nlohmann::ordered_json details);
-    void take_list_line(std::string_view line);
+                         nlohmann::ordered_json details, const char* list_name = nullptr);
     void name_file_thread(const std::string& path);
-    void add_event(std::string head, nlohmann::ordered_json details);
-    void write_waiting();
-    [[nodiscard]] std::string event_head(const char* phase, const thread_id& thread, int64_t time_tv) const;
     [[nodiscard]] bool is_shown(const thread_id& thread, int64_t start_tv) const;
     call_stack* stack_of(const thread_id& thread);
 
-    std::ostream& out_;
     const record_filter& filter_;
-    int64_t base_tv_;
-    int64_t events_ = 0, lost_ends_ = 0;
+    timeline_writer writer_;
+    int64_t lost_ends_ = 0;
     uint64_t unnamed_files_ = 0; // whose names do not tell process and thread
     thread_id file_thread_;      // of what tells neither
     std::map<thread_id, call_stack> stacks_;
-    // The event that was added last: its field list may follow.
-    std::string waiting_head_; // empty: nothing waits
-    nlohmann::ordered_json waiting_details_;
-    std::string list_;
-    const char* list_name_ = nullptr; // null: what follows belongs to nothing that is shown
 };
 
 } // namespace ostrum_tool

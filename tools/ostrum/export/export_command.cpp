@@ -1,4 +1,3 @@
-#include <fstream>
 #include <memory>
 
 #include "cli/trace_options.h"
@@ -8,6 +7,7 @@
 #include "export/stacks.h"
 #include "output/value_text.h"
 #include "prometheus/textfile.h"
+#include "readers/time_units.h"
 #include "tool_errors.h"
 
 namespace ostrum_tool {
@@ -54,21 +54,16 @@ int export_files(const named_files& named, const streams& to, Take take)
     if (named.files.empty() && !named.unreadable) {
         throw nothing_matched("no trace files of that kind");
     }
-    bool failed = named.unreadable;
     std::vector<file_damages> damaged;
-    for (const std::string& file : named.files) {
-        try {
-            damage_list list = take(file);
-            if (list.count > 0) {
-                damaged.push_back({file, std::move(list)});
-            }
-        } catch (const input_error& error) {
-            to.err << "ostrum: " << printable(error.what()) << "\n";
-            failed = true;
+    const auto take_one = [&](const std::string& file) {
+        damage_list list = take(file);
+        if (list.count > 0) {
+            damaged.push_back({file, std::move(list)});
         }
-    }
+    };
+    const bool all_read = for_each_readable(named.files, to, take_one);
     print_damages(damaged, to);
-    return failed ? exit_input : damaged.empty() ? exit_done : exit_damaged;
+    return named.unreadable || !all_read ? exit_input : damaged.empty() ? exit_done : exit_damaged;
 }
 
 int export_tsv(const export_choice& chosen, const std::string& host, const streams& to)
@@ -114,8 +109,7 @@ int64_t base_of_timeline(const std::vector<std::string>& files)
         } catch (const input_error&) { // told when the file is read
         }
     }
-    constexpr int64_t second_tv = 1'000'000'000;
-    return first_tv == INT64_MAX ? 0 : first_tv - first_tv % second_tv;
+    return first_tv == INT64_MAX ? 0 : first_tv - first_tv % ns_per_second;
 }
 
 int export_chrome(const export_choice& chosen, const streams& to)
@@ -168,8 +162,7 @@ int run_export(const export_choice& chosen, const streams& to)
 command_body declare_export(CLI::App& app)
 {
     const auto chosen = std::make_shared<export_choice>();
-    app.add_option("FILE", chosen->operands,
-                   "Trace data files, directories of them, or - (default: this directory)");
+    add_trace_operands(app, chosen->operands);
     CLI::Option_group* const forms = app.add_option_group("form");
     forms->add_flag("--collapsed", chosen->collapsed, "Collapsed stacks: one line a path, with its weight");
     forms->add_flag("--speedscope", chosen->speedscope, "A speedscope file (JSON)");

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "readers/damage_list.h"
 #include "readers/trace_parser.h"
-#include "readers/tree_builder.h"
 
 namespace ostrum_tool {
 

@@ -39,7 +39,7 @@ void visit_stacks(const call_profile& profile, const std::vector<bool>& visible,
             stack.push_back(index);
             visit(index, stack);
         }
-        const std::vector<node_index> children = sorted_children(profile, index, sort_key::name);
+        const std::vector<node_index> children = sorted_children(profile, index, by_name);
         for (auto child = children.rbegin(); child != children.rend(); ++child) {
             if (visible[*child]) {
                 pending.push_back(*child);

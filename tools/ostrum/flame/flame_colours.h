@@ -3,7 +3,6 @@
 // The colours of frames. Black text can be read on all of them.
 #include <array>
 #include <cstdint>
-#include <optional>
 #include <string_view>
 
 namespace ostrum_tool {

@@ -2,7 +2,6 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
-#include <optional>
 
 #include <fmt/format.h>
 
@@ -43,18 +42,15 @@ flame_input read_one(const flame_choice& chosen, const flame_options& options, c
 
 flame_input read_both(const flame_choice& chosen, const flame_options& options, const streams& to)
 {
-    record_choice records = chosen.records;
-    records.brief = !chosen.full;
-    const loaded_traces before = load_traces(chosen.others, records, to);
-    const loaded_traces after = load_traces(chosen.operands, records, to);
-    if (before.set.coverage.operations == 0 || after.set.coverage.operations == 0) {
+    const loaded_pair sides = load_both(chosen.others, chosen.operands, chosen.records, chosen.full, to);
+    if (!sides.has_both()) {
         return {{}, "", exit_input};
     }
-    const tree_diff diff = diff_of(profile_of(before.set.tree), profile_of(after.set.tree));
+    const tree_diff diff = diff_of(profile_of(sides.before.set.tree), profile_of(sides.after.set.tree));
     return {flame_graph_of(diff, view_filter_of(chosen.view), options),
-            fmt::format("after: {}; before: {}", coverage_text(after.set.coverage),
-                        coverage_text(before.set.coverage)),
-            before.status == exit_done ? after.status : before.status};
+            fmt::format("after: {}; before: {}", coverage_text(sides.after.set.coverage),
+                        coverage_text(sides.before.set.coverage)),
+            sides.status()};
 }
 
 std::string names_of(const std::vector<std::string>& operands)
@@ -120,8 +116,7 @@ int run_flame(const flame_choice& chosen, const streams& to)
 command_body declare_flame(CLI::App& app)
 {
     const auto chosen = std::make_shared<flame_choice>();
-    app.add_option("FILE", chosen->operands,
-                   "Trace data files, directories of them, or - (default: this directory)");
+    add_trace_operands(app, chosen->operands);
     app.add_option("-o,--output", chosen->output, "The file to write (default: standard output)")
         ->type_name(file_name);
     app.add_flag("--svg", chosen->svg, "A picture without scripts in place of the page");
@@ -134,9 +129,7 @@ command_body declare_flame(CLI::App& app)
     app.add_option("--width", chosen->width,
                    "Whose time gives the widths of --diff: after (default), before, both")
         ->check(CLI::IsMember({"after", "before", "both"}));
-    app.add_flag(
-        "--full", chosen->full,
-        "With --diff: keep paths apart that differ in flags, program, source line, type or database");
+    add_full_option(app, chosen->full, "With --diff: ");
     app.add_option("--palette", chosen->palette,
                    "Colours at first: warm (default) or safe, for the colour-blind")
         ->check(CLI::IsMember({flame_palettes[0].name, flame_palettes[1].name}));

@@ -106,13 +106,11 @@ private:
     void add_callees(node_index node, uint32_t number, const std::vector<bool>& visible,
                      std::vector<step>& pending) const
     {
-        std::vector<node_index> callees = sorted_children(profile_, node, sort_key::name);
-        std::erase_if(callees, [&](node_index each) { return !visible[each]; });
+        std::vector<node_index> callees = sorted_children(profile_, node, by_name);
         std::stable_sort(callees.begin(), callees.end(),
                          [&](node_index a, node_index b) { return width(a) > width(b); });
-        const sibling_labels labels(profile_.tree, callees);
-        for (size_t at = callees.size(); at-- > 0;) {
-            pending.push_back({callees[at], number, labels.of(at)});
+        for (labelled_node& each : shown_from_last(profile_.tree, std::move(callees), visible, 0)) {
+            pending.push_back({each.node, number, std::move(each.label)});
         }
     }
 

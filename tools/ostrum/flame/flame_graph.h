@@ -23,7 +23,7 @@ struct flame_frame {
     int64_t width_tv = 0, before_width_tv = 0;
     path_figures after, before; // not of the root and of groups
     int32_t shade = -1;         // index into a palette, from the operation's name; -1 = no operation
-    int32_t step = 0;           // of a comparison: index into change_colours
+    int32_t step = 0;           // of a comparison: index into change_steps
     std::optional<double> change_percent;
 };
 

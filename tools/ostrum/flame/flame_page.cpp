@@ -1,4 +1,3 @@
-#include <charconv>
 #include <cmath>
 #include <string_view>
 #include <unordered_map>

@@ -2,10 +2,10 @@
 
 #include <fmt/format.h>
 
+#include "readers/time_units.h"
+
 namespace ostrum_tool {
 namespace {
-
-constexpr int64_t ns_per_second = 1'000'000'000;
 
 // Three digits that count: 1.23, 12.3, 123.
 std::string three_digits(double value, const char* unit)

@@ -2,9 +2,11 @@
 
 #include <charconv>
 #include <ctime>
+#include <optional>
 #include <string>
 
 #include "readers/line_reader.h"
+#include "readers/time_units.h"
 #include "readers/trace_record.h"
 
 namespace ostrum_tool {
@@ -12,7 +14,6 @@ namespace {
 
 constexpr size_t time_length = 26; // YYYY/MM/DD HH:MM:SS.uuuuuu
 constexpr size_t minute_length = 16;
-constexpr int64_t ns_per_second = 1'000'000'000;
 
 // Goes through a line from its begin; each step says whether it found what it wants.
 class line_scanner {
@@ -137,9 +138,9 @@ private:
         } else if (is_block_start(text)) {
             in_list_ = true;
             take(read_block_line(text, event), event);
-        } else if (parse_prefix(text, event)) {
+        } else if (const auto rest = after_prefix(text, event)) {
             in_list_ = false;
-            take(read_tree_line(rest_, event), event);
+            take(read_tree_line(*rest, event), event);
         } else if (in_list_) {
             ++summary_.list_lines; // of any length and form
             if (sink_.on_list_line) {
@@ -167,30 +168,29 @@ private:
         }
     }
 
-    // TIME[ (PID/TID)]  ELAPSED and two blanks; what follows is left in rest_.
-    bool parse_prefix(std::string_view text, flist_event& event)
+    // What stands behind TIME[ (PID/TID)]  ELAPSED and two blanks; nothing when the line does not begin so.
+    std::optional<std::string_view> after_prefix(std::string_view text, flist_event& event)
     {
         line_scanner scan(text);
         if (!clock_.parse(scan.take_first(time_length), event.time_tv)) {
-            return false;
+            return std::nullopt;
         }
         if (scan.take(" (")) {
             event.has_ids = scan.take_number(event.pid) && scan.take("/") && scan.take_number(event.tid) &&
                             scan.take(")");
             if (!event.has_ids) {
-                return false;
+                return std::nullopt;
             }
         }
         std::string_view elapsed;
         if (!scan.take("  ")) {
-            return false;
+            return std::nullopt;
         }
         scan.skip_blanks();
         if (!scan.take_until("  ", elapsed) || !parse_seconds(elapsed, event.elapsed_tv)) {
-            return false;
+            return std::nullopt;
         }
-        rest_ = scan.rest();
-        return true;
+        return scan.rest();
     }
 
     bool read_tree_line(std::string_view text, flist_event& event)
@@ -252,23 +252,19 @@ private:
     bool read_block_line(std::string_view text, flist_event& event)
     {
         line_scanner scan(text);
-        event.is = scan.take("== OUT[") ? flist_event::kind::block_out : flist_event::kind::block_in;
+        const bool starts = scan.take("== IN[");
+        event.is = starts ? flist_event::kind::block_in : flist_event::kind::block_out;
         std::string_view time;
         std::string_view source;
         int64_t top = 0;
-        if (event.is == flist_event::kind::block_in) {
-            scan.take("== IN[");
-        }
-        event.has_ids = scan.take_until("] FLAGS[", event.name) && scan.take_until("] AT[", event.flags) &&
-                        scan.take_until("] PID/TID[", time) && clock_.parse(time, event.time_tv) &&
-                        scan.take_number(event.pid) && scan.take("/") && scan.take_number(event.tid) &&
-                        scan.take("] LVL/TOP/SEQ[") && scan.take_number(event.level) && scan.take("/") &&
-                        scan.take_number(top) && scan.take("/") && scan.take_number(event.seq) &&
-                        scan.take("] SRC[") && scan.take_until("] CORRELATION_ID[", source);
-        if (!event.has_ids || !take_source(source, event) || !take_tail(scan, event)) {
-            return false;
-        }
-        return true;
+        event.has_ids = (starts || scan.take("== OUT[")) && scan.take_until("] FLAGS[", event.name) &&
+                        scan.take_until("] AT[", event.flags) && scan.take_until("] PID/TID[", time) &&
+                        clock_.parse(time, event.time_tv) && scan.take_number(event.pid) && scan.take("/") &&
+                        scan.take_number(event.tid) && scan.take("] LVL/TOP/SEQ[") &&
+                        scan.take_number(event.level) && scan.take("/") && scan.take_number(top) &&
+                        scan.take("/") && scan.take_number(event.seq) && scan.take("] SRC[") &&
+                        scan.take_until("] CORRELATION_ID[", source);
+        return event.has_ids && take_source(source, event) && take_tail(scan, event);
     }
 
     static bool take_source(std::string_view source, flist_event& event)
@@ -299,21 +295,22 @@ private:
         } else if (!scan.take_until("]", event.correlation)) {
             return false;
         }
-        if (scan.take(" ERROR_STATUS[")) {
-            std::string_view text;
-            if (!scan.take_number(event.error) || !scan.take("][")) {
-                return false;
-            }
-            text = scan.rest();
-            event.error_text = text.substr(0, text.ends_with("]") ? text.size() - 1 : text.size());
+        return !scan.take(" ERROR_STATUS[") || take_error(scan, event);
+    }
+
+    static bool take_error(line_scanner& scan, flist_event& event)
+    {
+        if (!scan.take_number(event.error) || !scan.take("][")) {
+            return false;
         }
+        const std::string_view text = scan.rest();
+        event.error_text = text.substr(0, text.ends_with("]") ? text.size() - 1 : text.size());
         return true;
     }
 
     const flist_sink& sink_;
     local_clock clock_;
     flist_summary summary_;
-    std::string_view rest_;
     bool in_list_ = false;
 };
 

@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "readers/byte_source.h"
-#include "readers/tree_builder.h"
 
 namespace ostrum_tool {
 

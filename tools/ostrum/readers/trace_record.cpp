@@ -5,7 +5,8 @@
 #include <cstring>
 #include <limits>
 #include <optional>
-#include <span>
+
+#include "readers/time_units.h"
 
 namespace ostrum_tool {
 namespace {
@@ -13,7 +14,6 @@ namespace {
 constexpr size_t start_fields = 15; // with the letter in front
 constexpr size_t figures_fields = 13;
 constexpr size_t most_fields = 256; // a line with more is no record, whatever its names hold
-constexpr int64_t ns_per_second = 1'000'000'000;
 
 // The fields of one line: where each of them ends, without memory of its own beyond the table.
 class field_list {

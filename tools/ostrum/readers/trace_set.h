@@ -3,7 +3,6 @@
 // Any number of trace data files, read by all processors into one call tree. Memory is bounded by the
 // number of distinct paths, not by the size of the files.
 #include <atomic>
-#include <functional>
 #include <string>
 #include <vector>
 

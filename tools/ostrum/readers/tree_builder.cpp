@@ -1,18 +1,11 @@
 #include "readers/tree_builder.h"
 
 #include <algorithm>
-#include <ctime>
+
+#include "readers/local_time.h"
 
 namespace ostrum_tool {
 namespace {
-
-constexpr int64_t ns_per_second = 1'000'000'000;
-
-template <typename List, typename Value>
-bool allows(const List& list, const Value& value)
-{
-    return list.empty() || std::find(list.begin(), list.end(), value) != list.end();
-}
 
 path_key key_of(const start_record& record, bool brief)
 {
@@ -30,33 +23,7 @@ path_key key_of(const start_record& record, bool brief)
     return key;
 }
 
-// Periods are those of the local clock, as the library's are: the zone's offset shifts where a day begins.
-int64_t period_begin(int64_t time_tv, int64_t period_tv)
-{
-    const time_t seconds = time_tv / ns_per_second;
-    tm fields{};
-    localtime_r(&seconds, &fields);
-    const int64_t offset_tv = fields.tm_gmtoff * ns_per_second;
-    int64_t local_tv = 0;
-    if (__builtin_add_overflow(time_tv, offset_tv, &local_tv)) {
-        return time_tv; // the last hours that a time can tell are no period
-    }
-    return local_tv - local_tv % period_tv - offset_tv;
-}
-
 } // namespace
-
-std::string local_time_text(int64_t time_tv)
-{
-    const time_t seconds = time_tv / ns_per_second;
-    tm fields{};
-    char text[32];
-    if (localtime_r(&seconds, &fields) == nullptr ||
-        std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &fields) == 0) {
-        return "(unknown time)";
-    }
-    return text;
-}
 
 void trace_coverage::add(const trace_coverage& other)
 {
@@ -78,23 +45,6 @@ size_t trace_coverage::processes() const
         pids.insert(pid);
     }
     return pids.size();
-}
-
-void damage_list::add(uint64_t offset, const std::string& what)
-{
-    ++count;
-    if (first.size() < most_kept) {
-        first.push_back({offset, what});
-    }
-}
-
-void damage_list::add(const damage_list& other)
-{
-    count += other.count;
-    first.insert(first.end(), other.first.begin(), other.first.end());
-    std::stable_sort(first.begin(), first.end(),
-                     [](const damage& a, const damage& b) { return a.offset < b.offset; });
-    first.resize(std::min(first.size(), most_kept));
 }
 
 void tree_builder::on_frame(const start_record& frame, uint64_t /*offset*/)
@@ -121,16 +71,13 @@ void tree_builder::on_frame_end(const figures& record)
 
 bool tree_builder::frame_counts() const
 {
-    const record_filter& filter = options_.filter;
-    return period_from_tv_ >= filter.since_tv.value_or(INT64_MIN) &&
-           period_from_tv_ < filter.until_tv.value_or(INT64_MAX);
+    return options_.filter.allows_time(period_from_tv_);
 }
 
 bool tree_builder::counts(const start_record& path) const
 {
     const record_filter& filter = options_.filter;
-    return frame_counts() && allows(filter.pids, path.pid) && allows(filter.tids, path.tid) &&
-           allows(filter.programs, path.program);
+    return frame_counts() && filter.allows_thread(path.pid, path.tid) && filter.allows_program(path.program);
 }
 
 void tree_builder::on_path(const start_record& path, uint64_t /*offset*/, bool /*missing*/)

@@ -3,24 +3,17 @@
 // Sums up what a trace parser tells into a call tree: which records count, what stands above them, and
 // what the period frames tell about the input.
 #include <cstdint>
-#include <optional>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "readers/call_tree.h"
+#include "readers/damage_list.h"
+#include "readers/record_filter.h"
 #include "readers/trace_parser.h"
 
 namespace ostrum_tool {
-
-// Which outermost paths, with all that they call, are summed up. Empty lists and missing times mean all.
-struct record_filter {
-    std::optional<int64_t> since_tv, until_tv; // ns since the epoch; a period counts by its begin
-    std::vector<uint32_t> pids;
-    std::vector<uint64_t> tids;
-    std::vector<std::string> programs;
-};
 
 enum class grouping { none, thread, process, period };
 
@@ -45,21 +38,6 @@ struct trace_coverage {
 
     void add(const trace_coverage& other);
     [[nodiscard]] size_t processes() const;
-};
-
-struct damage {
-    uint64_t offset = 0;
-    std::string what;
-};
-
-struct damage_list {
-    static constexpr size_t most_kept = 20; // of each file
-
-    std::vector<damage> first;
-    int64_t count = 0; // of all
-
-    void add(uint64_t offset, const std::string& what);
-    void add(const damage_list& other);
 };
 
 class tree_builder final : public trace_sink {
@@ -96,9 +74,6 @@ private:
     std::vector<node_index> open_; // the root stands for paths that do not count
     int64_t period_from_tv_ = 0;   // of the last frame
 };
-
-// "2026-11-21 10:00:00" of the local zone.
-std::string local_time_text(int64_t time_tv);
 
 } // namespace ostrum_tool
 #endif

@@ -7,6 +7,7 @@
 
 #include "cli/trace_options.h"
 #include "output/value_text.h"
+#include "readers/time_units.h"
 #include "report/report_rows.h"
 #include "report/tree_diff.h"
 #include "tool_errors.h"
@@ -87,16 +88,11 @@ std::vector<cell> diff_cells(const tree_diff& diff, node_index index, const std:
 table diff_table(const tree_diff& diff, const std::vector<bool>& visible, diff_metric metric, size_t top)
 {
     table rows(diff_columns(metric));
-    std::vector<std::pair<node_index, std::string>> pending;
+    std::vector<labelled_node> pending;
     const auto push_children = [&](node_index parent) {
-        std::vector<node_index> children = children_by_change(diff, parent, metric);
-        std::erase_if(children, [&](node_index child) { return !visible[child]; });
-        if (top > 0 && children.size() > top) {
-            children.resize(top);
-        }
-        const sibling_labels labels(diff.both.tree, children);
-        for (size_t at = children.size(); at-- > 0;) {
-            pending.emplace_back(children[at], labels.of(at));
+        for (labelled_node& each :
+             shown_from_last(diff.both.tree, children_by_change(diff, parent, metric), visible, top)) {
+            pending.push_back(std::move(each));
         }
     };
     push_children(call_tree::root);
@@ -150,7 +146,6 @@ std::string path_text(const call_tree& tree, node_index index)
 int64_t change_value(const diff_choice& chosen, diff_metric metric)
 {
     const int64_t change_tv = duration_value("--min-change", chosen.min_change);
-    constexpr int64_t ns_per_second = 1'000'000'000;
     return is_duration(metric) ? change_tv : change_tv / ns_per_second;
 }
 
@@ -160,15 +155,12 @@ int run_diff(const diff_choice& chosen, const streams& to)
     const bool has_limit = !chosen.fail_over.empty();
     const double limit = has_limit ? percent_value("--fail-over", chosen.fail_over) : 0;
     const int64_t min_change = change_value(chosen, metric);
-    record_choice records = chosen.records;
-    records.brief = !chosen.full;
-    const loaded_traces before = load_traces({chosen.before}, records, to);
-    const loaded_traces after = load_traces({chosen.after}, records, to);
-    if (before.set.coverage.operations == 0 || after.set.coverage.operations == 0) {
+    const loaded_pair sides = load_both({chosen.before}, {chosen.after}, chosen.records, chosen.full, to);
+    if (!sides.has_both()) {
         return exit_input;
     }
-    const call_profile tree_before = profile_of(before.set.tree);
-    const call_profile tree_after = profile_of(after.set.tree);
+    const call_profile tree_before = profile_of(sides.before.set.tree);
+    const call_profile tree_after = profile_of(sides.after.set.tree);
     const tree_diff diff = chosen.flat ? diff_of(flat_profile_of(tree_before), flat_profile_of(tree_after))
                                        : diff_of(tree_before, tree_after);
     const std::vector<bool> visible = visible_nodes(diff.both, view_filter_of(chosen.view));
@@ -186,7 +178,7 @@ int run_diff(const diff_choice& chosen, const streams& to)
             return exit_threshold;
         }
     }
-    return before.status == exit_done ? after.status : before.status;
+    return sides.status();
 }
 
 command_body declare_diff(CLI::App& app)
@@ -202,10 +194,8 @@ command_body declare_diff(CLI::App& app)
                    "End with status 4 when a path shown is up by more than this: 10%");
     app.add_option("--min-change", chosen->min_change, "For --fail-over: smaller changes do not count: 50us");
     app.add_flag("--flat", chosen->flat, "One row per operation, whatever calls it");
-    app.add_flag("--full", chosen->full,
-                 "Keep paths apart that differ in flags, program, source line, type or database");
-    app.add_option("--top", chosen->top, "Show only the first N of each caller")
-        ->check(CLI::Range(1, 1'000'000));
+    add_full_option(app, chosen->full);
+    add_top_option(app, chosen->top);
     add_record_options(app, chosen->records);
     add_view_options(app, chosen->view);
     add_format_options(app, chosen->format);
@@ -215,6 +205,6 @@ command_body declare_diff(CLI::App& app)
 } // namespace
 
 extern const command diff_command;
-const command diff_command{"diff", "Two sets of trace data files compared, path by path", declare_diff};
+const command diff_command{"diff", "Two sets of trace data files compared, path by path", declare_diff, true};
 
 } // namespace ostrum_tool

@@ -2,7 +2,6 @@
 #define OSTRUM_TOOL_REPORT_PERCENTILES_H
 // What duration buckets tell about percentiles: never a value, but the interval that must hold it.
 #include <optional>
-#include <string>
 
 #include "readers/call_tree.h"
 

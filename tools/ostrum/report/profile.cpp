@@ -116,40 +116,20 @@ struct sort_name {
     const char* name;
     sort_key key;
 };
-constexpr std::array<sort_name, 9> sort_names{{{"total", sort_key::total},
-                                               {"self", sort_key::self},
-                                               {"calls", sort_key::calls},
-                                               {"errors", sort_key::errors},
-                                               {"records", sort_key::records},
-                                               {"average", sort_key::average},
-                                               {"max", sort_key::max},
-                                               {"cpu", sort_key::cpu},
-                                               {"name", sort_key::name}}};
+constexpr std::array<sort_name, 9> sort_names{{{"total", path_figure::total},
+                                               {"self", path_figure::self},
+                                               {"calls", path_figure::calls},
+                                               {"errors", path_figure::errors},
+                                               {"records", path_figure::records},
+                                               {"average", path_figure::average},
+                                               {"max", path_figure::max},
+                                               {"cpu", path_figure::cpu},
+                                               {"name", by_name}}};
 
 int64_t sort_value(const call_profile& profile, node_index index, sort_key key)
 {
-    const totals& sums = profile.tree.at(index).sums;
-    switch (key) {
-    case sort_key::self:
-        return profile.self_tv[index];
-    case sort_key::calls:
-        return sums.calls;
-    case sort_key::errors:
-        return sums.errors;
-    case sort_key::records:
-        return sums.recs;
-    case sort_key::average:
-        return sums.average_tv();
-    case sort_key::max:
-        return sums.max_tv;
-    case sort_key::cpu:
-        return sums.cpu_tv();
-    case sort_key::total:
-        return profile.total_tv[index];
-    case sort_key::name:
-        break;
-    }
-    return 0;
+    return key ? value_of(*key, profile.tree.at(index).sums, profile.total_tv[index], profile.self_tv[index])
+               : 0;
 }
 
 auto order_of(const path_key& key)
@@ -213,6 +193,29 @@ std::vector<bool> visible_nodes(const call_profile& profile, const view_filter& 
     return visible;
 }
 
+int64_t value_of(path_figure which, const totals& sums, int64_t total_tv, int64_t self_tv)
+{
+    switch (which) {
+    case path_figure::total:
+        return total_tv;
+    case path_figure::self:
+        return self_tv;
+    case path_figure::calls:
+        return sums.calls;
+    case path_figure::errors:
+        return sums.errors;
+    case path_figure::records:
+        return sums.recs;
+    case path_figure::average:
+        return sums.average_tv();
+    case path_figure::max:
+        return sums.max_tv;
+    case path_figure::cpu:
+        return sums.cpu_tv();
+    }
+    return 0;
+}
+
 sort_key sort_key_named(const std::string& name)
 {
     const auto found = std::find_if(sort_names.begin(), sort_names.end(),
@@ -263,6 +266,21 @@ sibling_labels::sibling_labels(const call_tree& tree, const std::vector<node_ind
         labels_.push_back(operation_text(key.opname, key.opcode) +
                           (details.empty() ? "" : " [" + details + "]"));
     }
+}
+
+std::vector<labelled_node> shown_from_last(const call_tree& tree, std::vector<node_index> siblings,
+                                           const std::vector<bool>& visible, size_t top)
+{
+    std::erase_if(siblings, [&](node_index each) { return !visible[each]; });
+    if (top > 0 && siblings.size() > top) {
+        siblings.resize(top);
+    }
+    const sibling_labels labels(tree, siblings);
+    std::vector<labelled_node> shown;
+    for (size_t at = siblings.size(); at-- > 0;) {
+        shown.push_back({siblings[at], labels.of(at)});
+    }
+    return shown;
 }
 
 } // namespace ostrum_tool

@@ -34,7 +34,13 @@ struct view_filter {
 // A path that matches is shown with what stands above and below it. Throws usage_error for a bad pattern.
 std::vector<bool> visible_nodes(const call_profile& profile, const view_filter& filter);
 
-enum class sort_key { total, self, calls, errors, records, average, max, cpu, name };
+// What rows are ordered and compared by.
+enum class path_figure { total, self, calls, errors, records, average, max, cpu };
+// Total and self time are those of a profile: totals know neither.
+int64_t value_of(path_figure which, const totals& sums, int64_t total_tv, int64_t self_tv);
+
+using sort_key = std::optional<path_figure>;
+inline constexpr sort_key by_name = std::nullopt;
 
 // The value of --sort. Throws usage_error.
 sort_key sort_key_named(const std::string& name);
@@ -53,6 +59,15 @@ public:
 private:
     std::vector<std::string> labels_;
 };
+
+struct labelled_node {
+    node_index node;
+    std::string label;
+};
+// Those of the siblings that are shown, at most `top` of them (0 = all), the last one first: so that a stack
+// gives them in their order.
+std::vector<labelled_node> shown_from_last(const call_tree& tree, std::vector<node_index> siblings,
+                                           const std::vector<bool>& visible, size_t top);
 
 } // namespace ostrum_tool
 #endif

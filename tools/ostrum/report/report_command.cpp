@@ -92,13 +92,11 @@ int run_report(const report_choice& chosen, const streams& to)
 command_body declare_report(CLI::App& app)
 {
     const auto chosen = std::make_shared<report_choice>();
-    app.add_option("FILE", chosen->operands,
-                   "Trace data files, directories of them, or - (default: this directory)");
+    add_trace_operands(app, chosen->operands);
     app.add_flag("--flat", chosen->flat, "One row per operation, whatever calls it");
     app.add_option("--sort", chosen->sort, "Order of siblings (default: total)")
         ->check(names_known(sort_key_names));
-    app.add_option("--top", chosen->top, "Show only the first N of each caller")
-        ->check(CLI::Range(1, 1'000'000));
+    add_top_option(app, chosen->top);
     app.add_flag("--buckets", chosen->buckets, "Show the duration histogram of operations that have buckets");
     add_list(app, "--percentiles", chosen->percentiles,
              "The intervals that hold these percentiles, from the buckets: 50,90,99");
@@ -117,6 +115,6 @@ command_body declare_report(CLI::App& app)
 } // namespace
 
 extern const command report_command;
-const command report_command{"report", "Merged call tree of trace data files", declare_report};
+const command report_command{"report", "Merged call tree of trace data files", declare_report, true};
 
 } // namespace ostrum_tool

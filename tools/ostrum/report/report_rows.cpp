@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "output/value_text.h"
+#include "readers/local_time.h"
 #include "report/percentiles.h"
 
 namespace ostrum_tool {
@@ -51,6 +52,12 @@ ordered_json buckets_json(const call_node& node)
     return list;
 }
 
+// A share in percent; unknown of nothing.
+cell share_cell(int64_t part, int64_t whole)
+{
+    return whole <= 0 ? cell() : cell(static_cast<double>(part) * 100.0 / static_cast<double>(whole));
+}
+
 class row_writer {
 public:
     row_writer(const call_profile& profile, const std::vector<bool>& visible, const report_options& options)
@@ -61,7 +68,7 @@ public:
     {
         push_children(call_tree::root);
         while (!pending_.empty()) {
-            const pending_row next = pending_.back();
+            const labelled_node next = pending_.back();
             pending_.pop_back();
             write_node(next);
             if (options_.buckets && options_.format == output_format::text) {
@@ -73,11 +80,6 @@ public:
     }
 
 private:
-    struct pending_row {
-        node_index node;
-        std::string label;
-    };
-
     [[nodiscard]] std::vector<column> columns() const
     {
         std::vector<column> all = path_columns();
@@ -110,29 +112,21 @@ private:
 
     void push_children(node_index parent)
     {
-        std::vector<node_index> children = sorted_children(profile_, parent, options_.sort);
-        std::erase_if(children, [&](node_index child) { return !visible_[child]; });
-        if (options_.top > 0 && children.size() > options_.top) {
-            children.resize(options_.top);
-        }
-        const sibling_labels labels(profile_.tree, children);
-        for (size_t at = children.size(); at-- > 0;) {
-            pending_.push_back({children[at], labels.of(at)});
+        for (labelled_node& each : shown_from_last(
+                 profile_.tree, sorted_children(profile_, parent, options_.sort), visible_, options_.top)) {
+            pending_.push_back(std::move(each));
         }
     }
 
-    void write_node(const pending_row& row)
+    void write_node(const labelled_node& row)
     {
         const call_node& node = profile_.tree.at(row.node);
         std::vector<cell> cells;
         add_path_cells(cells, profile_.tree, row.node, row.label);
         if (node.key.is_group) {
-            cells.resize(cells.size() + 3);
-            cells.emplace_back(profile_.total_tv[row.node]);
-            cells.resize(cells.size() + 9);
+            add_group_time(cells, profile_.total_tv[row.node]);
         } else {
-            add_figures(cells, node.sums, profile_.total_tv[row.node]);
-            cells[cells.size() - 9] = profile_.self_tv[row.node];
+            add_figures(cells, node.sums, profile_.total_tv[row.node], profile_.self_tv[row.node]);
         }
         cells.push_back(share_cell(profile_.total_tv[row.node], profile_.total_tv[node.parent]));
         cells.push_back(share_cell(profile_.total_tv[row.node], profile_.total_tv[call_tree::root]));
@@ -143,11 +137,21 @@ private:
         table_.add_row(std::move(cells));
     }
 
-    // Thirteen cells, from calls to the time served by a cache; the one of self time is left open.
-    static void add_figures(std::vector<cell>& cells, const totals& sums, int64_t total_tv)
+    // The cells from calls to the time served by a cache.
+    static constexpr size_t figure_cells = 13;
+
+    // A group has no other figure of its own.
+    static void add_group_time(std::vector<cell>& cells, int64_t total_tv)
+    {
+        const size_t behind = cells.size() + figure_cells;
+        cells.insert(cells.end(), {cell(), cell(), cell(), total_tv});
+        cells.resize(behind);
+    }
+
+    static void add_figures(std::vector<cell>& cells, const totals& sums, int64_t total_tv, cell self)
     {
         const bool cpu_measured = sums.user_cpu_tv != 0 || sums.sys_cpu_tv != 0;
-        cells.insert(cells.end(), {sums.calls, sums.errors, sums.recs, total_tv, cell(),
+        cells.insert(cells.end(), {sums.calls, sums.errors, sums.recs, total_tv, std::move(self),
                                    sums.min_tv == 0 ? cell() : cell(sums.min_tv), sums.average_tv(),
                                    sums.max_tv, cpu_measured ? cell(sums.cpu_tv()) : cell(), sums.user_cpu_tv,
                                    sums.sys_cpu_tv, sums.cached_calls, sums.cached_tv});
@@ -178,7 +182,7 @@ private:
                                  bar(bucket.sums.calls, node.sums.calls));
             std::vector<cell> cells{std::move(label)};
             cells.resize(path_columns().size());
-            add_figures(cells, bucket.sums, bucket.sums.total_tv);
+            add_figures(cells, bucket.sums, bucket.sums.total_tv, cell());
             cells.resize(columns().size(), cell(std::string()));
             table_.add_row(std::move(cells));
         }
@@ -188,7 +192,7 @@ private:
     const std::vector<bool>& visible_;
     const report_options& options_;
     table table_;
-    std::vector<pending_row> pending_;
+    std::vector<labelled_node> pending_;
 };
 
 std::string counted(size_t count, const char* one, const char* many)
@@ -203,11 +207,6 @@ table report_table(const call_profile& profile, const std::vector<bool>& visible
                    const report_options& options)
 {
     return row_writer(profile, visible, options).write_all();
-}
-
-cell share_cell(int64_t part, int64_t whole)
-{
-    return whole <= 0 ? cell() : cell(static_cast<double>(part) * 100.0 / static_cast<double>(whole));
 }
 
 std::vector<column> path_columns()

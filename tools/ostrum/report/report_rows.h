@@ -12,7 +12,7 @@ namespace ostrum_tool {
 
 struct report_options {
     output_format format = output_format::text;
-    sort_key sort = sort_key::total;
+    sort_key sort = path_figure::total;
     bool buckets = false;
     std::vector<double> percentiles;
     size_t top = 0; // rows of each caller; 0 = all
@@ -25,9 +25,6 @@ table report_table(const call_profile& profile, const std::vector<bool>& visible
 std::vector<column> path_columns();
 void add_path_cells(std::vector<cell>& cells, const call_tree& tree, node_index index,
                     const std::string& label);
-
-// A share in percent; unknown of nothing.
-cell share_cell(int64_t part, int64_t whole);
 
 // "3 files, 2 processes, 5 threads, 40 flushes, 2026-11-21 10:00:00 to 2026-11-21 11:00:00"
 std::string coverage_text(const trace_coverage& coverage);

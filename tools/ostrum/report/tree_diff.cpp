@@ -13,13 +13,13 @@ struct metric_name {
     const char* name;
     diff_metric metric;
 };
-constexpr std::array<metric_name, 7> metric_names{{{"average", diff_metric::average},
-                                                   {"total", diff_metric::total},
-                                                   {"self", diff_metric::self},
-                                                   {"max", diff_metric::max},
-                                                   {"cpu", diff_metric::cpu},
-                                                   {"calls", diff_metric::calls},
-                                                   {"errors", diff_metric::errors}}};
+constexpr std::array<metric_name, 7> compared_figures{{{"average", diff_metric::average},
+                                                       {"total", diff_metric::total},
+                                                       {"self", diff_metric::self},
+                                                       {"max", diff_metric::max},
+                                                       {"cpu", diff_metric::cpu},
+                                                       {"calls", diff_metric::calls},
+                                                       {"errors", diff_metric::errors}}};
 
 void take_side(tree_diff& diff, const call_profile& from, path_figures path_pair::*side)
 {
@@ -40,7 +40,7 @@ uint64_t size_of(int64_t change)
 
 diff_metric diff_metric_named(const std::string& name)
 {
-    for (const metric_name& each : metric_names) {
+    for (const metric_name& each : compared_figures) {
         if (name == each.name) {
             return each.metric;
         }
@@ -51,27 +51,6 @@ diff_metric diff_metric_named(const std::string& name)
 bool is_duration(diff_metric metric)
 {
     return metric != diff_metric::calls && metric != diff_metric::errors;
-}
-
-int64_t path_figures::value(diff_metric metric) const
-{
-    switch (metric) {
-    case diff_metric::average:
-        return sums.average_tv();
-    case diff_metric::total:
-        return total_tv;
-    case diff_metric::self:
-        return self_tv;
-    case diff_metric::max:
-        return sums.max_tv;
-    case diff_metric::cpu:
-        return sums.cpu_tv();
-    case diff_metric::calls:
-        return sums.calls;
-    case diff_metric::errors:
-        return sums.errors;
-    }
-    return 0;
 }
 
 const char* path_pair::state() const
@@ -108,7 +87,7 @@ tree_diff diff_of(const call_profile& before, const call_profile& after)
 
 std::vector<node_index> children_by_change(const tree_diff& diff, node_index parent, diff_metric metric)
 {
-    std::vector<node_index> sorted = sorted_children(diff.both, parent, sort_key::total);
+    std::vector<node_index> sorted = sorted_children(diff.both, parent, path_figure::total);
     std::stable_sort(sorted.begin(), sorted.end(), [&](node_index a, node_index b) {
         return size_of(diff.pairs[a].change(metric)) > size_of(diff.pairs[b].change(metric));
     });

@@ -9,7 +9,7 @@
 
 namespace ostrum_tool {
 
-enum class diff_metric { average, total, self, max, cpu, calls, errors };
+using diff_metric = path_figure; // those that can be compared
 
 // The value of --metric. Throws usage_error.
 diff_metric diff_metric_named(const std::string& name);
@@ -21,7 +21,10 @@ struct path_figures {
     totals sums;
     int64_t total_tv = 0, self_tv = 0;
 
-    [[nodiscard]] int64_t value(diff_metric metric) const;
+    [[nodiscard]] int64_t value(diff_metric metric) const
+    {
+        return value_of(metric, sums, total_tv, self_tv);
+    }
 };
 
 struct path_pair {

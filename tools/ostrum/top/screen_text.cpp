@@ -6,7 +6,7 @@
 
 #include "output/value_text.h"
 #include "readers/data_layout.h"
-#include "readers/tree_builder.h"
+#include "readers/local_time.h"
 
 namespace ostrum_tool {
 namespace {

@@ -10,7 +10,7 @@
 #include "cli/command.h"
 #include "cli/option_values.h"
 #include "output/value_text.h"
-#include "readers/tree_builder.h"
+#include "readers/local_time.h"
 #include "tool_errors.h"
 #include "top/terminal_screen.h"
 
