@@ -239,7 +239,7 @@ TEST_F(Alarms, TheInputListIsRecordedUpToItsLimit)
     qeli_flist_set(list, QEL_FLD(QEL_TYPE_INT, 0x170), 0, &number, &eb);
     const auto text_up_to = [&](int32_t max_bytes) {
         char* text = perf_flist_str(list, max_bytes);
-        const std::string copy = text != nullptr ? text : "(null)";
+        std::string copy = text != nullptr ? text : "(null)";
         os::release(text);
         return copy;
     };
