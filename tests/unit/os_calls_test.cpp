@@ -8,15 +8,17 @@ using namespace ostrum;
 
 namespace {
 
-void* end_at_once(void*)
+// Joining one that has ended already waits for nothing, and so is no cancellation point anyway.
+void* end_soon(void*)
 {
+    os::sleep_ns(50'000'000);
     return nullptr;
 }
 
-pthread_t ended_thread()
+pthread_t running_thread()
 {
     pthread_t thread{};
-    os::create_thread(thread, end_at_once, nullptr);
+    os::create_thread(thread, end_soon, nullptr);
     return thread;
 }
 
@@ -26,8 +28,8 @@ struct waiting_call {
 };
 const waiting_call waiting_calls[] = {
     {"sleep_ns", [] { os::sleep_ns(1); }},
-    {"join_thread", [] { os::join_thread(ended_thread()); }},
-    {"join_thread_within", [] { os::join_thread_within(ended_thread(), 10'000'000'000); }},
+    {"join_thread", [] { os::join_thread(running_thread()); }},
+    {"join_thread_within", [] { os::join_thread_within(running_thread(), 10'000'000'000); }},
 };
 
 void* cancel_itself_and_wait(void* argument)
