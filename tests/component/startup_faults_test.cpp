@@ -105,3 +105,13 @@ TEST_F(StartupFaults, ASignalHandlerThatCannotBeInstalledIsReported)
         EXPECT_EQ(sigismember(&installed.sa_mask, blocked), 1);
     }
 }
+
+// As in a child that was forked in the midst of start-up.
+TEST_F(StartupFaults, WhoStartsAgainRegistersNothingTwice)
+{
+    ASSERT_TRUE(start());
+    use_defaults();
+    ASSERT_TRUE(start());
+    EXPECT_EQ(fake_os::calls_made(call::at_exit), 0);
+    EXPECT_EQ(fake_os::calls_made(call::at_fork_in_child), 0);
+}

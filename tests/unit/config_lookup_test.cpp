@@ -181,4 +181,21 @@ TEST(ProgramName, IsTheThirdFieldOfTheCorrelation)
     ostrum::bound_host_services() = {};
 }
 
+TEST(ProgramName, IsReadAgainWhenTheCorrelationIsAnother)
+{
+    ostrum::bound_host_services().get_correlation = [] { return correlation; };
+    ostrum::known_correlation known;
+    char program[128] = "";
+    for (const char* name : {"one", "two", ""}) {
+        const std::string id = "a:b:" + std::string(name) + ":rest";
+        correlation = id.c_str();
+        ostrum::refresh_program(program, sizeof(program), known);
+        EXPECT_STREQ(program, name);
+        program[0] = '#';
+        ostrum::refresh_program(program, sizeof(program), known);
+        EXPECT_EQ(program[0], '#') << "read again though it is the same";
+    }
+    ostrum::bound_host_services() = {};
+}
+
 } // namespace

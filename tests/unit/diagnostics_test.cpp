@@ -52,6 +52,17 @@ TEST_F(DiagnosticsTest, LineHasTimeProcessAndThread)
     EXPECT_EQ(fake_os::calls_made(call::allocate), 0); // a signal handler may write a short line
 }
 
+TEST_F(DiagnosticsTest, ALineThatCannotBeWrittenIsLostAndNothingElse)
+{
+    fake_os::fail(call::write_file, 1, EIO);
+    const std::string text = fake_os::captured_stderr([] {
+        errno = ERANGE;
+        err_print("lost\n");
+        EXPECT_EQ(errno, ERANGE);
+    });
+    EXPECT_EQ(text, "");
+}
+
 TEST_F(DiagnosticsTest, LongLinesAreWholeWhileMemoryLasts)
 {
     // Around the size of the buffer on the stack, and far beyond it.
