@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
-#include "output/progress_line.h"
+#include "cli/progress_line.h"
 #include "output/value_text.h"
 #include "readers/time_units.h"
 #include "tool_errors.h"

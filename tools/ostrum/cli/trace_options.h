@@ -8,7 +8,7 @@
 #include "cli/command.h"
 #include "cli/option_values.h"
 #include "readers/trace_set.h"
-#include "report/profile.h"
+#include "readers/view_filter.h"
 
 namespace ostrum_tool {
 

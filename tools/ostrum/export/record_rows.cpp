@@ -5,27 +5,22 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "export/stored_hash.h"
 #include "output/value_text.h"
 #include "tool_errors.h"
 
 namespace ostrum_tool {
 namespace {
 
-// FNV-1a: the keys are stored, so that they have to be the same in every build.
 uint64_t hash_text(uint64_t hash, std::string_view text)
 {
-    constexpr uint64_t prime = 0x100000001B3;
-    for (const char c : text) {
-        hash = (hash ^ static_cast<unsigned char>(c)) * prime;
-    }
-    return (hash ^ 0xFFU) * prime; // no text holds this byte where it is UTF-8
+    return stored_hash(stored_hash(hash, text), "\xFF"); // no text holds this byte where it is UTF-8
 }
 
 int64_t path_key_of(const trace_row& row)
 {
-    constexpr uint64_t start = 0xCBF29CE484222325;
-    uint64_t hash = hash_text(
-        start, fmt::format("{} {} {} {} {}", row.parent_key, row.opcode, row.flags, row.lineno, row.db_num));
+    uint64_t hash = hash_text(stored_hash_start, fmt::format("{} {} {} {} {}", row.parent_key, row.opcode,
+                                                             row.flags, row.lineno, row.db_num));
     for (const std::string* text : {&row.name, &row.program, &row.fname, &row.obj_type}) {
         hash = hash_text(hash, *text);
     }

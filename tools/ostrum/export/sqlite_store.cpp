@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include "export/stored_hash.h"
 #include "sqlite_schema.h"
 #include "tool_errors.h"
 
@@ -37,14 +38,9 @@ std::string head_of(const std::string& path, size_t bytes)
     return head;
 }
 
-// The same in every build: it is stored.
 int64_t hash_of(std::string_view text)
 {
-    uint64_t hash = 0xCBF29CE484222325;
-    for (const char c : text) {
-        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3;
-    }
-    return static_cast<int64_t>(hash);
+    return static_cast<int64_t>(stored_hash(stored_hash_start, text));
 }
 
 } // namespace

@@ -125,7 +125,7 @@ command_body declare_flame(CLI::App& app)
         ->allow_extra_args(false)
         ->type_name(file_name);
     app.add_option("--metric", chosen->metric, "Whose change gives the colours of --diff (default: average)")
-        ->check(names_known(diff_metric_names));
+        ->check(names_known(diff_metric_names()));
     app.add_option("--width", chosen->width,
                    "Whose time gives the widths of --diff: after (default), before, both")
         ->check(CLI::IsMember({"after", "before", "both"}));

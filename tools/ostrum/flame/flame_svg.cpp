@@ -6,6 +6,7 @@
 
 #include "flame/flame_colours.h"
 #include "flame/flame_output.h"
+#include "output/markup_text.h"
 #include "output/value_text.h"
 
 namespace ostrum_tool {
@@ -21,25 +22,7 @@ constexpr double character_width = 7.3; // of a fixed-width font of 12 units, ro
 // In text and attributes. The texts hold no control characters; what else XML has no place for is replaced.
 std::string xml_text(std::string_view text)
 {
-    std::string safe;
-    for (const char c : text) {
-        switch (c) {
-        case '&':
-            safe += "&amp;";
-            break;
-        case '<':
-            safe += "&lt;";
-            break;
-        case '>':
-            safe += "&gt;";
-            break;
-        case '"':
-            safe += "&quot;";
-            break;
-        default:
-            safe += c;
-        }
-    }
+    std::string safe = markup_text(text);
     for (const std::string_view no_character : {"\xEF\xBF\xBE", "\xEF\xBF\xBF"}) {
         for (size_t at = safe.find(no_character); at != std::string::npos; at = safe.find(no_character, at)) {
             safe.replace(at, no_character.size(), "\xEF\xBF\xBD");

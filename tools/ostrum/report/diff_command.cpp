@@ -189,7 +189,7 @@ command_body declare_diff(CLI::App& app)
         ->type_name(file_name);
     app.add_option("B", chosen->after, "The same: after")->required()->type_name(file_name);
     app.add_option("--metric", chosen->metric, "What is compared (default: average)")
-        ->check(names_known(diff_metric_names));
+        ->check(names_known(diff_metric_names()));
     app.add_option("--fail-over", chosen->fail_over,
                    "End with status 4 when a path shown is up by more than this: 10%");
     app.add_option("--min-change", chosen->min_change, "For --fail-over: smaller changes do not count: 50us");

@@ -7,6 +7,7 @@
 
 #include <re2/re2.h>
 
+#include "cli/named_values.h"
 #include "output/value_text.h"
 #include "tool_errors.h"
 
@@ -112,19 +113,15 @@ private:
     std::vector<uint32_t> open_; // of each flat node: how many of its paths are open above
 };
 
-struct sort_name {
-    const char* name;
-    sort_key key;
-};
-constexpr std::array<sort_name, 9> sort_names{{{"total", path_figure::total},
-                                               {"self", path_figure::self},
-                                               {"calls", path_figure::calls},
-                                               {"errors", path_figure::errors},
-                                               {"records", path_figure::records},
-                                               {"average", path_figure::average},
-                                               {"max", path_figure::max},
-                                               {"cpu", path_figure::cpu},
-                                               {"name", by_name}}};
+constexpr std::array<named_value<sort_key>, 9> sort_keys{{{"total", path_figure::total},
+                                                          {"self", path_figure::self},
+                                                          {"calls", path_figure::calls},
+                                                          {"errors", path_figure::errors},
+                                                          {"records", path_figure::records},
+                                                          {"average", path_figure::average},
+                                                          {"max", path_figure::max},
+                                                          {"cpu", path_figure::cpu},
+                                                          {"name", by_name}}};
 
 int64_t sort_value(const call_profile& profile, node_index index, sort_key key)
 {
@@ -148,8 +145,6 @@ detail_texts details_of(const path_key& key)
 }
 
 } // namespace
-
-const char* const sort_key_names = "total, self, calls, errors, records, average, max, cpu, name";
 
 call_profile profile_of(const call_tree& tree)
 {
@@ -218,12 +213,16 @@ int64_t value_of(path_figure which, const totals& sums, int64_t total_tv, int64_
 
 sort_key sort_key_named(const std::string& name)
 {
-    const auto found = std::find_if(sort_names.begin(), sort_names.end(),
-                                    [&](const sort_name& each) { return name == each.name; });
-    if (found == sort_names.end()) {
-        throw usage_error("cannot sort by " + name + ": " + sort_key_names);
+    const named_value<sort_key>* const found = find_named(sort_keys, name);
+    if (found == nullptr) {
+        throw usage_error("cannot sort by " + name + ": " + sort_key_names());
     }
-    return found->key;
+    return found->value;
+}
+
+std::string sort_key_names()
+{
+    return names_of_all(sort_keys);
 }
 
 std::vector<node_index> sorted_children(const call_profile& profile, node_index parent, sort_key key)

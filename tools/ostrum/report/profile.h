@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "readers/call_tree.h"
+#include "readers/view_filter.h"
 
 namespace ostrum_tool {
 
@@ -23,14 +24,6 @@ call_profile profile_of(const call_tree& tree);
 // count an operation that calls itself once.
 call_profile flat_profile_of(const call_profile& profile);
 
-// Which nodes are shown. Figures stay those of all calls.
-struct view_filter {
-    std::string name_pattern;     // RE2; matched anywhere in the name; empty = all
-    std::vector<int32_t> opcodes; // empty = all
-    int32_t max_depth = 0;        // levels; 0 = all
-    int64_t min_total_tv = 0;
-};
-
 // A path that matches is shown with what stands above and below it. Throws usage_error for a bad pattern.
 std::vector<bool> visible_nodes(const call_profile& profile, const view_filter& filter);
 
@@ -44,7 +37,7 @@ inline constexpr sort_key by_name = std::nullopt;
 
 // The value of --sort. Throws usage_error.
 sort_key sort_key_named(const std::string& name);
-extern const char* const sort_key_names; // for help texts
+std::string sort_key_names(); // for help texts
 
 // Siblings in the order of the key, largest first (names ascending); equal ones by their path.
 std::vector<node_index> sorted_children(const call_profile& profile, node_index parent, sort_key key);

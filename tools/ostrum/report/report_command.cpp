@@ -95,7 +95,7 @@ command_body declare_report(CLI::App& app)
     add_trace_operands(app, chosen->operands);
     app.add_flag("--flat", chosen->flat, "One row per operation, whatever calls it");
     app.add_option("--sort", chosen->sort, "Order of siblings (default: total)")
-        ->check(names_known(sort_key_names));
+        ->check(names_known(sort_key_names()));
     add_top_option(app, chosen->top);
     app.add_flag("--buckets", chosen->buckets, "Show the duration histogram of operations that have buckets");
     add_list(app, "--percentiles", chosen->percentiles,

@@ -13,7 +13,7 @@ using diff_metric = path_figure; // those that can be compared
 
 // The value of --metric. Throws usage_error.
 diff_metric diff_metric_named(const std::string& name);
-constexpr const char* diff_metric_names = "average, total, self, max, cpu, calls, errors"; // for help texts
+std::string diff_metric_names(); // for help texts
 bool is_duration(diff_metric metric);
 
 struct path_figures {

@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "cli/command.h"
+#include "output/markup_text.h"
 #include "output/value_text.h"
 #include "prometheus/data_file_metrics.h"
 #include "serve/accept_header.h"
@@ -20,33 +21,12 @@ struct serve_choice {
 
 constexpr const char* plain_text = "text/plain; charset=utf-8";
 
-std::string html_text(const std::string& text)
-{
-    std::string escaped;
-    for (const char c : printable(text)) {
-        switch (c) {
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '>':
-            escaped += "&gt;";
-            break;
-        default:
-            escaped += c;
-        }
-    }
-    return escaped;
-}
-
 http_reply index_page(const serve_choice& chosen)
 {
     std::string body = "<!doctype html><meta charset=\"utf-8\"><title>ostrum</title><h1>ostrum</h1>\n"
                        "<p><a href=\"/metrics\">metrics</a>, <a href=\"/healthz\">health</a></p>\n<ul>\n";
     for (const std::string& path : chosen.paths) {
-        body += "<li><code>" + html_text(path) + "</code></li>\n";
+        body += "<li><code>" + markup_text(printable(path)) + "</code></li>\n";
     }
     return {200, "text/html; charset=utf-8", body + "</ul>\n"};
 }

@@ -1,5 +1,5 @@
-#ifndef OSTRUM_TOOL_OUTPUT_PROGRESS_LINE_H
-#define OSTRUM_TOOL_OUTPUT_PROGRESS_LINE_H
+#ifndef OSTRUM_TOOL_CLI_PROGRESS_LINE_H
+#define OSTRUM_TOOL_CLI_PROGRESS_LINE_H
 #include <condition_variable>
 #include <mutex>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "output/progress_line.h"
+#include "cli/progress_line.h"
 
 #include <chrono>
 

@@ -1,0 +1,29 @@
+#include "output/markup_text.h"
+
+namespace ostrum_tool {
+
+std::string markup_text(std::string_view text)
+{
+    std::string safe;
+    for (const char c : text) {
+        switch (c) {
+        case '&':
+            safe += "&amp;";
+            break;
+        case '<':
+            safe += "&lt;";
+            break;
+        case '>':
+            safe += "&gt;";
+            break;
+        case '"':
+            safe += "&quot;";
+            break;
+        default:
+            safe += c;
+        }
+    }
+    return safe;
+}
+
+} // namespace ostrum_tool
