@@ -8,6 +8,8 @@
 
 #include "output/table.h"
 #include "output/value_text.h"
+#include "readers/call_tree.h"
+#include "readers/trace_record.h"
 #include "tool_errors.h"
 
 namespace ostrum_tool {
