@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "config/settings.h"
+#include "perf_log/aggregation/file_names.h"
 #include "util/append_file.h"
 #include "util/diagnostics.h"
 
@@ -51,9 +52,9 @@ void open_flist_file(log_context* context)
     }
     const trace_source& source = context->trace;
     char path[path_bytes];
-    const int length = snprintf(path, sizeof(path), "%s/%d_%lu.%s.%s.flog.txt", configured().log_directory,
-                                source.pid, source.tid, source.period.start_text, source.period.end_text);
-    log.file = length < path_bytes ? open_for_appending(path) : unique_fd{};
+    const bool named = own_path(path, source.pid, source.tid,
+                                {source.period.start_text, source.period.end_text}, flist_extension);
+    log.file = named ? open_for_appending(path) : unique_fd{};
     if (!log.file) {
         err_print("open_flist_file : failed opening flist log file[%s] for pid[%d] tid[%lu]\n", path,
                   source.pid, source.tid);

@@ -1,17 +1,16 @@
 #include "perf_log/output/alarm_file.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "config/settings.h"
 #include "data_file/locks.h"
 #include "host_access/correlation.h"
+#include "perf_log/aggregation/file_names.h"
 #include "util/append_buffer.h"
 #include "util/append_file.h"
 #include "util/clock_checks.h"
 #include "util/diagnostics.h"
-#include "util/text.h"
 #include "util/time_value.h"
 
 using namespace ostrum;
@@ -100,14 +99,12 @@ void add_plain_form(append_buffer& out, const alarm_record& alarm, int64_t write
 // A path that is too long is cut and used all the same (kept).
 void build_path(char (&path)[path_bytes], const alarm_record& alarm)
 {
-    const char* extension = is_tagged(alarm) ? "xml" : "txt";
-    const int length = configured().single_file
-                           ? snprintf(path, sizeof(path), "%s.%s.%s.alarm.%s", configured().single_file_base,
-                                      alarm.start_text, alarm.end_text, extension)
-                           : snprintf(path, sizeof(path), "%s/%u_%lu.%s.%s.alarm.%s",
-                                      text_or_empty(configured().log_directory), alarm.pid, alarm.tid,
-                                      alarm.start_text, alarm.end_text, extension);
-    if (length >= path_bytes) {
+    const char* extension = is_tagged(alarm) ? tagged_alarm_extension : plain_alarm_extension;
+    const period_texts period{alarm.start_text, alarm.end_text};
+    const bool named = configured().single_file
+                           ? shared_path(path, period, extension)
+                           : own_path(path, static_cast<int32_t>(alarm.pid), alarm.tid, period, extension);
+    if (!named) {
         err_print("perf_alarm_persist : fpath overflow[%s]\n", path);
     }
 }

@@ -8,6 +8,7 @@
 #include "config/settings.h"
 #include "data_file/locks.h"
 #include "ordered_tree/stored_tree.h"
+#include "perf_log/aggregation/file_names.h"
 #include "perf_log/output/tree_writer.h"
 #include "util/append_file.h"
 #include "util/clock_checks.h"
@@ -19,18 +20,9 @@ using namespace ostrum;
 
 namespace {
 
-constexpr char name_end[] = ".plog.txt";
-constexpr int name_end_characters = sizeof(name_end) - 1;
-
-bool fits(int length)
+period_texts texts_of(const aggregation_period& period)
 {
-    return length >= 0 && length < path_bytes;
-}
-
-bool single_file_path(char (&path)[path_bytes], const trace_source& source)
-{
-    return fits(snprintf(path, sizeof(path), "%s.%s.%s.plog.txt", configured().single_file_base,
-                         source.period.start_text, source.period.end_text));
+    return {period.start_text, period.end_text};
 }
 
 // Renames a shared file that has reached its limit. A file of the new name, from an earlier rotation in
@@ -42,9 +34,9 @@ bool rotate_when_full(int fd, const char* path)
         return true;
     }
     char rotated[path_bytes + 32];
-    snprintf(rotated, sizeof(rotated), "%.*s.%u.plog.txt",
-             static_cast<int>(strlen(path)) - name_end_characters, path,
-             static_cast<unsigned>(os::realtime_ns() / tv_per_s));
+    constexpr size_t name_end_bytes = 1 + sizeof(trace_extension) - 1; // with the dot before it
+    snprintf(rotated, sizeof(rotated), "%.*s.%u.%s", static_cast<int>(strlen(path) - name_end_bytes), path,
+             static_cast<unsigned>(os::realtime_ns() / tv_per_s), trace_extension);
     if (os::status_of_path(rotated, status) == 0 || errno != ENOENT) {
         return true;
     }
@@ -79,7 +71,7 @@ enum class write_result { written, failed, not_opened };
 write_result write_to_single_file(const trace_source& source, bt_tree* tree, int32_t& record_count)
 {
     char path[path_bytes];
-    if (!single_file_path(path, source)) {
+    if (!shared_path(path, texts_of(source.period), trace_extension)) {
         err_print("flush_aggregation_tree_to_file : overflow of fpath[%s]\n", path);
         return write_result::not_opened;
     }
@@ -138,9 +130,7 @@ void open_log_file(trace_source* source)
         return;
     }
     char path[path_bytes];
-    const bool named =
-        fits(snprintf(path, sizeof(path), "%s/%d_%lu.%s.%s.plog.txt", configured().log_directory, source->pid,
-                      source->tid, source->period.start_text, source->period.end_text));
+    const bool named = own_path(path, source->pid, source->tid, texts_of(source->period), trace_extension);
     unique_fd file = named ? open_for_appending(path) : unique_fd{};
     heap_ptr<shared_trace_file> shared = heap_zeroed<shared_trace_file>();
     if (!file || !shared) {
