@@ -19,6 +19,12 @@ struct path_identity {
     const char* obj_type;
 };
 
+inline path_identity stored_path(const agg_node& node)
+{
+    return {node.opcode,  node.flags,  node.lineno, node.db_num,
+            node.program, node.opname, node.fname,  node.obj_type};
+}
+
 // Whether the path is that of a stored node: what the ordering would find equal, without the hash. A text
 // that the node holds cut is never equal. The texts are compared themselves, as callers use buffers again.
 [[gnu::always_inline]] inline bool is_same_path(const path_identity& path, const agg_node& node)

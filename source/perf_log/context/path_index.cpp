@@ -20,12 +20,6 @@ uint32_t hash_with_texts(uint32_t hash, const path_identity& path)
     return static_cast<uint32_t>(mixed >> 32U);
 }
 
-path_identity stored_path(const agg_node& node)
-{
-    return {node.opcode,  node.flags,  node.lineno, node.db_num,
-            node.program, node.opname, node.fname,  node.obj_type};
-}
-
 // Nodes hold such a text cut, so that every call makes a new one: remembering them is of no use.
 bool is_cut_in_nodes(const path_identity& path)
 {

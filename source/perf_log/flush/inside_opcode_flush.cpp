@@ -6,6 +6,7 @@
 #include "config/settings.h"
 #include "perf_log/aggregation/agg_insert.h"
 #include "perf_log/aggregation/node_update.h"
+#include "perf_log/context/start_key.h"
 #include "perf_log/flush/flush.h"
 #include "process_metrics/cpu_usage.h"
 #include "util/diagnostics.h"
@@ -20,27 +21,14 @@ int32_t innermost_frame(const log_context& context)
     return std::min(context.depth, max_call_frames - 1);
 }
 
-// A start key for the path of a node that is about to be flushed.
-agg_node key_of_running_call(const agg_node& node, const log_context& context, int32_t level)
+// A start key for the path of a node that is about to be flushed. The hash is that of the whole texts, which
+// the node may hold cut.
+void fill_key_of_running_call(agg_node& key, const agg_node& node, const log_context& context, int32_t level)
 {
-    agg_node key{};
-    key.opcode = node.opcode;
-    key.flags = node.flags;
-    key.level = level;
-    key.pid = static_cast<uint32_t>(context.trace.pid);
-    key.tid = context.trace.tid;
-    key.ptr_program = node.program;
-    key.ptr_opname = node.opname;
-    key.ptr_fname = node.fname;
-    key.ptr_obj_type = node.obj_type;
-    key.lineno = node.lineno;
-    key.db_num = node.db_num;
+    fill_start_key(key, stored_path(node), context.trace, level, context.time_mode);
     key.hash_code = node.hash_code;
-    key.log_time = context.time_mode;
     key.caller_ref_1 = node.caller_ref_1;
     key.caller_ref_2 = node.caller_ref_2;
-    key.main.total_calls = start_marker;
-    return key;
 }
 
 // Copies the paths of the running calls into the new tree. Returns the number of nodes made there.
@@ -52,7 +40,8 @@ int32_t replant_running_calls(const log_context& context, bt_tree* tree, call_fr
         if (node == nullptr) {
             continue; // started before timing was switched on
         }
-        const agg_node key = key_of_running_call(*node, context, level);
+        agg_node key;
+        fill_key_of_running_call(key, *node, context, level);
         const uint32_t result = insert_agg_node(tree, stack, &key, level, nullptr);
         if (result == BT_INSERTED) {
             ++inserted;

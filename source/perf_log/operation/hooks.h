@@ -9,7 +9,8 @@
 #include "host_access/record_count.h"
 #include "perf_log/operation/hook_call.h"
 #include "perf_log/operation/op_event.h"
-#include "perf_log/operation/write_log.h"
+#include "perf_log/operation/operation_end.h"
+#include "perf_log/operation/operation_start.h"
 
 namespace ostrum {
 

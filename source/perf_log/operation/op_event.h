@@ -10,7 +10,7 @@ enum class op_phase : int32_t { start = 1, end = 2 };
 
 // One hook call, as the per-operation logging sees it. Texts and references are the caller's.
 struct op_event {
-    op_phase phase = op_phase::start; // as write_log is told
+    op_phase phase = op_phase::start; // read by write_log() only
     int64_t now_tv;
     int32_t opcode;
     const char* opname;
