@@ -8,8 +8,10 @@
 #include "perf_log/context/context_list.h"
 #include "perf_log/context/context_lock.h"
 #include "perf_log/context/thread_slots.h"
-#include "perf_log/flush/lifecycle.h"
 #include "perf_log/flush/timed_flush.h"
+#include "perf_log/lifecycle/context_release.h"
+#include "perf_log/lifecycle/fork_child.h"
+#include "perf_log/lifecycle/process_exit.h"
 #include "process_state/signals.h"
 #include "util/diagnostics.h"
 

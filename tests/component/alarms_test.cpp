@@ -7,11 +7,11 @@
 #include <gmock/gmock.h>
 
 #include "data_file/locks.h"
+#include "perf_log/alarms/alarm_file.h"
 #include "perf_log/flush/alarm_detection.h"
 #include "perf_log/flush/async_flusher.h"
 #include "perf_log/flush/inside_opcode_flush.h"
 #include "perf_log/flush/timed_flush.h"
-#include "perf_log/output/alarm_file.h"
 #include "util/diagnostics.h"
 
 // For the platform's users.

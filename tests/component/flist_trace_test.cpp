@@ -15,8 +15,8 @@
 #include "host_abi/host_fields.h"
 #include "host_access/bindings.h"
 #include "host_access/flist.h"
+#include "perf_log/alarms/alarm_record.h"
 #include "perf_log/flush/inside_opcode_flush.h"
-#include "perf_log/output/alarm_record.h"
 #include "perf_log/output/file_rename.h"
 #include "util/diagnostics.h"
 

@@ -6,7 +6,7 @@
 
 #include "fuzz/fuzz_target.h"
 #include "host_access/opcode_names.h"
-#include "perf_log/buckets/alarm_config.h"
+#include "perf_log/alarms/alarm_config.h"
 #include "util/time_value.h"
 
 using namespace ostrum;

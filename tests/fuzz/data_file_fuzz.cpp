@@ -19,7 +19,7 @@
 #include "data_file/variables.h"
 #include "fuzz/fuzz_target.h"
 #include "perf_log/context/log_context.h"
-#include "perf_log/flush/lifecycle.h"
+#include "perf_log/lifecycle/context_release.h"
 #include "perf_log/operation/write_log.h"
 #include "process_metrics/metrics_area.h"
 

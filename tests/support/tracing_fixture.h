@@ -14,7 +14,7 @@
 #include "data_file/variables.h"
 #include "perf_log/context/context_list.h"
 #include "perf_log/context/thread_slots.h"
-#include "perf_log/flush/lifecycle.h"
+#include "perf_log/lifecycle/context_release.h"
 #include "perf_log/operation/write_log.h"
 #include "process_state/process_state.h"
 #include "support/fake_os.h"

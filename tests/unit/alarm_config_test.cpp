@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "perf_log/buckets/alarm_config.h"
+#include "perf_log/alarms/alarm_config.h"
 #include "support/fake_os.h"
 #include "support/temp_dir.h"
 #include "util/diagnostics.h"

@@ -16,7 +16,7 @@
 #include "ostrum_util.h"
 #include "perf_log/aggregation/aggregation_period.h"
 #include "perf_log/aggregation/call_frame.h"
-#include "perf_log/buckets/alarm_config.h"
+#include "perf_log/alarms/alarm_config.h"
 #include "perf_log/context/context_lock.h"
 #include "perf_log/context/path_index.h"
 #include "util/resources.h"

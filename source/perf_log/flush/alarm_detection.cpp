@@ -6,8 +6,8 @@
 #include "host_access/correlation.h"
 #include "host_access/opcode_names.h"
 #include "os/os_calls.h"
+#include "perf_log/alarms/alarm_file.h"
 #include "perf_log/flush/flush_queue.h"
-#include "perf_log/output/alarm_file.h"
 #include "util/diagnostics.h"
 #include "util/text.h"
 

@@ -4,8 +4,8 @@
 // limits to a context in this build: start-up refuses the settings.
 #include <cstdint>
 
+#include "perf_log/alarms/alarm_record.h"
 #include "perf_log/context/log_context.h"
-#include "perf_log/output/alarm_record.h"
 
 namespace ostrum {
 

@@ -6,7 +6,7 @@
 
 #include "os/os_calls.h"
 #include "os/signal_set.h"
-#include "perf_log/output/alarm_file.h"
+#include "perf_log/alarms/alarm_file.h"
 #include "perf_log/output/trace_file.h"
 #include "process_state/process_state.h"
 #include "process_state/signals.h"

@@ -8,8 +8,8 @@
 // it may be taken with a context's lock held.
 #include <cstdint>
 
+#include "perf_log/alarms/alarm_record.h"
 #include "perf_log/context/log_context.h"
-#include "perf_log/output/alarm_record.h"
 
 namespace ostrum {
 

@@ -2,7 +2,7 @@
 
 #include "perf_log/context/context_list.h"
 #include "perf_log/context/thread_slots.h"
-#include "perf_log/flush/lifecycle.h"
+#include "perf_log/lifecycle/context_release.h"
 #include "process_state/process_state.h"
 #include "startup/initialise.h"
 #include "util/diagnostics.h"

@@ -1,4 +1,4 @@
-#include "perf_log/output/alarm_record.h"
+#include "perf_log/alarms/alarm_record.h"
 
 #include "host_access/flist.h"
 #include "util/diagnostics.h"

@@ -1,5 +1,5 @@
-#ifndef OSTRUM_PERF_LOG_OUTPUT_ALARM_RECORD_H
-#define OSTRUM_PERF_LOG_OUTPUT_ALARM_RECORD_H
+#ifndef OSTRUM_PERF_LOG_ALARMS_ALARM_RECORD_H
+#define OSTRUM_PERF_LOG_ALARMS_ALARM_RECORD_H
 // One slow operation that has passed an alarm limit, as it was when the alarm was raised. A record and
 // its levels are one heap block, made by the thread that raises the alarm and only read afterwards.
 #include <cstdint>
@@ -7,7 +7,7 @@
 #include "data_file/layout.h"
 #include "host_abi/host_services.h"
 #include "perf_log/aggregation/aggregation_period.h"
-#include "perf_log/buckets/alarm_config.h"
+#include "perf_log/alarms/alarm_config.h"
 
 namespace ostrum {
 

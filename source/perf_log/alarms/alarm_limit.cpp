@@ -1,5 +1,4 @@
-// One alarm limit: its text form and its description.
-#include "perf_log/buckets/alarm_config.h"
+#include "perf_log/alarms/alarm_limit.h"
 
 #include <algorithm>
 #include <climits>

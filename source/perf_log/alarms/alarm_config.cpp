@@ -1,4 +1,4 @@
-#include "perf_log/buckets/alarm_config.h"
+#include "perf_log/alarms/alarm_config.h"
 
 #include <cerrno>
 #include <cstdio>

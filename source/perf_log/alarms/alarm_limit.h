@@ -1,16 +1,11 @@
-#ifndef OSTRUM_PERF_LOG_BUCKETS_ALARM_CONFIG_H
-#define OSTRUM_PERF_LOG_BUCKETS_ALARM_CONFIG_H
-// The alarm table: per opcode, the elapsed times at which a slow operation is reported. Start-up refuses
-// the alarm settings in this build, so nothing reads a table into use; the format and its reader are
-// complete all the same.
+#ifndef OSTRUM_PERF_LOG_ALARMS_ALARM_LIMIT_H
+#define OSTRUM_PERF_LOG_ALARMS_ALARM_LIMIT_H
+// One alarm limit: an elapsed time, and what is done when an operation has passed it.
 #include <cstddef>
 #include <cstdint>
 
-#include "perf_log/buckets/opcode_table.h"
-
 namespace ostrum {
 
-inline constexpr int32_t max_alarm_limits = 8;
 inline constexpr size_t severity_bytes = 32; // with the terminator
 
 enum alarm_flags : uint32_t {
@@ -29,28 +24,14 @@ struct alarm_limit {
     char severity[severity_bytes];
 };
 
-struct alarm_entry {
-    uint32_t opcode; // unused_opcode = free entry; 0 = the default entry
-    int32_t limit_count;
-    alarm_limit limits[max_alarm_limits]; // in the order of the file
-};
-
-using alarm_table = alarm_entry[opcode_table_size];
-
 } // namespace ostrum
 
 extern "C" {
-// Fills the table from the file, or from a text that holds the default entry's limits alone; exactly one
-// of the two is given. Returns named entries plus one for a default entry, or -1 after diagnostic lines.
-int32_t read_alarm_buckets(const char* path, const char* text, ostrum::alarm_table* table);
-
 // Parses "threshold,flags,severity". 0, or 0xFFFFFFFF after diagnostic lines.
 uint32_t parse_alarm_definition(const char* text, ostrum::alarm_limit* limit, int32_t index);
 
 // Writes the flags as "[0x7] (LOG-FLIST[YES] ...)" and returns the buffer; an empty text without flags,
 // buffer or room.
 char* get_alarm_flags_descr(uint32_t flags, int32_t out_bytes, char* out);
-
-void print_alarm_bucket(const ostrum::alarm_entry* entry);
 }
 #endif

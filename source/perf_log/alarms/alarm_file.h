@@ -1,9 +1,9 @@
-#ifndef OSTRUM_PERF_LOG_OUTPUT_ALARM_FILE_H
-#define OSTRUM_PERF_LOG_OUTPUT_ALARM_FILE_H
+#ifndef OSTRUM_PERF_LOG_ALARMS_ALARM_FILE_H
+#define OSTRUM_PERF_LOG_ALARMS_ALARM_FILE_H
 // Alarm files: one record each time an alarm is raised, in a tagged or in a plain text form.
 #include <cstdint>
 
-#include "perf_log/output/alarm_record.h"
+#include "perf_log/alarms/alarm_record.h"
 #include "util/resources.h"
 
 extern "C" {

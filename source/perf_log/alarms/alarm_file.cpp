@@ -1,4 +1,4 @@
-#include "perf_log/output/alarm_file.h"
+#include "perf_log/alarms/alarm_file.h"
 
 #include <cerrno>
 #include <cstring>
