@@ -65,7 +65,7 @@ bool recurs_only_at_the_end(const loading& load, const alarm_entry& entry)
 
 line_outcome read_line(loading& load, char* line)
 {
-    if (line[0] == '#' || line[0] == '\0') {
+    if (is_skipped_line(line)) {
         return line_outcome::taken;
     }
     line_fields fields(line);
@@ -75,16 +75,13 @@ line_outcome read_line(loading& load, char* line)
         err_print("read_alarm_buckets : ERROR - bad opcode[%s] at line number[%d]\n", name, load.line_number);
         return line_outcome::failed;
     }
-    if (resolved.kind == opcode_kind::named && load.named == max_named_entries) {
+    alarm_entry* entry = add_entry(load.table, resolved, load.named);
+    if (entry == nullptr) {
         err_print("read_alarm_buckets : too many alarms in file[%s] (max is %d)\n", load.path,
                   max_named_entries + 1); // kept: one more than are taken
         return line_outcome::stop;
     }
-    const int32_t index = resolved.kind == opcode_kind::named ? load.named++ : default_entry_index;
-    alarm_entry& entry = load.table[index];
-    entry = {};
-    entry.opcode = static_cast<uint32_t>(resolved.opcode);
-    const bool good = read_limits(load, fields, entry) && recurs_only_at_the_end(load, entry);
+    const bool good = read_limits(load, fields, *entry) && recurs_only_at_the_end(load, *entry);
     return good ? line_outcome::taken : line_outcome::failed;
 }
 
@@ -127,12 +124,7 @@ bool read_text(loading& load, const char* text)
 void list_alarms(const loading& load, int32_t count)
 {
     debug_print("read_alarm_buckets : loaded alarm config file '%s' with %d opcodes:\n", load.path, count);
-    for (int32_t i = 0; i < load.named; ++i) {
-        print_alarm_bucket(&load.table[i]);
-    }
-    if (has_default_entry(load.table)) {
-        print_alarm_bucket(&load.table[default_entry_index]);
-    }
+    for_each_entry(load.table, load.named, print_alarm_bucket);
 }
 
 bool one_source(const char* path, const char* text)
@@ -162,8 +154,7 @@ int32_t read_alarm_buckets(const char* path, const char* text, alarm_table* tabl
     if (!(from_file ? read_file(load) : read_text(load, text))) {
         return load_failed;
     }
-    sort_named_entries(*table, load.named);
-    const int32_t count = load.named + (has_default_entry(*table) ? 1 : 0);
+    const int32_t count = finish_opcode_table(*table, load.named);
     if (debug_on(debug_general)) {
         list_alarms(load, count);
     }

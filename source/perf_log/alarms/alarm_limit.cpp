@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "perf_log/buckets/opcode_table.h"
 #include "util/diagnostics.h"
 #include "util/resources.h"
 #include "util/text.h"
@@ -54,9 +55,7 @@ int32_t take_number(const char*& text)
 
 bool parse_threshold(const char* text, alarm_limit& limit)
 {
-    limit.threshold_tv = ostrum_string_to_tv(text);
-    // The sign by itself: the text of a value between -1 and 0 would lose it.
-    if (limit.threshold_tv < 0 || text[0] == '-') {
+    if (!ostrum::parse_threshold(text, limit.threshold_tv)) {
         err_print("parse_alarm_definition : token[%d] - bad number[%s]\n", threshold_token, text);
         return false;
     }

@@ -31,16 +31,12 @@ opcode_buckets* entry_for(loading& load, const char* field)
         err_print("read_opcode_buckets : bad opcode[%s] at line[%d]\n", field, load.lines.line_number());
         return nullptr;
     }
-    if (resolved.kind == opcode_kind::named && load.named == max_named_entries) {
+    opcode_buckets* entry = add_entry(g_perf_buckets, resolved, load.named);
+    if (entry == nullptr) {
         err_print("read_opcode_buckets : too many opcodes in bucket file[%s] (max is %d)\n", load.path,
                   max_named_entries + 1); // kept: one more than are taken
-        return nullptr;
     }
-    const int32_t index = resolved.kind == opcode_kind::named ? load.named++ : default_entry_index;
-    opcode_buckets& entry = g_perf_buckets[index];
-    entry = {};
-    entry.opcode = static_cast<uint32_t>(resolved.opcode);
-    return &entry;
+    return entry;
 }
 
 // False, after one diagnostic line, at a bad threshold. Those beyond the table's room are ignored.
@@ -53,21 +49,19 @@ bool read_thresholds(const loading& load, line_fields& fields, opcode_buckets& e
                       max_thresholds + 1, static_cast<int32_t>(entry.opcode), max_thresholds);
             return true;
         }
-        // The sign by itself: the text of a value between -1 and 0 would lose it.
-        const int64_t threshold_tv = ostrum_string_to_tv(field);
-        if (threshold_tv < 0 || field[0] == '-') {
+        if (!parse_threshold(field, entry.thresholds[entry.threshold_count])) {
             err_print("read_opcode_buckets : bad threshold '%s' (%d) for opcode '%d' in file '%s'.\n", field,
                       entry.threshold_count, static_cast<int32_t>(entry.opcode), load.path);
             return false;
         }
-        entry.thresholds[entry.threshold_count++] = threshold_tv;
+        ++entry.threshold_count;
     }
     return true;
 }
 
 bool read_line(loading& load, char* line)
 {
-    if (line[0] == '#' || line[0] == '\0') {
+    if (is_skipped_line(line)) {
         return true;
     }
     line_fields fields(line);
@@ -90,12 +84,7 @@ void list_buckets(const loading& load)
 {
     debug_print("read_opcode_buckets : loaded opcode buckets file '%s' with %d opcodes:\n", load.path,
                 g_perf_nbuckets);
-    for (int32_t i = 0; i < load.named; ++i) {
-        print_opcode_bucket(&g_perf_buckets[i]);
-    }
-    if (has_default_entry(g_perf_buckets)) {
-        print_opcode_bucket(&g_perf_buckets[default_entry_index]);
-    }
+    for_each_entry(g_perf_buckets, load.named, print_opcode_bucket);
 }
 
 } // namespace
@@ -132,8 +121,7 @@ int32_t read_opcode_buckets(const char* path)
                   load.path, load.lines.error(), strerror(load.lines.error()));
         return 0;
     }
-    sort_named_entries(g_perf_buckets, load.named);
-    g_perf_nbuckets = load.named + (has_default_entry(g_perf_buckets) ? 1 : 0);
+    g_perf_nbuckets = finish_opcode_table(g_perf_buckets, load.named);
     if (debug_on(debug_general)) {
         list_buckets(load);
     }

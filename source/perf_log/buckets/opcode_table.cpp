@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "host_access/opcode_names.h"
+#include "ostrum_util.h"
 
 namespace ostrum {
 
@@ -29,6 +30,18 @@ char* line_fields::next()
 {
     rest_ += strspn(rest_, separators);
     return *rest_ != '\0' ? cut_field() : nullptr;
+}
+
+bool is_skipped_line(const char* line)
+{
+    return line[0] == '#' || line[0] == '\0';
+}
+
+bool parse_threshold(const char* text, int64_t& threshold_tv)
+{
+    threshold_tv = ostrum_string_to_tv(text);
+    // The sign by itself: the text of a value between -1 and 0 would lose it.
+    return threshold_tv >= 0 && text[0] != '-';
 }
 
 opcode_field resolve_opcode_field(const char* field)

@@ -37,6 +37,28 @@ bool opcode_below(const Entry& entry, int32_t opcode)
     return static_cast<int32_t>(entry.opcode) < opcode;
 }
 
+// What the first field of a line stands for: an opcode by number or name, or "*".
+enum class opcode_kind : int32_t { bad, named, any };
+struct opcode_field {
+    opcode_kind kind;
+    int32_t opcode; // 0 unless named
+};
+opcode_field resolve_opcode_field(const char* field);
+
+// The entry that a line with that first field fills, cleared; null when there is no room for another.
+template <typename Entry>
+Entry* add_entry(Entry (&table)[opcode_table_size], const opcode_field& field, int32_t& named)
+{
+    const bool is_named = field.kind == opcode_kind::named;
+    if (is_named && named == max_named_entries) {
+        return nullptr;
+    }
+    Entry& entry = table[is_named ? named++ : default_entry_index];
+    entry = {};
+    entry.opcode = static_cast<uint32_t>(field.opcode);
+    return &entry;
+}
+
 // By opcode; equal ones stay in the order of the file. In place, because the standard stable sort takes
 // memory of its own; in a file that is sorted already nothing moves.
 template <typename Entry>
@@ -47,6 +69,24 @@ void sort_named_entries(Entry (&table)[opcode_table_size], int32_t named)
             return opcode_below(added, static_cast<int32_t>(sorted.opcode));
         });
         std::rotate(place, next, next + 1);
+    }
+}
+
+// Sorts the named entries. Returns their number, the default entry counted in.
+template <typename Entry>
+int32_t finish_opcode_table(Entry (&table)[opcode_table_size], int32_t named)
+{
+    sort_named_entries(table, named);
+    return named + (has_default_entry(table) ? 1 : 0);
+}
+
+// The named ones in their order, then the default entry.
+template <typename Entry>
+void for_each_entry(const Entry (&table)[opcode_table_size], int32_t named, void (*visit)(const Entry*))
+{
+    std::for_each(table, table + named, [visit](const Entry& entry) { visit(&entry); });
+    if (has_default_entry(table)) {
+        visit(&table[default_entry_index]);
     }
 }
 
@@ -64,6 +104,11 @@ const Entry* find_in_opcode_table(const Entry (&table)[opcode_table_size], int32
     return found != end && static_cast<int32_t>(found->opcode) == opcode ? found : fallback;
 }
 
+bool is_skipped_line(const char* line); // empty, or a comment
+
+// False: not a time, or below 0.
+bool parse_threshold(const char* text, int64_t& threshold_tv);
+
 // Cuts the fields of a configuration line out of it, in place. The first field begins in the first
 // column: it is empty where the line begins with a separator. Further fields are separated by runs of
 // tabs and blanks.
@@ -78,14 +123,6 @@ private:
 
     char* rest_;
 };
-
-// What the first field of a line stands for: an opcode by number or name, or "*".
-enum class opcode_kind : int32_t { bad, named, any };
-struct opcode_field {
-    opcode_kind kind;
-    int32_t opcode; // 0 unless named
-};
-opcode_field resolve_opcode_field(const char* field);
 
 } // namespace ostrum
 #endif
