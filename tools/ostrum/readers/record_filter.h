@@ -24,10 +24,7 @@ struct record_filter {
     {
         return is_named(pids, pid) && is_named(tids, tid);
     }
-    [[nodiscard]] bool allows_program(std::string_view program) const
-    {
-        return is_named(programs, program);
-    }
+    [[nodiscard]] bool allows_program(std::string_view program) const { return is_named(programs, program); }
 
 private:
     template <typename Listed, typename Value>
