@@ -75,8 +75,8 @@ TEST_F(ClockSteps, AnHourEitherWayAtEachReadingOfTheClock)
             const std::string step =
                 "clock_step " + std::to_string(step_s) + " " + std::to_string(nth) + "; ";
             SCOPED_TRACE(step);
-            const observed_run run =
-                observe(with(way.settings, always_checking), half_past_twelve + step + life);
+            const std::string script = half_past_twelve + step;
+            const observed_run run = observe(with(way.settings, always_checking), script + life);
             expect_unharmed(run, {.exit_status = 5, .complete = true});
             const double most_s = step_s > 0 ? hour_s + 60 : 60;
             EXPECT_LT(run.longest_s, most_s);
@@ -188,11 +188,11 @@ TEST_F(ClockSteps, ASetBackClockPutsNoFlushOff)
     const std::string look = // for ten seconds: the flusher has its own time
         "shell seq 100 | xargs -n 1 sh -c 'grep -h ^S,1,0,2, *.plog.txt && exit 255 || sleep .1' "
         "2>/dev/null; ";
+    const std::string script = half_past_twelve + "init; op 1; clock_step -1200; op 2; " + look + "exit 5";
     case_count runs;
     for (const writing& way : both_ways) {
         SCOPED_TRACE(way.name);
-        const observed_run run = observe(
-            way.settings, half_past_twelve + "init; op 1; clock_step -1200; op 2; " + look + "exit 5");
+        const observed_run run = observe(way.settings, script);
         expect_unharmed(run, {.exit_status = 5});
         EXPECT_EQ(run.written, run.issued);
         EXPECT_NE(run.host.output.find("S,1,0,2,"), std::string::npos);

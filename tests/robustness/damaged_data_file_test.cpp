@@ -278,7 +278,8 @@ TEST(DamagedDataFile, NonsenseInItHarmsNoHost)
                 std::string script = "init; " + use;
                 script +=
                     live ? "shell dd if=nonsense of=ostrum_data.dat conv=notrunc bs=1M status=none; " : "";
-                script += use + use + "exit 5";
+                script += use;
+                script += use + "exit 5";
                 const observed_run run =
                     observe(with(all_on, {{"ostrum_lock_method", method}}), script, {.directory = directory});
                 expect_unharmed(run, {.exit_status = 5, .untold = true, .damaged_data_file = true});

@@ -159,15 +159,13 @@ TEST_F(InterruptedHosts, ProcessesThatEndWhileAWriteHangs)
 TEST_F(InterruptedHosts, ThreadsThatAreCancelledInAServiceOfTheHost)
 {
     const std::string cancel = "fault qellog_get_correlation 1 " + std::to_string(fault_cancel) + "; ";
+    const std::string script =
+        "init; spawn {op_key 2 3; meet begun 2; meet cancelled 2; op_key 1 9}; meet begun 2;"
+        "thread {op_key 1 3; " +
+        cancel + "op_key 1 4}; thread {op 3; " + cancel + "op 4}; meet cancelled 2; await; op 9; exit 5";
     for (const writing& way : ways()) {
         SCOPED_TRACE(way.name);
-        const std::string other =
-            "spawn {op_key 2 3; meet begun 2; meet cancelled 2; op_key 1 9}; meet begun 2; ";
-        const std::string cancelled =
-            "thread {op_key 1 3; " + cancel + "op_key 1 4}; thread {op 3; " + cancel + "op 4}; ";
-        const observed_run run =
-            observe(with(way.settings, {{"ostrum_debug", "1"}}),
-                    "init; " + other + cancelled + "meet cancelled 2; await; op 9; exit 5");
+        const observed_run run = observe(with(way.settings, {{"ostrum_debug", "1"}}), script);
         expect_unharmed(run, {.exit_status = 5});
         EXPECT_EQ(run.calls_of(9), 2);
         EXPECT_EQ(run.calls_of(4), 0) << "nobody was cancelled";
@@ -184,15 +182,15 @@ TEST(EndingHosts, ThreadsThatAreCancelledOrEnd)
     for (const writing& way : ways()) {
         for (const char* idle_walk : {"", "; select 1"}) {
             SCOPED_TRACE(std::string(way.name) + idle_walk);
-            const std::string cancels =
-                "cancel " + std::to_string(cancelled) + " " + std::to_string(moment(500)) + " {" +
-                times(1'000'000, "op 3; op_key 1 4; cancel_point; start 3; op_key 2 4; "
-                                 "cancel_point; end; start_fn f; cancel_point; end_fn f") +
-                "}; ";
-            const observed_run run = observe(
-                way.settings, "init; op 3; spawn {" +
-                                  times(20 * cancelled, std::string("op_key 3 3; op_key 4 4") + idle_walk) +
-                                  "}; " + others + cancels + "await; op 9; op_key 1 9; op_key 2 9; exit 5");
+            std::string script = "init; op 3; spawn {" +
+                                 times(20 * cancelled, std::string("op_key 3 3; op_key 4 4") + idle_walk) +
+                                 "}; ";
+            script += others;
+            script += "cancel " + std::to_string(cancelled) + " " + std::to_string(moment(500)) + " {" +
+                      times(1'000'000, "op 3; op_key 1 4; cancel_point; start 3; op_key 2 4; "
+                                       "cancel_point; end; start_fn f; cancel_point; end_fn f") +
+                      "}; await; op 9; op_key 1 9; op_key 2 9; exit 5";
+            const observed_run run = observe(way.settings, script);
             expect_unharmed(run, {.exit_status = 5, .complete = true});
             EXPECT_EQ(run.calls_of(9), 3) << "a lock is held";
             runs.add(cancelled);

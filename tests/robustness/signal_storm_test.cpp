@@ -113,8 +113,8 @@ TEST_F(FatalSignals, InTheMidstOfHooks)
                 const long after_us = 500 + (seed() + runs.made()) * 7919 % 20'000;
                 const std::string storm = std::string("storm ") + end.signal + " " + std::to_string(after_us);
                 SCOPED_TRACE(storm + ", " + end.name + ", flusher " + flusher);
-                const std::string others = "spawn {repeat 1000000000 {op_key 3 4; op_key 1 4}}; ";
-                const std::string script = "init; " + std::string(end.before) + others + storm +
+                const std::string script = "init; " + std::string(end.before) +
+                                           "spawn {repeat 1000000000 {op_key 3 4; op_key 1 4}}; " + storm +
                                            " {during 60 {op 3; op_key 2 4}}; exit 5";
                 expect_nothing_written(observe({{"ostrum_async_flushing", flusher}}, script,
                                                {.signal_handlers = end.host_exports_handlers}),
