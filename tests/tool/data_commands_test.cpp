@@ -46,6 +46,60 @@ TEST(DataFileCommands, ShowTheTables)
     EXPECT_EQ(dir.read(path), image.bytes());
 }
 
+TEST(DataFileCommands, MergeSortAndCut)
+{
+    const temp_dir dir;
+    const std::string path = dir.write("d.dat", image_builder()
+                                                    .counter("search", 7, 12, 100, 5'000)
+                                                    .counter("search", 7, 99, 10, 9'000)
+                                                    .counter("read", 3, 12, 50, 100, "cm")
+                                                    .error(37, "read", 5)
+                                                    .error(38, "read", 9)
+                                                    .error(37, "search", 1)
+                                                    .variable("time_on", "3")
+                                                    .metric(4, 77)
+                                                    .locks()
+                                                    .bytes());
+    struct shown_case {
+        std::vector<std::string> words;
+        const char* rows; // behind the header
+    };
+    for (
+        const shown_case& each : {
+            shown_case{{"counters", "--csv", "--by", "operation"},
+                       "search,7,,,,,,,110,0,0,14000,127,0,0\nread,3,,,,,,,50,0,0,100,2,0,0\n"},
+            {{"counters", "--csv", "--by", "program,line", "--top", "1"},
+             ",,,dm,,99,,,10,0,0,9000,900,0,0\n"},
+            {{"counters", "--tsv", "--by", "program", "--sort", "program"},
+             "\t\t\tcm\t\t\t\t\t50\t0\t0\t100\t2\t0\t0\n\t\t\tdm\t\t\t\t\t110\t0\t0\t14000\t127\t0\t0\n"},
+            {{"counters", "--csv", "--sort", "calls", "--top", "1"},
+             "search,7,0,dm,a.c,12,/part,0,100,0,0,5000,50,0,0\n"},
+            {{"errors", "--csv", "--by", "error"}, "9,38,,,,,,\n6,37,,,,,,\n"},
+            {{"errors", "--jsonl", "--by", "operation", "--top", "1"},
+             R"({"count":14,"error":null,"class":null,"location":null,"name":"read","opcode":0,"program":null,"db":null})"
+             "\n"},
+            {{"counters", "--by", "db", "--top", "9"},
+             "     db  calls  errors  records   total  average  user cpu  sys cpu\n"
+             "-------  -----  ------  -------  ------  -------  --------  -------\n"
+             "0.0.0.0    160       0        0  14.1us     88ns       0ns      0ns\n"},
+            {{"vars", "--csv"}, "time_on,3\n"},
+            {{"metrics", "--csv"}, "fe_connects_error_total,0\n"},
+        }) {
+        std::vector<std::string> words = each.words;
+        SCOPED_TRACE(testing::PrintToString(words));
+        words.push_back(path);
+        const auto plain = run(words);
+        EXPECT_THAT(plain.out, testing::EndsWith("\n" + std::string(each.rows))) << plain.err;
+        words.emplace_back("--locked");
+        EXPECT_EQ(run(words).out, plain.out);
+    }
+    EXPECT_THAT(run({"counters", "--by", "operation,db", "--top", "1", path}).out,
+                HasSubstr("merged by operation, db: 2 rows\nthe first 1 of 2 by total_ns\n"));
+    EXPECT_EQ(run({"errors", "--by", "type", path}).status, 2);
+    EXPECT_EQ(run({"counters", "--sort", "nothing", path}).status, 2);
+    EXPECT_EQ(run({"counters", "--locked", dir.write("short.dat", "x")}).status, 1);
+}
+
 TEST(DataFileReader, TrustsNoCountAndNoText)
 {
     image_builder image;

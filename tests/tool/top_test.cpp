@@ -1,3 +1,7 @@
+#include <clocale>
+#include <cstdlib>
+#include <cwchar>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -80,7 +84,12 @@ TEST_F(TopPanes, ShowWhatTotalsHaveGained)
         build_pane(pane_kind::counters, compared, counter_fields("--by", {"operation"}));
     EXPECT_THAT(column_of(grouped, "operation"), ElementsAre("search (7)", "read (3)", "write (5)"));
     EXPECT_THAT(column_of(grouped, "calls"), ElementsAre("12", "4", "0"));
-    EXPECT_THAT(column_of(grouped, "program"), ElementsAre("", "", ""));
+    EXPECT_THAT(column_of(grouped, "program"), ElementsAre()) << "merged away";
+    top_view view;
+    const auto by_program = build_pane(pane_kind::counters, compared, counter_fields("--by", {"program"}));
+    const auto lines = compose_screen(view, {"f", "h", "", compared}, by_program, {24, 80}, true);
+    EXPECT_THAT(lines[4].text, testing::StartsWith("program  "));
+    EXPECT_THAT(lines[5].text, testing::StartsWith("dm  "));
 }
 
 TEST_F(TopPanes, AreSortedAndFiltered)
@@ -99,30 +108,36 @@ TEST_F(TopPanes, AreSortedAndFiltered)
 
 TEST_F(TopPanes, FitScreensOfEverySize)
 {
+    const char* const locale = std::setlocale(LC_CTYPE, "C.UTF-8");
+    ASSERT_NE(locale, nullptr);
     top_view view;
     image_builder wild;
-    wild.counter("bad\x1b[2J\x07\xc3\xa9", 1, 1, 5, 5);
+    wild.counter("bad\x1b[2J\x07\xc3\xa9", 1, 1, 5, 5)
+        .counter("\xe6\xa4\x9c\xe7\xb4\xa2 e\xcc\x81", 2, 1, 5, 5);
     const look looked = look_of(wild, 1);
     const comparison all{nullptr, looked};
-    for (const size_t columns : {1U, 7U, 20U, 80U, 300U}) {
+    for (const size_t columns : {1U, 7U, 8U, 20U, 80U, 300U}) {
         for (const size_t rows : {1U, 3U, 7U, 24U}) {
-            for (const bool help : {false, true}) {
+            for (const int form : {0, 1, 2, 3}) {
                 SCOPED_TRACE(std::to_string(columns) + "x" + std::to_string(rows));
-                view.shows_help = help;
+                view.shows_help = (form & 1) != 0;
+                const bool ascii = (form & 2) != 0;
                 const auto lines = compose_screen(view, {"f", "h", "", all}, build_pane(view.pane, all, 0),
-                                                  {rows, columns}, true);
+                                                  {rows, columns}, ascii);
                 for (const screen_line& line : lines) {
-                    EXPECT_EQ(line.text.size(), columns);
-                    EXPECT_TRUE(std::all_of(line.text.begin(), line.text.end(),
-                                            [](char c) { return c >= ' ' && c <= '~'; }));
+                    wchar_t wide[512];
+                    const size_t characters = std::mbstowcs(wide, line.text.c_str(), 512);
+                    EXPECT_EQ(wcswidth(wide, characters), static_cast<int>(columns)) << line.text;
+                    EXPECT_TRUE(!ascii || characters == line.text.size());
                 }
             }
         }
     }
+    std::setlocale(LC_CTYPE, "C");
     view.shows_help = false;
     const auto lines =
         compose_screen(view, {"f", "h", "gone", all}, build_pane(view.pane, all, 0), {24, 120}, true);
-    EXPECT_THAT(lines[1].text, HasSubstr("counters 1 of 4096 (0%)   errors 0 of 8192 (0%)"));
+    EXPECT_THAT(lines[1].text, HasSubstr("counters 2 of 4096 (0%)   errors 0 of 8192 (0%)"));
     EXPECT_THAT(lines[3].text, HasSubstr("gone"));
     EXPECT_THAT(lines[5].text, HasSubstr("bad\\x1B[2J\\x07\\xC3\\xA9 ("));
 }

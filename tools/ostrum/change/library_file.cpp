@@ -8,7 +8,7 @@
 
 namespace ostrum_tool {
 
-library_file open_for_change(const std::string& path)
+library_file open_with_locks(const std::string& path)
 {
     const bool advisory = lock_method_of(read_data_image(path)) == lock_marks::advisory;
     ::setenv("OSTRUM_LOCK_METHOD", advisory ? "1" : "0", 0);

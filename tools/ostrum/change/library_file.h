@@ -1,6 +1,6 @@
 #ifndef OSTRUM_TOOL_CHANGE_LIBRARY_FILE_H
 #define OSTRUM_TOOL_CHANGE_LIBRARY_FILE_H
-// A data file opened through the library, for what changes something: its locks are heeded.
+// A data file opened through the library, for what changes something or must be exact: its locks are heeded.
 #include <memory>
 #include <string>
 
@@ -15,7 +15,7 @@ using library_file = std::unique_ptr<rt_info, close_data_file>;
 
 // Locks as the hosts do: by the method that OSTRUM_LOCK_METHOD names, and without it by the one whose marks
 // the file bears. Throws input_error when it cannot be opened, behind the library's own message.
-library_file open_for_change(const std::string& path);
+library_file open_with_locks(const std::string& path);
 
 } // namespace ostrum_tool
 #endif

@@ -60,7 +60,7 @@ int run_reset(const resettable& table, const change_choice& chosen, const stream
     if (!has_consent(chosen, to)) {
         return chosen.dry_run ? exit_done : exit_input;
     }
-    table.reset(open_for_change(chosen.path).get());
+    table.reset(open_with_locks(chosen.path).get());
     const table_totals after = table.totals(read_data_file(chosen.path));
     if (before.sum > 0 && after.sum >= before.sum) { // the library tells nothing
         throw input_error(chosen.path + ": the totals were not reset; is a lock held? ostrum doctor tells");

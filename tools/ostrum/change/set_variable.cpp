@@ -63,7 +63,7 @@ int run_set(const set_choice& chosen, const streams& to)
         return chosen.common.dry_run ? exit_done : exit_input;
     }
     {
-        const library_file file = open_for_change(chosen.common.path);
+        const library_file file = open_with_locks(chosen.common.path);
         if (ostrum_variable_set(file.get(), chosen.name.c_str(), chosen.value.c_str()) != 0) {
             throw input_error(chosen.common.path + ": the variable could not be set");
         }

@@ -1,42 +1,42 @@
-#include <algorithm>
-
 #include "change/changes_of_data_file.h"
 #include "change/consent.h"
 #include "data/data_file_command.h"
+#include "data/key_columns.h"
+#include "data/locked_reading.h"
 
 namespace ostrum_tool {
 namespace {
 
-void show_errors(const data_file& file, output_format format, const streams& to)
-{
-    std::vector<error_counter> errors = file.errors;
-    std::stable_sort(errors.begin(), errors.end(),
-                     [](const auto& a, const auto& b) { return a.count > b.count; });
-    table rows({{"count", "count"},
-                {"error", "error"},
-                {"class", "class"},
-                {"location", "location"},
-                {"", "operation", cell_kind::text},
-                {"name", "", cell_kind::text},
-                {"opcode", ""},
-                {"program", "program", cell_kind::text},
-                {"", "db"},
-                {"db", ""}});
-    for (const error_counter& error : errors) {
-        rows.add_row({error.count, uint64_t{error.errnum}, uint64_t{error.err_class},
-                      uint64_t{error.location}, operation_text(error.opname, error.opcode), error.opname,
-                      int64_t{error.opcode}, error.program, db_text(error.dbno), error.dbno});
-    }
-    if (format == output_format::text) {
-        to.out << errors.size() << " kinds of errors; a part that is not recorded shows as 0 or no name\n\n";
-    }
-    rows.print(to.out, format, to.style, {{"kind", "errors"}});
-}
+using counter = error_counter;
+namespace key = error_column;
+
+constexpr record_column<counter> error_columns[] = {
+    {"count", "count", cell_kind::number, [](const counter& of) { return cell(of.count); }},
+    key::error,
+    key::error_class,
+    key::location,
+    key::operation,
+    key::name,
+    key::opcode,
+    key::program,
+    key::db_name,
+    key::db,
+};
+
+constexpr record_table<counter> errors{"errors",
+                                       " kinds of errors; a part that is not recorded shows as 0 or no name",
+                                       &data_file::errors,
+                                       error_columns,
+                                       "count",
+                                       error_field_names,
+                                       error_fields,
+                                       merged_errors,
+                                       read_locked_errors};
 
 command_body declare_errors(CLI::App& app)
 {
     return with_verb(app, "reset", "Set all totals to 0", declare_reset_errors,
-                     declare_data_file_command(app, show_errors));
+                     declare_record_command(app, errors));
 }
 
 } // namespace

@@ -1,8 +1,11 @@
 #include "data/key_fields.h"
 
+#include <algorithm>
 #include <span>
 #include <string_view>
 #include <unordered_map>
+
+#include <fmt/format.h>
 
 #include "tool_errors.h"
 
@@ -24,6 +27,7 @@ void add_key(std::string& key, Number number)
 // A field of a record: how it gets into a key, and how it is left out.
 template <typename Record>
 struct key_field {
+    field_set bit;
     std::string_view name;
     void (*add)(std::string& key, const Record& record);
     void (*blank)(Record& record);
@@ -42,28 +46,29 @@ void blank_members(Record& record)
 }
 
 template <typename Record, auto... Members>
-constexpr key_field<Record> field_of(std::string_view name)
+constexpr key_field<Record> field_of(field_set bit, std::string_view name)
 {
-    return {name, add_members<Members...>, blank_members<Members...>};
+    return {bit, name, add_members<Members...>, blank_members<Members...>};
 }
 
 using counter = operation_counter;
 constexpr key_field<counter> counter_key[] = {
-    field_of<counter, &counter::opcode, &counter::opname>("operation"),
-    field_of<counter, &counter::obj_type>("type"),
-    field_of<counter, &counter::program>("program"),
-    field_of<counter, &counter::opflags>("flags"),
-    field_of<counter, &counter::fname>("file"),
-    field_of<counter, &counter::lineno>("line"),
-    field_of<counter, &counter::db_number>("db"),
+    field_of<counter, &counter::opcode, &counter::opname>(counter_field::operation, "operation"),
+    field_of<counter, &counter::obj_type>(counter_field::type, "type"),
+    field_of<counter, &counter::program>(counter_field::program, "program"),
+    field_of<counter, &counter::opflags>(counter_field::flags, "flags"),
+    field_of<counter, &counter::fname>(counter_field::file, "file"),
+    field_of<counter, &counter::lineno>(counter_field::line, "line"),
+    field_of<counter, &counter::db_number>(counter_field::db, "db"),
 };
 constexpr key_field<error_counter> error_key[] = {
-    field_of<error_counter, &error_counter::opcode, &error_counter::opname>("operation"),
-    field_of<error_counter, &error_counter::program>("program"),
-    field_of<error_counter, &error_counter::err_class>("class"),
-    field_of<error_counter, &error_counter::location>("location"),
-    field_of<error_counter, &error_counter::errnum>("error"),
-    field_of<error_counter, &error_counter::dbno>("db"),
+    field_of<error_counter, &error_counter::opcode, &error_counter::opname>(error_field::operation,
+                                                                            "operation"),
+    field_of<error_counter, &error_counter::program>(error_field::program, "program"),
+    field_of<error_counter, &error_counter::err_class>(error_field::error_class, "class"),
+    field_of<error_counter, &error_counter::location>(error_field::location, "location"),
+    field_of<error_counter, &error_counter::errnum>(error_field::error, "error"),
+    field_of<error_counter, &error_counter::dbno>(error_field::db, "db"),
 };
 
 void add_totals(operation_counter& sum, const operation_counter& more)
@@ -82,23 +87,28 @@ void add_totals(error_counter& sum, const error_counter& more)
 }
 
 template <typename Record>
+std::vector<std::string> names_of(std::span<const key_field<Record>> fields)
+{
+    std::vector<std::string> names;
+    for (const auto& field : fields) {
+        names.emplace_back(field.name);
+    }
+    return names;
+}
+
+template <typename Record>
 field_set fields_named(const std::string& option, const std::vector<std::string>& names,
-                       std::span<const key_field<Record>> known, const char* known_names)
+                       std::span<const key_field<Record>> known)
 {
     field_set kept = 0;
     for (const std::string& name : names) {
-        field_set bit = 0;
-        for (size_t at = 0; at < known.size(); ++at) {
-            bit |= known[at].name == name ? 1U << at : 0U;
+        const auto field =
+            std::find_if(known.begin(), known.end(), [&](const auto& each) { return each.name == name; });
+        if (field == known.end()) {
+            throw usage_error(fmt::format("{} {}: no key field; there are {}", option, name,
+                                          fmt::join(names_of(known), ", ")));
         }
-        if (bit == 0) {
-            throw usage_error(std::string(option)
-                                  .append(" ")
-                                  .append(name)
-                                  .append(": no key field; there are ")
-                                  .append(known_names));
-        }
-        kept |= bit;
+        kept |= field->bit;
     }
     return kept;
 }
@@ -114,8 +124,8 @@ std::vector<Record> merged(std::vector<Record> records, field_set kept,
     std::vector<Record> sums;
     for (Record& record : records) {
         std::string key;
-        for (size_t at = 0; at < fields.size(); ++at) {
-            (kept >> at & 1U) != 0 ? fields[at].add(key, record) : fields[at].blank(record);
+        for (const auto& field : fields) {
+            (kept & field.bit) != 0 ? field.add(key, record) : field.blank(record);
         }
         const auto [place, is_new] = places.try_emplace(std::move(key), sums.size());
         if (is_new) {
@@ -129,17 +139,24 @@ std::vector<Record> merged(std::vector<Record> records, field_set kept,
 
 } // namespace
 
-const char* const counter_field_names = "operation, type, program, flags, file, line, db";
-const char* const error_field_names = "operation, program, class, location, error, db";
-
 field_set counter_fields(const std::string& option, const std::vector<std::string>& names)
 {
-    return fields_named<operation_counter>(option, names, counter_key, counter_field_names);
+    return fields_named<operation_counter>(option, names, counter_key);
 }
 
 field_set error_fields(const std::string& option, const std::vector<std::string>& names)
 {
-    return fields_named<error_counter>(option, names, error_key, error_field_names);
+    return fields_named<error_counter>(option, names, error_key);
+}
+
+std::vector<std::string> counter_field_names()
+{
+    return names_of<operation_counter>(counter_key);
+}
+
+std::vector<std::string> error_field_names()
+{
+    return names_of<error_counter>(error_key);
 }
 
 std::vector<operation_counter> merged_counters(std::vector<operation_counter> counters, field_set kept)

@@ -12,12 +12,24 @@ namespace ostrum_tool {
 
 using field_set = uint32_t; // one bit a field; 0: the records as they are
 
-// Names as --by takes them: operation, type, program, flags, file, line, db.
+namespace counter_field {
+enum bits : field_set { operation = 1, type = 2, program = 4, flags = 8, file = 16, line = 32, db = 64 };
+} // namespace counter_field
+namespace error_field {
+enum bits : field_set { operation = 1, program = 2, error_class = 4, location = 8, error = 16, db = 32 };
+} // namespace error_field
+
+// The set of fields with these names, as --by takes them. Throws usage_error, which names the option.
 field_set counter_fields(const std::string& option, const std::vector<std::string>& names);
-// operation, program, class, location, error, db.
 field_set error_fields(const std::string& option, const std::vector<std::string>& names);
-extern const char* const counter_field_names; // for help texts
-extern const char* const error_field_names;
+std::vector<std::string> counter_field_names();
+std::vector<std::string> error_field_names();
+
+// Whether merging has left nothing of any of these fields.
+inline bool are_merged_away(field_set fields, field_set kept)
+{
+    return fields != 0 && kept != 0 && (fields & kept) == 0;
+}
 
 // In order of first appearance.
 std::vector<operation_counter> merged_counters(std::vector<operation_counter> counters, field_set kept);

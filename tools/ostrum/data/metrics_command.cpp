@@ -1,4 +1,5 @@
 #include "data/data_file_command.h"
+#include "data/locked_reading.h"
 #include "data/metric_names.h"
 
 namespace ostrum_tool {
@@ -15,7 +16,7 @@ void show_metrics(const data_file& file, output_format format, const streams& to
 
 command_body declare_metrics(CLI::App& app)
 {
-    return declare_data_file_command(app, show_metrics);
+    return declare_data_file_command(app, read_locked_metrics, show_metrics);
 }
 
 } // namespace

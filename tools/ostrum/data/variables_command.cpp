@@ -3,6 +3,7 @@
 #include "change/changes_of_data_file.h"
 #include "change/consent.h"
 #include "data/data_file_command.h"
+#include "data/locked_reading.h"
 #include "readers/local_time.h"
 
 namespace ostrum_tool {
@@ -29,7 +30,7 @@ command_body declare_variables(CLI::App& app)
 {
     app.alias("variables");
     return with_verb(app, "set", "Set a variable, for all hosts that use the file", declare_set_variable,
-                     declare_data_file_command(app, show_variables));
+                     declare_data_file_command(app, read_locked_variables, show_variables));
 }
 
 } // namespace

@@ -1,5 +1,8 @@
 #include "output/value_text.h"
 
+#include <algorithm>
+#include <cwchar>
+
 #include <fmt/format.h>
 
 #include "readers/time_units.h"
@@ -36,6 +39,28 @@ size_t character_bytes(std::string_view text)
         (byte(0) == 0xE0 && byte(1) < 0xA0) || (byte(0) == 0xED && byte(1) > 0x9F) ||
         (byte(0) == 0xF0 && byte(1) < 0x90) || (byte(0) == 0xF4 && byte(1) > 0x8F);
     return overlong_or_surrogate ? 0 : length;
+}
+
+// The first character of a text, or its first byte when that begins none.
+std::string_view first_character(std::string_view text)
+{
+    return text.substr(0, std::max<size_t>(character_bytes(text), 1));
+}
+
+// As terminals have it: East Asian characters take two columns, combining marks none. Outside a UTF-8 locale
+// nothing is known of them, and each takes one.
+size_t columns_of(std::string_view character)
+{
+    const auto first = static_cast<unsigned char>(character.front());
+    if (character.size() == 1) {
+        return 1;
+    }
+    wchar_t code = first & (0x7FU >> character.size());
+    for (const char c : character.substr(1)) {
+        code = code << 6 | (static_cast<unsigned char>(c) & 0x3F);
+    }
+    const int columns = wcwidth(code);
+    return columns < 0 ? 1 : static_cast<size_t>(columns);
 }
 
 // C0 and C1 controls, and what reorders or hides text.
@@ -91,9 +116,8 @@ std::string printable(std::string_view text)
 {
     std::string shown;
     while (!text.empty()) {
-        const size_t length = character_bytes(text);
-        const std::string_view character = text.substr(0, length == 0 ? 1 : length);
-        if (length == 0 || acts_on_terminal(character)) {
+        const std::string_view character = first_character(text);
+        if (character_bytes(character) == 0 || acts_on_terminal(character)) {
             for (const char c : character) {
                 shown += fmt::format("\\x{:02X}", static_cast<unsigned char>(c));
             }
@@ -108,8 +132,10 @@ std::string printable(std::string_view text)
 size_t display_width(std::string_view text)
 {
     size_t width = 0;
-    for (const char c : text) {
-        width += (static_cast<unsigned char>(c) & 0xC0U) != 0x80U ? 1 : 0;
+    while (!text.empty()) {
+        const std::string_view character = first_character(text);
+        width += columns_of(character);
+        text.remove_prefix(character.size());
     }
     return width;
 }
@@ -119,17 +145,16 @@ std::string cut_to(std::string_view text, size_t width)
     if (width == 0 || display_width(text) <= width) {
         return std::string(text);
     }
-    std::string shown;
+    size_t taken = 0;
     size_t columns = 0;
-    for (const char c : text) {
-        const bool starts_character = (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
-        columns += starts_character ? 1 : 0;
-        if (columns >= width && starts_character) {
-            break;
+    for (;;) {
+        const std::string_view character = first_character(text.substr(taken));
+        columns += columns_of(character);
+        if (columns >= width) {
+            return std::string(text.substr(0, taken)) + ">";
         }
-        shown += c;
+        taken += character.size();
     }
-    return shown + ">";
 }
 
 std::string operation_text(std::string_view opname, int32_t opcode)

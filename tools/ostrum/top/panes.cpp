@@ -1,12 +1,10 @@
 #include "top/panes.h"
 
 #include <algorithm>
-#include <cmath>
-#include <string_view>
 
 #include <re2/re2.h>
 
-#include "data/data_file_command.h"
+#include "data/key_columns.h"
 #include "data/metric_names.h"
 
 namespace ostrum_tool {
@@ -25,104 +23,116 @@ cell share_of_time(uint64_t gained_tv, double seconds)
     return seconds > 0 ? cell(static_cast<double>(gained_tv) * 100 / (seconds * ns_per_second)) : cell();
 }
 
-std::vector<cell> counter_cells(const operation_counter& gained, const operation_counter& total,
-                                double seconds)
+// A record with what its totals have gained, and with all that they hold.
+template <typename Record>
+struct live {
+    Record gained;
+    const Record& total;
+    double seconds;
+};
+
+// A column of records, of what they have gained.
+template <const auto& Column, typename Record>
+constexpr record_column<live<Record>> of_gained_record(const record_column<Record>& /*Column*/)
 {
-    const int64_t calls = signed_value(gained.calls);
-    const int64_t total_tv = signed_value(gained.total_tv);
-    return {operation_text(gained.opname, gained.opcode),
-            gained.opname,
-            int64_t{gained.opcode},
-            rate(gained.calls, seconds),
-            total_tv,
-            share_of_time(gained.total_tv, seconds),
-            calls == 0 ? cell() : cell(total_tv / calls),
-            rate(gained.errors, seconds),
-            rate(gained.recs, seconds),
-            share_of_time(gained.user_cpu_tv + gained.sys_cpu_tv, seconds),
-            gained.calls,
-            gained.errors,
-            gained.recs,
-            signed_value(gained.user_cpu_tv),
-            signed_value(gained.sys_cpu_tv),
-            total.calls,
-            gained.program,
-            gained.obj_type,
-            source_text(gained.fname, gained.lineno),
-            gained.fname,
-            int64_t{gained.lineno},
-            uint64_t{gained.opflags},
-            db_text(gained.db_number),
-            gained.db_number};
+    return {Column.key, Column.title, Column.kind,
+            [](const live<Record>& row) { return Column.value(row.gained); }, Column.fields};
+}
+template <const auto& Column>
+constexpr auto of_gained = of_gained_record<Column>(Column);
+
+using counter = live<operation_counter>;
+using error = live<error_counter>;
+using counter_member = uint64_t operation_counter::*;
+
+template <counter_member Total>
+cell gained_rate(const counter& of)
+{
+    return rate(of.gained.*Total, of.seconds);
 }
 
-pane_content counters_pane(const comparison& compared, field_set kept)
+template <counter_member Total>
+cell gained_total(const counter& of)
 {
-    static const std::vector<operation_counter> none;
-    const std::vector<operation_counter>& now = compared.now.file.counters;
-    const auto totals = merged_counters(now, kept);
-    const auto gained =
-        merged_counters(gains(compared.before != nullptr ? compared.before->file.counters : none, now), kept);
-    pane_content pane{{{"", "operation", cell_kind::text},
-                       {"name", "", cell_kind::text},
-                       {"opcode", ""},
-                       {"calls_per_s", "calls/s"},
-                       {"total_ns", "time", cell_kind::duration},
-                       {"busy_percent", "busy", cell_kind::percent},
-                       {"average_ns", "average", cell_kind::duration},
-                       {"errors_per_s", "errors/s"},
-                       {"records_per_s", "recs/s"},
-                       {"cpu_percent", "cpu", cell_kind::percent},
-                       {"calls", "calls"},
-                       {"errors", "errors"},
-                       {"records", ""},
-                       {"user_cpu_ns", "", cell_kind::duration},
-                       {"system_cpu_ns", "", cell_kind::duration},
-                       {"all_calls", "all calls"},
-                       {"program", "program", cell_kind::text},
-                       {"type", "type", cell_kind::text},
-                       {"", "source", cell_kind::text},
-                       {"file", "", cell_kind::text},
-                       {"line", ""},
-                       {"flags", "flags"},
-                       {"", "db", cell_kind::text},
-                       {"db", ""}},
-                      {},
-                      10};
-    // Merging keeps the order of first appearance, which is the same for both.
-    for (size_t at = 0; at < gained.size(); ++at) {
-        pane.rows.push_back(counter_cells(gained[at], totals[at], compared.seconds()));
+    return cell(of.gained.*Total);
+}
+
+template <counter_member Total>
+cell gained_time(const counter& of)
+{
+    return cell(signed_value(of.gained.*Total));
+}
+
+namespace ck = counter_column;
+namespace ek = error_column;
+
+constexpr record_column<counter> counter_columns[] = {
+    of_gained<ck::operation>,
+    of_gained<ck::name>,
+    of_gained<ck::opcode>,
+    {"calls_per_s", "calls/s", cell_kind::number, gained_rate<&operation_counter::calls>},
+    {"total_ns", "time", cell_kind::duration, gained_time<&operation_counter::total_tv>},
+    {"busy_percent", "busy", cell_kind::percent,
+     [](const counter& of) { return share_of_time(of.gained.total_tv, of.seconds); }},
+    {"average_ns", "average", cell_kind::duration, [](const counter& of) { return average_cell(of.gained); }},
+    {"errors_per_s", "errors/s", cell_kind::number, gained_rate<&operation_counter::errors>},
+    {"records_per_s", "recs/s", cell_kind::number, gained_rate<&operation_counter::recs>},
+    {"cpu_percent", "cpu", cell_kind::percent,
+     [](const counter& of) {
+         return share_of_time(of.gained.user_cpu_tv + of.gained.sys_cpu_tv, of.seconds);
+     }},
+    {"calls", "calls", cell_kind::number, gained_total<&operation_counter::calls>},
+    {"errors", "errors", cell_kind::number, gained_total<&operation_counter::errors>},
+    {"records", "", cell_kind::number, gained_total<&operation_counter::recs>},
+    {"user_cpu_ns", "", cell_kind::duration, gained_time<&operation_counter::user_cpu_tv>},
+    {"system_cpu_ns", "", cell_kind::duration, gained_time<&operation_counter::sys_cpu_tv>},
+    {"all_calls", "all calls", cell_kind::number, [](const counter& of) { return cell(of.total.calls); }},
+    of_gained<ck::program>,
+    of_gained<ck::type>,
+    of_gained<ck::source>,
+    of_gained<ck::file>,
+    of_gained<ck::line>,
+    of_gained<ck::flags>,
+    of_gained<ck::db_name>,
+    of_gained<ck::db>,
+};
+
+constexpr record_column<error> error_columns[] = {
+    of_gained<ek::operation>,
+    of_gained<ek::name>,
+    of_gained<ek::opcode>,
+    of_gained<ek::error>,
+    {"count_per_s", "errors/s", cell_kind::number,
+     [](const error& of) { return rate(of.gained.count, of.seconds); }},
+    {"count", "count", cell_kind::number, [](const error& of) { return cell(of.gained.count); }},
+    {"all_count", "all", cell_kind::number, [](const error& of) { return cell(of.total.count); }},
+    of_gained<ek::error_class>,
+    of_gained<ek::location>,
+    of_gained<ek::program>,
+    of_gained<ek::db_name>,
+    of_gained<ek::db>,
+};
+
+// Merging keeps the order of first appearance, which is the same for what there is and what was gained.
+template <typename Record>
+pane_content records_pane(const comparison& compared, std::vector<Record> data_file::*records,
+                          std::vector<Record> (*merged)(std::vector<Record>, field_set), field_set kept,
+                          std::span<const record_column<live<Record>>> columns, const char* gain_key)
+{
+    static const std::vector<Record> none;
+    const std::vector<Record>& now = compared.now.file.*records;
+    const std::vector<Record>& before = compared.before != nullptr ? compared.before->file.*records : none;
+    const auto totals = merged(now, kept);
+    const auto gained = merged(gains(before, now), kept);
+    pane_content pane{columns_of(columns, kept), {}, 0, {}};
+    pane.gain_column = find_column(pane.columns, gain_key);
+    for (size_t at = 0; kept != 0 && at < columns.size(); ++at) {
+        if ((columns[at].fields & kept) != 0) {
+            pane.leading.push_back(at);
+        }
     }
-    return pane;
-}
-
-pane_content errors_pane(const comparison& compared, field_set kept)
-{
-    static const std::vector<error_counter> none;
-    const std::vector<error_counter>& now = compared.now.file.errors;
-    const auto totals = merged_errors(now, kept);
-    const auto gained =
-        merged_errors(gains(compared.before != nullptr ? compared.before->file.errors : none, now), kept);
-    pane_content pane{{{"", "operation", cell_kind::text},
-                       {"name", "", cell_kind::text},
-                       {"opcode", ""},
-                       {"error", "error"},
-                       {"count_per_s", "errors/s"},
-                       {"count", "count"},
-                       {"all_count", "all"},
-                       {"class", "class"},
-                       {"location", "location"},
-                       {"program", "program", cell_kind::text},
-                       {"", "db", cell_kind::text},
-                       {"db", ""}},
-                      {},
-                      5};
     for (size_t at = 0; at < gained.size(); ++at) {
-        const error_counter& error = gained[at];
-        pane.rows.push_back({operation_text(error.opname, error.opcode), error.opname, int64_t{error.opcode},
-                             uint64_t{error.errnum}, rate(error.count, compared.seconds()), error.count,
-                             totals[at].count, uint64_t{error.err_class}, uint64_t{error.location},
-                             error.program, db_text(error.dbno), error.dbno});
+        pane.rows.push_back(cells_of(columns, {gained[at], totals[at], compared.seconds()}, kept));
     }
     return pane;
 }
@@ -159,28 +169,6 @@ pane_content variables_pane(const comparison& compared)
     return pane;
 }
 
-double number_in(const cell& value)
-{
-    switch (value.holds()) {
-    case cell::content::number:
-        return static_cast<double>(value.number());
-    case cell::content::unsigned_number:
-        return static_cast<double>(value.unsigned_number());
-    case cell::content::real:
-        return value.real();
-    default:
-        return -HUGE_VAL;
-    }
-}
-
-bool is_less(const cell& a, const cell& b)
-{
-    if (a.holds() == cell::content::text && b.holds() == cell::content::text) {
-        return a.text() < b.text();
-    }
-    return number_in(a) < number_in(b);
-}
-
 re2::RE2::Options search_options()
 {
     re2::RE2::Options options;
@@ -208,9 +196,11 @@ pane_content build_pane(pane_kind kind, const comparison& compared, field_set ke
 {
     switch (kind) {
     case pane_kind::counters:
-        return counters_pane(compared, kept);
+        return records_pane<operation_counter>(compared, &data_file::counters, merged_counters, kept,
+                                               counter_columns, "calls");
     case pane_kind::errors:
-        return errors_pane(compared, kept);
+        return records_pane<error_counter>(compared, &data_file::errors, merged_errors, kept, error_columns,
+                                           "count");
     case pane_kind::metrics:
         return metrics_pane(compared);
     case pane_kind::variables:
@@ -233,9 +223,7 @@ void arrange(pane_content& content, const arrangement& wanted)
         return (wanted.hide_idle && idle) || (!wanted.pattern.empty() && !has_match(row, pattern));
     });
     const size_t by = std::min(wanted.sort_column, content.columns.size() - 1);
-    std::stable_sort(content.rows.begin(), content.rows.end(), [&](const auto& a, const auto& b) {
-        return wanted.descending ? is_less(b[by], a[by]) : is_less(a[by], b[by]);
-    });
+    sort_rows(content.rows, by, wanted.descending);
 }
 
 } // namespace ostrum_tool

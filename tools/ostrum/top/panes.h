@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "data/key_fields.h"
+#include "data/record_columns.h"
 #include "output/table.h"
 #include "top/changes.h"
 
@@ -16,7 +16,8 @@ enum class pane_kind { counters, errors, metrics, variables };
 struct pane_content {
     std::vector<column> columns; // the first is the name; those that matter most come first
     std::vector<std::vector<cell>> rows;
-    size_t gain_column = 0; // of numbers: a row with 0 in it is idle
+    size_t gain_column = 0;           // of numbers: a row with 0 in it is idle
+    std::vector<size_t> leading = {}; // columns that come first on the screen: what the rows are grouped by
 };
 
 // Two looks to compare, or what has come since the tables were last reset, whenever that was.

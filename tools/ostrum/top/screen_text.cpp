@@ -27,12 +27,9 @@ std::string ascii_only(const std::string& text)
 // Cut or filled up to exactly this many columns.
 std::string fitted(const std::string& text, size_t width, bool right = false)
 {
-    const size_t has = display_width(text);
-    if (has <= width) {
-        const std::string blanks(width - has, ' ');
-        return right ? blanks + text : text + blanks;
-    }
-    return width == 0 ? "" : cut_to(text, width);
+    const std::string shown = width == 0 ? "" : cut_to(text, width);
+    const std::string blanks(width - display_width(shown), ' '); // also where half a wide character was left
+    return right ? blanks + shown : shown + blanks;
 }
 
 // Three or four digits that count; whole from 1,000 on.
@@ -69,23 +66,34 @@ struct placed_column {
     size_t at, width;
 };
 
-// The name gets what the others leave; from the right those go that leave too little.
-std::vector<placed_column> place_columns(const std::vector<column>& columns, size_t width)
+// Those with a title, the leading ones first.
+std::vector<size_t> columns_in_order(const pane_content& content)
 {
-    std::vector<placed_column> placed{{0, 0}};
-    size_t taken = 0;
-    for (size_t at = 1; at < columns.size(); ++at) {
-        if (columns[at].title.empty()) {
-            continue;
+    std::vector<size_t> order = content.leading;
+    for (size_t at = 0; at < content.columns.size(); ++at) {
+        if (std::find(content.leading.begin(), content.leading.end(), at) == content.leading.end()) {
+            order.push_back(at);
         }
-        const size_t wanted = std::max(width_of(columns[at]), display_width(columns[at].title));
-        if (taken + 2 + wanted + least_name_width > width) {
+    }
+    std::erase_if(order, [&](size_t at) { return content.columns[at].title.empty(); });
+    return order;
+}
+
+// The first gets what the others leave; from the right those go that leave too little.
+std::vector<placed_column> place_columns(const pane_content& content, size_t width)
+{
+    std::vector<placed_column> placed;
+    size_t taken = 0;
+    for (const size_t at : columns_in_order(content)) {
+        const column& shown = content.columns[at];
+        const size_t wanted = 2 + std::max(width_of(shown), display_width(shown.title));
+        if (!placed.empty() && taken + wanted + least_name_width > width) {
             break;
         }
-        taken += 2 + wanted;
-        placed.push_back({at, wanted});
+        taken += placed.empty() ? 0 : wanted;
+        placed.push_back({at, wanted - 2});
     }
-    placed[0].width = width - std::min(taken, width);
+    placed.front().width = width - std::min(taken, width);
     return placed;
 }
 
@@ -113,7 +121,8 @@ std::string header_text(const std::vector<column>& columns, const std::vector<pl
 std::string choices_text(const top_view& view, const pane_content& content)
 {
     const auto& chosen = view.shown();
-    std::string text = "sorted by " + content.columns[chosen.order.sort_column].title;
+    const column& by = content.columns[chosen.order.sort_column];
+    std::string text = "sorted by " + (by.title.empty() ? by.key : by.title);
     if (!chosen.kept_names.empty()) {
         text += "   grouped by " + printable(chosen.kept_names);
     }
@@ -169,7 +178,7 @@ std::vector<screen_line> help_lines(size_t rows)
 void add_rows(std::vector<screen_line>& lines, top_view& view, const pane_content& content,
               const screen_size& size)
 {
-    const auto placed = place_columns(content.columns, size.columns);
+    const auto placed = place_columns(content, size.columns);
     lines.push_back({header_text(content.columns, placed, view.shown().order), line_look::header});
     const size_t page = size.rows > lines_around_rows ? size.rows - lines_around_rows : 1;
     size_t& first = view.shown().first_row;

@@ -51,16 +51,6 @@ std::vector<Element> with_first(Element first, std::vector<Element> rest)
     return all;
 }
 
-size_t column_named(const std::vector<column>& columns, const std::string& name)
-{
-    for (size_t at = 0; at < columns.size(); ++at) {
-        if (columns[at].key == name || columns[at].title == name) {
-            return at;
-        }
-    }
-    throw usage_error("--sort " + name + ": no column of this pane");
-}
-
 top_view view_of(const top_choice& chosen)
 {
     top_view view;
@@ -81,8 +71,11 @@ top_view view_of(const top_choice& chosen)
     if (!chosen.sort.empty()) {
         const look nothing;
         const auto columns = build_pane(view.pane, {nullptr, nothing}, 0).columns;
-        shown.order.sort_column = column_named(columns, chosen.sort);
-        shown.order.descending = columns[shown.order.sort_column].kind != cell_kind::text;
+        shown.order.sort_column = find_column(columns, chosen.sort);
+        if (shown.order.sort_column == columns.size()) {
+            throw usage_error("--sort " + chosen.sort + ": no column of this pane");
+        }
+        shown.order.descending = sorts_descending(columns[shown.order.sort_column]);
     }
     return view;
 }
@@ -246,7 +239,9 @@ command_body declare_top(CLI::App& app)
         ->check(CLI::IsMember(std::vector<std::string>(pane_names.begin(), pane_names.end())));
     app.add_option("--sort", chosen->sort, "Column to sort by");
     app.add_option("--filter", chosen->pattern, "Only rows with a text that fits the regular expression");
-    add_list(app, "--by", chosen->by, std::string("Merge by key fields: ") + counter_field_names);
+    add_list(app, "--by", chosen->by,
+             fmt::format("Merge by key fields: {}; of errors {}", fmt::join(counter_field_names(), ", "),
+                         fmt::join(error_field_names(), ", ")));
     app.add_flag("--active", chosen->hide_idle, "Leave out rows without a change");
     auto* const batch =
         app.add_flag("-b,--batch", chosen->batch, "Print tables in place of drawing on the terminal");

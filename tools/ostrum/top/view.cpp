@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include <fmt/format.h>
+
 #include "cli/option_values.h"
 #include "output/value_text.h"
 #include "tool_errors.h"
@@ -41,7 +43,7 @@ void move_sort(top_view& view, const std::vector<column>& columns, bool right)
     do {
         at = (at + (right ? 1 : columns.size() - 1)) % columns.size();
     } while (columns[at].title.empty());
-    view.shown().order.descending = columns[at].kind != cell_kind::text;
+    view.shown().order.descending = sorts_descending(columns[at]);
 }
 
 std::vector<std::string> words_between_commas(const std::string& text)
@@ -200,7 +202,8 @@ const std::vector<key_help>& all_keys()
         {"r", "reverse the order"},
         {"/", "show rows with a text that fits a regular expression; empty: all"},
         {"g", "group: merge what is equal in the named key fields; empty: no groups"},
-        {"", counter_field_names},
+        {"", fmt::format("{}", fmt::join(counter_field_names(), ", "))},
+        {"", fmt::format("errors: {}", fmt::join(error_field_names(), ", "))},
         {"i", "hide rows without a change, or show them again"},
         {"s", "span: the last interval, since the mark, all that the file holds"},
         {"z", "set the mark to now, and show what comes from now on"},

@@ -59,7 +59,7 @@ key_effect handle_key(top_view& view, const key_press& pressed, const shown_rows
 
 struct key_help {
     const char* keys;
-    const char* what;
+    std::string what;
 };
 const std::vector<key_help>& all_keys();
 
