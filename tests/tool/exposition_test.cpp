@@ -2,9 +2,12 @@
 #include <chrono>
 #include <set>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "prometheus/data_file_metrics.h"
 #include "serve/accept_header.h"
@@ -175,8 +178,14 @@ TEST(PrometheusTextfile, IsThereWholeOrAsItWas)
     const auto write = [&](const std::string& to, const std::string& from) {
         return run({"export", "--prometheus", to, from}).status;
     };
+    const std::string stale = dir.write(".o.prom.99999999.tmp", "of a killed process");
+    const std::string others = dir.write(".o.prom.new.1.tmp", "no draft of this file");
+    const int written_now = open(dir.write(".o.prom.1.tmp", "").c_str(), O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(flock(written_now, LOCK_EX), 0);
     EXPECT_EQ(write(target, data), 0);
     EXPECT_EQ(dir.read(target), exported(data));
+    EXPECT_EQ(dir.files_ending(".tmp"), (std::vector{dir.file(".o.prom.1.tmp"), others})) << stale;
+    close(written_now);
     struct stat status {};
     EXPECT_EQ(stat(target.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0444U, 0444U) << "collectors run as other users";
@@ -190,7 +199,8 @@ TEST(PrometheusTextfile, IsThereWholeOrAsItWas)
     EXPECT_EQ(write(dir.file("none/o.prom"), data), 1);
     EXPECT_EQ(run({"export", "--prometheus", target, "--pid", "1", data}).status, 2);
     const auto entries = std::filesystem::directory_iterator(dir.path());
-    EXPECT_EQ(std::distance(begin(entries), end(entries)), 3) << "nothing is left beside the files";
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 4)
+        << "nothing is left beside the files and what is others'";
 }
 
 TEST(PrometheusShare, NamesOnlyMetricsThatThereAre)

@@ -184,10 +184,12 @@ TEST(ReportCommand, FollowReadsWhatFilesGain)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         dir.write("b.plog.txt", one);
     });
+    const std::string absent = dir.file("absent.plog.txt");
     const tool_run twice =
-        run({"report", "--follow", "--count", "2", "--interval", "10ms", "--csv", dir.path()});
+        run({"report", "--follow", "--count", "2", "--interval", "10ms", "--csv", dir.path(), absent});
     writer.join();
     EXPECT_THAT(twice.out, HasSubstr(",a,1,0,prog,a.c,12,/part,1,,2,2,4,"));
+    EXPECT_EQ(twice.err, "ostrum: " + absent + ": No such file or directory\n") << "told once";
 }
 
 TEST(ToolErrors, HaveAMessageAndAStatus)

@@ -3,9 +3,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,15 +29,63 @@ path_parts parts_of(const std::string& path)
                                       : path_parts{path.substr(0, slash + 1), path.substr(slash + 1)};
 }
 
+constexpr std::string_view draft_ending = ".tmp";
+
+std::string draft_beginning(const path_parts& wanted)
+{
+    return "." + wanted.name + ".";
+}
+
+// ".NAME.4711.tmp"
+bool is_draft_name(std::string_view name, std::string_view beginning)
+{
+    if (!name.starts_with(beginning) || !name.ends_with(draft_ending) ||
+        name.size() <= beginning.size() + draft_ending.size()) {
+        return false;
+    }
+    name.remove_prefix(beginning.size());
+    name.remove_suffix(draft_ending.size());
+    return name.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// A draft is locked as long as somebody writes it, in whichever container that is.
+bool is_abandoned(const std::string& draft_path)
+{
+    const int fd = ::open(draft_path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    const bool abandoned = fd >= 0 && ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+    if (fd >= 0) {
+        ::close(fd);
+    }
+    return abandoned;
+}
+
+// What killed processes have left. What cannot be looked at or removed is no reason not to write.
+void remove_abandoned_drafts(const path_parts& wanted)
+{
+    std::error_code error;
+    std::filesystem::directory_iterator entry(wanted.directory, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const std::string path = entry->path().string();
+        if (is_draft_name(entry->path().filename().string(), draft_beginning(wanted)) && is_abandoned(path)) {
+            ::unlink(path.c_str());
+        }
+    }
+}
+
 // A file that goes again unless it is renamed.
 class draft {
 public:
     draft(std::string path, const std::string& wanted_path)
         : path_(std::move(path)), wanted_path_(wanted_path)
     {
-        ::unlink(path_.c_str()); // of a process of this number that was killed
-        fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, everybody_reads);
-        check(fd_ >= 0);
+        struct stat status {};
+        do {
+            close_file();
+            ::unlink(path_.c_str()); // of a process of this number, where files cannot be locked
+            fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, everybody_reads);
+            check(fd_ >= 0);
+            // Another process may take it for abandoned before it is locked.
+        } while (::flock(fd_, LOCK_EX) == 0 && ::fstat(fd_, &status) == 0 && status.st_nlink == 0);
     }
     ~draft()
     {
@@ -102,9 +152,10 @@ void write_file_atomically(const std::string& path, std::string_view text)
         throw input_error(path + ": not a regular file"); // a device would be gone
     }
     const path_parts parts = parts_of(path);
-    const std::string beside =
-        parts.directory + "/." + parts.name + "." + std::to_string(::getpid()) + ".tmp";
-    draft file(beside, path);
+    remove_abandoned_drafts(parts);
+    draft file(parts.directory + "/" + draft_beginning(parts) + std::to_string(::getpid()) +
+                   std::string(draft_ending),
+               path);
     file.write(text);
     file.put_in_place();
     sync_directory(parts.directory);

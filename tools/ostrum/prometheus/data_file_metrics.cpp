@@ -13,45 +13,66 @@
 namespace ostrum_tool {
 namespace {
 
-constexpr metric_kind counter = metric_kind::counter;
-constexpr metric_kind gauge = metric_kind::gauge;
+using enum metric_kind;
 
 constexpr metric_family file_up{"ostrum_data_file_up", gauge, "",
                                 "1 when the data file can be read, 0 when not"};
-constexpr metric_family file_problems{"ostrum_data_file_problems", gauge, "",
-                                      "Things in the data file that cannot be right"};
-constexpr metric_family file_opener{"ostrum_data_file_opened_by_pid", gauge, "",
-                                    "Process id of the host process that last opened the data file"};
-constexpr metric_family table_entries{"ostrum_table_entries", gauge, "", "Entries in use"};
-constexpr metric_family table_capacity{"ostrum_table_capacity", gauge, "",
-                                       "Entries that the table has room for; what comes then is not counted"};
-constexpr metric_family variables_changed{
-    "ostrum_variables_changed_timestamp_seconds", gauge, "seconds",
-    "When a variable was last added or set by name, since 1970; missing when unknown"};
-constexpr metric_family variable_value{"ostrum_variable", gauge, "",
-                                       "A variable that steers tracing, whose text is a number"};
-constexpr metric_family variable_text{"ostrum_variable_text", metric_kind::info, "",
-                                      "A variable that steers tracing, whose text is no number"};
 
-constexpr metric_family operation_calls{"ostrum_operation_calls", counter, "",
-                                        "Outermost calls of an operation"};
-constexpr metric_family operation_errors{"ostrum_operation_errors", counter, "", "Calls that failed"};
-constexpr metric_family operation_records{"ostrum_operation_records", counter, "",
-                                          "Records that the calls handled"};
-constexpr metric_family operation_duration{"ostrum_operation_duration_seconds", counter, "seconds",
-                                           "Time that the calls took"};
-constexpr metric_family operation_cpu{"ostrum_operation_cpu_seconds", counter, "seconds",
-                                      "CPU time of the process during the calls; 0 unless it is measured"};
-constexpr std::array<figure, 6> operation_figures{{{&operation_calls, 0, ""},
-                                                   {&operation_errors, 1, ""},
-                                                   {&operation_records, 2, ""},
-                                                   {&operation_duration, 3, ""},
-                                                   {&operation_cpu, 4, "mode=\"user\""},
-                                                   {&operation_cpu, 5, "mode=\"system\""}}};
+// What a file says of itself; "" when it does not.
+struct file_state {
+    metric_family family;
+    std::string (*value)(const data_file& content);
+};
+constexpr file_state file_states[] = {
+    {{"ostrum_data_file_problems", gauge, "", "Things in the data file that cannot be right"},
+     [](const data_file& content) { return std::to_string(content.problems.size()); }},
+    {{"ostrum_data_file_opened_by_pid", gauge, "",
+      "Process id of the host process that last opened the data file"},
+     [](const data_file& content) { return std::to_string(content.pid); }},
+    {{"ostrum_variables_changed_timestamp_seconds", gauge, "seconds",
+      "When a variable was last added or set by name, since 1970; missing when unknown"},
+     [](const data_file& content) {
+         const int64_t changed_tv = content.variables_changed_tv;
+         return changed_tv > 0 ? seconds_text(static_cast<uint64_t>(changed_tv)) : "";
+     }},
+};
 
-constexpr metric_family errors{"ostrum_errors", counter, "",
-                               "Errors of a kind; parts that are not recorded are 0 or missing"};
-constexpr std::array<figure, 1> error_figures{{{&errors, 0, ""}}};
+struct table_state {
+    const table_layout* layout;
+    size_t (*used)(const data_file& content);
+};
+constexpr table_state table_states[] = {
+    {&counter_table, [](const data_file& content) { return content.counters.size(); }},
+    {&error_table, [](const data_file& content) { return content.errors.size(); }},
+    {&variable_table, [](const data_file& content) { return content.variables.size(); }},
+};
+struct table_figure {
+    metric_family family;
+    size_t (*value)(const table_state& table, const data_file& content);
+};
+constexpr table_figure table_figures[] = {
+    {{"ostrum_table_entries", gauge, "", "Entries in use"},
+     [](const table_state& table, const data_file& content) { return table.used(content); }},
+    {{"ostrum_table_capacity", gauge, "",
+      "Entries that the table has room for; what comes then is not counted"},
+     [](const table_state& table, const data_file&) { return table.layout->entries; }},
+};
+
+constexpr metric_family variable_families[] = {
+    {"ostrum_variable", gauge, "", "A variable that steers tracing, whose text is a number"},
+    {"ostrum_variable_text", info, "", "A variable that steers tracing, whose text is no number"}};
+
+constexpr metric_family cpu_time{"ostrum_operation_cpu_seconds", counter, "seconds",
+                                 "CPU time of the process during the calls; 0 unless it is measured"};
+constexpr std::array<figure, 6> operation_figures{
+    {{{"ostrum_operation_calls", counter, "", "Outermost calls of an operation"}, 0},
+     {{"ostrum_operation_errors", counter, "", "Calls that failed"}, 1},
+     {{"ostrum_operation_records", counter, "", "Records that the calls handled"}, 2},
+     {{"ostrum_operation_duration_seconds", counter, "seconds", "Time that the calls took"}, 3},
+     {cpu_time, 4, "mode=\"user\""},
+     {cpu_time, 5, "mode=\"system\""}}};
+constexpr std::array<figure, 1> error_figures{
+    {{{"ostrum_errors", counter, "", "Errors of a kind; parts that are not recorded are 0 or missing"}, 0}}};
 
 std::array<uint64_t, 6> numbers_of(const operation_counter& each)
 {
@@ -97,7 +118,7 @@ void add_table(exposition& out, const std::vector<exported_file>& files,
         }
     }
     for (size_t row = 0; row < figures.size(); ++row) {
-        begin_figure(out, figures, row);
+        begin_figure<figure>(out, figures, row);
         for (size_t at = 0; at < sums.size(); ++at) {
             add_figure(out, figures[row], *labels[at], sums[at][figures[row].place]);
         }
@@ -121,45 +142,28 @@ void add_file_states(exposition& out, const std::vector<exported_file>& files)
     for (const exported_file& file : files) {
         out.sample(file_label(file), uint64_t{file.content ? 1U : 0U});
     }
-    out.begin(file_problems);
-    for_each_content(files, [&](const data_file& content, const std::string& labels) {
-        out.sample(labels, uint64_t{content.problems.size()});
-    });
-    out.begin(file_opener);
-    for_each_content(files, [&](const data_file& content, const std::string& labels) {
-        out.sample(labels, std::to_string(content.pid));
-    });
-    out.begin(variables_changed);
-    for_each_content(files, [&](const data_file& content, const std::string& labels) {
-        if (content.variables_changed_tv > 0) {
-            out.sample_seconds(labels, static_cast<uint64_t>(content.variables_changed_tv));
-        }
-    });
+    for (const file_state& state : file_states) {
+        out.begin(state.family);
+        for_each_content(files, [&](const data_file& content, const std::string& labels) {
+            if (const std::string value = state.value(content); !value.empty()) {
+                out.sample(labels, value);
+            }
+        });
+    }
 }
 
 void add_table_states(exposition& out, const std::vector<exported_file>& files)
 {
-    const auto add = [&](const metric_family& family, const auto& numbers_of_file) {
-        out.begin(family);
+    for (const table_figure& each : table_figures) {
+        out.begin(each.family);
         for_each_content(files, [&](const data_file& content, const std::string& labels) {
-            for (const auto& [layout, number] : numbers_of_file(content)) {
+            for (const table_state& table : table_states) {
                 std::string table_labels = labels;
-                add_label(table_labels, "table", layout->name);
-                out.sample(table_labels, uint64_t{number});
+                add_label(table_labels, "table", table.layout->name);
+                out.sample(table_labels, uint64_t{each.value(table, content)});
             }
         });
-    };
-    using table_number = std::pair<const table_layout*, size_t>;
-    add(table_entries, [](const data_file& content) {
-        return std::array{table_number{&counter_table, content.counters.size()},
-                          table_number{&error_table, content.errors.size()},
-                          table_number{&variable_table, content.variables.size()}};
-    });
-    add(table_capacity, [](const data_file&) {
-        return std::array{table_number{&counter_table, counter_table.entries},
-                          table_number{&error_table, error_table.entries},
-                          table_number{&variable_table, variable_table.entries}};
-    });
+    }
 }
 
 bool is_number(const std::string& text)
@@ -174,7 +178,7 @@ bool is_number(const std::string& text)
 void add_variables(exposition& out, const std::vector<exported_file>& files)
 {
     for (const bool numbers : {true, false}) {
-        out.begin(numbers ? variable_value : variable_text);
+        out.begin(variable_families[numbers ? 0 : 1]);
         for_each_content(files, [&](const data_file& content, const std::string& file_labels) {
             std::unordered_map<std::string, bool> seen;
             for (const variable& each : content.variables) {

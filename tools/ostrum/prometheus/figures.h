@@ -11,29 +11,32 @@
 
 namespace ostrum_tool {
 
-// One number of a record as the sample of a family. Rows of one family stand together in their table.
+// One number of a record as the sample of a family. A table of them is where their families are described;
+// rows of one family stand together in it.
 struct figure {
-    const metric_family* family;
-    size_t place;            // which of the record's numbers
-    const char* more_labels; // "", or what tells the family's rows apart
+    metric_family family;
+    size_t place;                 // which of the record's numbers
+    const char* more_labels = ""; // what tells the family's rows apart
 };
 
 // Begins the row's family unless the row before is of the same.
-inline void begin_figure(exposition& out, std::span<const figure> rows, size_t row)
+template <typename Row>
+void begin_figure(exposition& out, std::span<const Row> rows, size_t row)
 {
-    if (row == 0 || rows[row - 1].family != rows[row].family) {
-        out.begin(*rows[row].family);
+    if (row == 0 || std::string_view(rows[row - 1].family.name) != rows[row].family.name) {
+        out.begin(rows[row].family);
     }
 }
 
 // `value` is in ns where the family's unit is seconds.
-inline void add_figure(exposition& out, const figure& row, std::string labels, uint64_t value)
+template <typename Row>
+void add_figure(exposition& out, const Row& row, std::string labels, uint64_t value)
 {
     if (*row.more_labels != '\0') {
         labels += labels.empty() ? "" : ",";
         labels += row.more_labels;
     }
-    if (row.family->unit == std::string_view("seconds")) {
+    if (row.family.unit == std::string_view("seconds")) {
         out.sample_seconds(labels, value);
     } else {
         out.sample(labels, value);

@@ -8,48 +8,7 @@ namespace {
 
 using words = std::array<uint64_t, metric_words>;
 
-constexpr metric_kind counter = metric_kind::counter;
-constexpr metric_kind gauge = metric_kind::gauge;
-
-constexpr metric_family updates{"ostrum_process_updates", counter, "", "Updates of the process metrics"};
-constexpr metric_family cpu{"ostrum_process_cpu_seconds", counter, "seconds",
-                            "CPU time of the host processes and their children"};
-constexpr metric_family resident{"ostrum_process_resident_memory_bytes", gauge, "bytes",
-                                 "Resident memory of a host process and its children"};
-constexpr metric_family in_all{"ostrum_process_virtual_memory_bytes", gauge, "bytes",
-                               "Virtual memory of a host process and its children"};
-constexpr metric_family children{"ostrum_process_children", gauge, "", "Child processes of a host process"};
-constexpr metric_family threads{"ostrum_process_threads", gauge, "",
-                                "Threads of a host process and its children"};
-
-constexpr std::array<figure, 3> sums{
-    {{&updates, 0, ""}, {&cpu, 1, "mode=\"user\""}, {&cpu, 2, "mode=\"system\""}}};
-constexpr std::array<figure, 4> samples{
-    {{&resident, 3, ""}, {&in_all, 4, ""}, {&children, 5, ""}, {&threads, 6, ""}}};
-
-constexpr metric_family data_manager{"ostrum_dm", metric_kind::info, "",
-                                     "The data manager that published what follows"};
-
-// In file order from word 9 on; the host's own figures in its own units.
-constexpr size_t first_dm_word = 9;
-constexpr std::array<metric_family, metric_words - first_dm_word> dm_families{
-    {{"ostrum_dm_shm_size", gauge, "", "Shared-memory pool: size"},
-     {"ostrum_dm_shm_used", gauge, "", "Shared-memory pool: in use"},
-     {"ostrum_dm_shm_max_used", gauge, "", "Shared-memory pool: most ever in use"},
-     {"ostrum_dm_big_size", gauge, "", "Large-block pool: size"},
-     {"ostrum_dm_big_used", gauge, "", "Large-block pool: in use"},
-     {"ostrum_dm_big_max_used", gauge, "", "Large-block pool: most ever in use"},
-     {"ostrum_dm_big_chunks", gauge, "", "Large-block pool: chunks"},
-     {"ostrum_dm_trans_op", gauge, "", "Transactions in progress"},
-     {"ostrum_dm_trans_queued", gauge, "", "Transactions that wait"},
-     {"ostrum_dm_trans_max", gauge, "", "Transactions that may be in progress at a time"},
-     {"ostrum_dm_ops_done", counter, "", "Operations done"},
-     {"ostrum_dm_ops_error", counter, "", "Operations failed"},
-     {"ostrum_dm_trans_done", counter, "", "Transactions done"},
-     {"ostrum_dm_trans_error", counter, "", "Transactions failed"},
-     {"ostrum_dm_fe_connections", gauge, "", "Front-end connections now"},
-     {"ostrum_dm_fe_connects", counter, "", "Front-end connections in total"},
-     {"ostrum_dm_fe_connects_error", counter, "", "Front-end connections failed"}}};
+using enum metric_kind;
 
 constexpr size_t threads_word = 6;
 constexpr size_t dm_flag_word = 7;
@@ -70,14 +29,68 @@ bool always(const words&)
     return true;
 }
 
-void add_words(exposition& out, const std::vector<exported_file>& files, std::span<const figure> figures,
-               bool (*known)(const words&))
+// A word in file order. Those of a data manager are the host's own figures in its own units.
+struct word_figure {
+    metric_family family;
+    size_t place;
+    const char* more_labels;
+    bool (*known)(const words& metrics);
+};
+
+constexpr metric_family cpu_time{"ostrum_process_cpu_seconds", counter, "seconds",
+                                 "CPU time of the host processes and their children"};
+constexpr word_figure process_figures[] = {
+    {{"ostrum_process_updates", counter, "", "Updates of the process metrics"}, 0, "", always},
+    {cpu_time, 1, "mode=\"user\"", always},
+    {cpu_time, 2, "mode=\"system\"", always},
+    {{"ostrum_process_resident_memory_bytes", gauge, "bytes",
+      "Resident memory of a host process and its children"},
+     3,
+     "",
+     was_sampled},
+    {{"ostrum_process_virtual_memory_bytes", gauge, "bytes",
+      "Virtual memory of a host process and its children"},
+     4,
+     "",
+     was_sampled},
+    {{"ostrum_process_children", gauge, "", "Child processes of a host process"}, 5, "", was_sampled},
+    {{"ostrum_process_threads", gauge, "", "Threads of a host process and its children"},
+     threads_word,
+     "",
+     was_sampled},
+};
+constexpr metric_family data_manager{"ostrum_dm", info, "", "The data manager that published what follows"};
+constexpr word_figure data_manager_figures[] = {
+    {{"ostrum_dm_shm_size", gauge, "", "Shared-memory pool: size"}, 9, "", is_data_manager},
+    {{"ostrum_dm_shm_used", gauge, "", "Shared-memory pool: in use"}, 10, "", is_data_manager},
+    {{"ostrum_dm_shm_max_used", gauge, "", "Shared-memory pool: most ever in use"}, 11, "", is_data_manager},
+    {{"ostrum_dm_big_size", gauge, "", "Large-block pool: size"}, 12, "", is_data_manager},
+    {{"ostrum_dm_big_used", gauge, "", "Large-block pool: in use"}, 13, "", is_data_manager},
+    {{"ostrum_dm_big_max_used", gauge, "", "Large-block pool: most ever in use"}, 14, "", is_data_manager},
+    {{"ostrum_dm_big_chunks", gauge, "", "Large-block pool: chunks"}, 15, "", is_data_manager},
+    {{"ostrum_dm_trans_op", gauge, "", "Transactions in progress"}, 16, "", is_data_manager},
+    {{"ostrum_dm_trans_queued", gauge, "", "Transactions that wait"}, 17, "", is_data_manager},
+    {{"ostrum_dm_trans_max", gauge, "", "Transactions that may be in progress at a time"},
+     18,
+     "",
+     is_data_manager},
+    {{"ostrum_dm_ops_done", counter, "", "Operations done"}, 19, "", is_data_manager},
+    {{"ostrum_dm_ops_error", counter, "", "Operations failed"}, 20, "", is_data_manager},
+    {{"ostrum_dm_trans_done", counter, "", "Transactions done"}, 21, "", is_data_manager},
+    {{"ostrum_dm_trans_error", counter, "", "Transactions failed"}, 22, "", is_data_manager},
+    {{"ostrum_dm_fe_connections", gauge, "", "Front-end connections now"}, 23, "", is_data_manager},
+    {{"ostrum_dm_fe_connects", counter, "", "Front-end connections in total"}, 24, "", is_data_manager},
+    {{"ostrum_dm_fe_connects_error", counter, "", "Front-end connections failed"}, 25, "", is_data_manager},
+};
+
+void add_words(exposition& out, const std::vector<exported_file>& files, std::span<const word_figure> figures)
 {
     for (size_t row = 0; row < figures.size(); ++row) {
+        const word_figure& word = figures[row];
         begin_figure(out, figures, row);
         for (const exported_file& file : files) {
-            if (file.content && known(file.content->metrics)) {
-                add_figure(out, figures[row], file_label(file), file.content->metrics[figures[row].place]);
+            if (file.content && word.known(file.content->metrics)) {
+                add_figure(out, word, file_label(file), file.content->metrics[word.place]);
             }
         }
     }
@@ -99,14 +112,9 @@ void add_data_managers(exposition& out, const std::vector<exported_file>& files)
 
 void add_process_metrics(exposition& out, const std::vector<exported_file>& files)
 {
-    add_words(out, files, sums, always);
-    add_words(out, files, samples, was_sampled);
+    add_words(out, files, process_figures);
     add_data_managers(out, files);
-    std::array<figure, dm_families.size()> dm_figures{};
-    for (size_t at = 0; at < dm_families.size(); ++at) {
-        dm_figures[at] = {&dm_families[at], first_dm_word + at, ""};
-    }
-    add_words(out, files, dm_figures, is_data_manager);
+    add_words(out, files, data_manager_figures);
 }
 
 } // namespace ostrum_tool

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <map>
 #include <thread>
+#include <utility>
 
 #include "output/value_text.h"
 #include "tool_errors.h"
@@ -67,8 +68,11 @@ private:
                 inputs.push_back({file, from, parser.complete()});
                 read_up_to_[file] = parser.complete();
             }
+            told_.erase(file);
         } catch (const input_error& error) {
-            to_.err << "ostrum: " << printable(error.what()) << "\n";
+            if (std::exchange(told_[file], error.what()) != error.what()) {
+                to_.err << "ostrum: " << printable(error.what()) << "\n";
+            }
         }
     }
 
@@ -78,6 +82,7 @@ private:
     const streams quiet_{nowhere_, nowhere_, {}, false}; // a directory may be empty, or not be there yet
     tree_options tree_options_;
     std::map<std::string, uint64_t> read_up_to_;
+    std::map<std::string, std::string> told_; // why a file cannot be read: it is said once
     trace_set set_;
     bool damaged_ = false;
 };
