@@ -50,8 +50,11 @@ template <typename Entry, typename Record>
 void take_list(Entry** list, int32_t count, void (*destroy)(Entry**), std::vector<Record>& records)
 {
     const std::unique_ptr<Entry*, void (*)(Entry**)> owner(list, destroy);
-    if (list == nullptr && !records.empty()) {
-        throw input_error("the library gave no records");
+    if (list == nullptr) {
+        if (!records.empty()) {
+            throw input_error("the library gave no records");
+        }
+        return;
     }
     records.assign(static_cast<size_t>(count), {});
     for (size_t at = 0; at < records.size(); ++at) {

@@ -108,6 +108,7 @@ void ask_server(const demo_run& run)
         run, *start_client(run, {"load", package_database, run.programs.settings + "/packages.status"}));
     run.say(fmt::format("asking from {} clients with {} connections each", clients, connections));
     std::vector<std::unique_ptr<running_program>> asking;
+    asking.reserve(clients);
     for (int client = 0; client < clients; ++client) {
         asking.push_back(start_client(run, {"query", connections, rounds}));
     }

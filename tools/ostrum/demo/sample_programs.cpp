@@ -27,6 +27,7 @@ std::vector<std::string> usual_places()
 std::vector<char*> pointers_to(std::vector<std::string>& words)
 {
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string& word : words) {
         pointers.push_back(word.data());
     }
@@ -70,8 +71,7 @@ sample_programs find_sample_programs(const std::string& directory)
     std::string looked_at;
     for (const std::string& place : places) {
         std::error_code error;
-        const sample_programs found{place + "/catalog_server", place + "/catalog_client",
-                                    place + "/catalog_data"};
+        sample_programs found{place + "/catalog_server", place + "/catalog_client", place + "/catalog_data"};
         if (::access(found.server.c_str(), X_OK) == 0 && ::access(found.client.c_str(), X_OK) == 0 &&
             std::filesystem::is_directory(found.settings, error)) {
             return found;
