@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -157,4 +158,31 @@ TEST_F(PathIndex, GrowsWithThePathsShrinksBehindABurstAndDoesWithoutMemory)
     store_some(paths);
     EXPECT_GT(remembered(paths), 0);
     EXPECT_LE(remembered(paths), static_cast<int>(first_path_entries));
+}
+
+// Otherwise those that meet in full places would search their tree at each call, for ever.
+TEST_F(PathIndex, AFewPathsSoonStandSideBySideWhereverTheyHash)
+{
+    std::minstd_rand any;
+    for (int round = 0; round < 300; ++round) {
+        release_path_index(index_);
+        nodes_.clear();
+        std::vector<path_identity> paths(24, known);
+        for (path_identity& path : paths) {
+            path.opcode = static_cast<int32_t>(any() % 1'000'000 + 1);
+            store(path);
+        }
+        size_t found = 0;
+        for (int look = 0; found < paths.size() && look < 10; ++look) {
+            found = 0;
+            for (size_t i = 0; i < paths.size(); ++i) {
+                if (find(paths[i]) != nullptr) {
+                    ++found;
+                } else {
+                    remember_path(index_, place_, paths[i], nodes_[i].get());
+                }
+            }
+        }
+        EXPECT_EQ(found, paths.size()) << round;
+    }
 }

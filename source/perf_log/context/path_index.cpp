@@ -42,6 +42,7 @@ void place_entry(path_index& index, const path_entry& placed)
         }
     }
     index.entries[placed.hash & index.mask] = placed;
+    index.displaced = true;
 }
 
 heap_ptr<path_entry> owned_entries(path_index& index)
@@ -49,11 +50,14 @@ heap_ptr<path_entry> owned_entries(path_index& index)
     return heap_ptr<path_entry>{index.entries != index.first ? index.entries : nullptr};
 }
 
-// A load factor of three quarters is where looking begins to fail often.
+// A load factor of three quarters is where looking begins to fail often. A small index has room for paths that
+// displace one another, which they would do at each call; a nearly empty one is no remedy for that.
 bool is_crowded(const path_index& index)
 {
+    constexpr uint32_t small = 512;
     const uint32_t entries = index.mask + 1;
-    return index.used > entries / 4 * 3 && entries < most_entries;
+    const bool has_no_place = index.displaced && entries < small && index.used > entries / 16;
+    return has_no_place || (index.used > entries / 4 * 3 && entries < most_entries);
 }
 
 // Without memory for it the index stays as it is.
@@ -69,6 +73,7 @@ void grow(path_index& index, uint32_t generation)
     index.entries = larger.release();
     index.mask = old_count * 2 - 1;
     index.used = 0;
+    index.displaced = false;
     for (const path_entry& entry : old_entries) {
         if (entry.node != nullptr && entry.generation == generation) {
             place_entry(index, entry);
@@ -85,6 +90,7 @@ void begin_generation(path_index& index, uint32_t generation)
     }
     index.generation = generation;
     index.used = 0;
+    index.displaced = false;
 }
 
 } // namespace

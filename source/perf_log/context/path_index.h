@@ -28,6 +28,7 @@ struct path_index {
     uint32_t mask;       // their number, a power of two, less one
     uint32_t generation; // of the trees that were there when a path was last remembered
     uint32_t used;       // entries of that generation
+    bool displaced;      // a path of that generation has been written over by another one
     path_entry first[first_path_entries];
 };
 void initialise_path_index(path_index& index); // of zeroed memory that stays where it is
