@@ -58,7 +58,7 @@ void expect_flat(const std::vector<long>& figures, long more)
     std::cout << "usually " << median(first) << ", " << median(second) << ", " << median(last) << ", at most "
               << most << "\n";
     EXPECT_LE(most, median(first) + more);
-    EXPECT_LE(median(last), median(second) + more / 8);
+    EXPECT_LE(median(last), median(second) + more / 2);
 }
 
 #ifdef OSTRUM_TOOL
@@ -107,12 +107,13 @@ TEST(Soak, HostsTakeNoMoreFromHourToHour)
     watcher.join();
 
     for (const host_run& host : hosts) {
-        constexpr long block_kib = 1024;   // one more of the allocator's
-        constexpr long files_in_queue = 8; // of trees that the flusher has not come to
-        if (!sanitized()) {                // which keep what is given back
+        constexpr long block_kib = 1024; // one more of the allocator's
+        // Of 8 trees that a flusher without processor time has not come to, and of the 8 threads that end.
+        constexpr long files_not_closed_yet = 16;
+        if (!sanitized()) { // which keep what is given back
             expect_flat(figures(host, "memory_kib"), block_kib);
         }
-        expect_flat(figures(host, "descriptors"), files_in_queue);
+        expect_flat(figures(host, "descriptors"), files_not_closed_yet);
         expect_came_through(host, header_lock_ms);
     }
     const observed_run all = look_at(hosts);

@@ -50,8 +50,8 @@ heap_ptr<path_entry> owned_entries(path_index& index)
     return heap_ptr<path_entry>{index.entries != index.first ? index.entries : nullptr};
 }
 
-// A load factor of three quarters is where looking begins to fail often. A small index has room for paths that
-// displace one another, which they would do at each call; a nearly empty one is no remedy for that.
+// A load factor of three quarters is where looking begins to fail often. A small index has room for paths
+// that displace one another, which they would do at each call; a nearly empty one is no remedy for that.
 bool is_crowded(const path_index& index)
 {
     constexpr uint32_t small = 512;
