@@ -132,7 +132,9 @@ TEST(EndingHosts, ProcessesThatEndWhileAThreadGivesUpItsContext)
             const observed_run run =
                 observe(way.settings, "init; " + std::string(script) + "; await_fault; exit 5");
             expect_unharmed(run, {.exit_status = 5, .at_work = true});
-            EXPECT_EQ(run.incidents(), "");
+            if (!sanitized()) { // which know no faults: there the exit may be the first to release it
+                EXPECT_EQ(run.incidents(), "");
+            }
         }
     }
 }
