@@ -8,8 +8,8 @@
 namespace ostrum_tool {
 namespace {
 
-// A text within single quotes, where _arguments reads it: its brackets and colons are not the
-// specification's.
+// A text within single quotes, where _arguments reads it: its own brackets and colons end no part of the
+// option's line.
 std::string text_of(const std::string& text)
 {
     std::string result;
