@@ -116,18 +116,31 @@ TEST_F(TraceFile, FailuresAreReportedAndTheNextFlushWorks)
     EXPECT_EQ(fail_flush(fake_os::call::rename_path, "flush_aggregation_tree_to_file : failed renaming["), 0);
 }
 
-TEST_F(TraceFile, WithoutMemoryTheTextIsStillWrittenWhole)
+TEST_F(TraceFile, WithoutMemoryTheTextIsWrittenInPiecesUntilOneFails)
 {
-    for (int i = 1; i <= 100; ++i) {
-        run({.opcode = i}, ms);
-    }
-    fake_os::fail(fake_os::call::allocate, 1, ENOMEM, true);
-    EXPECT_EQ(flush(), 100);
-    fake_os::reset();
+    constexpr int64_t never = 1'000'000;
+    constexpr int nodes = 1'000; // more text than the block that an earlier flush may have left
+    const auto flush_without_memory = [this](int64_t failing_write) {
+        for (int i = 1; i <= nodes; ++i) {
+            run({.opcode = i}, ms);
+        }
+        fake_os::fail(fake_os::call::allocate, 1, ENOMEM, true);
+        fake_os::fail(fake_os::call::write_file, failing_write, ENOSPC);
+        const int32_t flushed = flush();
+        fake_os::fail(fake_os::call::allocate, never, ENOMEM);
+        fake_os::fail(fake_os::call::write_file, never, ENOSPC);
+        return flushed;
+    };
+    EXPECT_EQ(flush_without_memory(never), nodes);
     const std::string text = trace_text();
-    EXPECT_EQ(count_of(text, "S,"), 101);
-    EXPECT_EQ(count_of(text, "F,"), 101);
-    EXPECT_EQ(count_of(text, "\n"), 202);
+    EXPECT_EQ(count_of(text, "S,"), nodes + 1);
+    EXPECT_EQ(count_of(text, "F,"), nodes + 1);
+    EXPECT_EQ(count_of(text, "\n"), 2 * (nodes + 1));
+
+    EXPECT_EQ(flush_without_memory(2), -1);
+    const std::string written = trace_text().substr(text.size());
+    const auto records = [](const std::string& flushed) { return flushed.substr(flushed.find('\n')); };
+    EXPECT_THAT(records(text), StartsWith(records(written))) << "lines behind a gap would have wrong starts";
 }
 
 TEST_F(TraceFile, AnyTreeCanBeDumpedAndStaysAsItIs)
