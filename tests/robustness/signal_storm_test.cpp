@@ -124,3 +124,10 @@ TEST_F(FatalSignals, InTheMidstOfHooks)
         }
     }
 }
+
+TEST_F(FatalSignals, EndTheTracingWhereTheHostGoesOn)
+{
+    const observed_run run = observe({}, "init; raise BUS; op 3; exit 5", {.signal_handlers = true});
+    expect_unharmed(run, {.exit_status = 5, .untold = true});
+    EXPECT_EQ(run.counts.at("counters"), 0U);
+}
