@@ -194,16 +194,6 @@ void add_counter(session& s, command_reader& in)
     s.counter = entry != nullptr ? entry : s.counter;
 }
 
-void update_counter(session& s, command_reader& /*in*/)
-{
-    rt_counter_update(s.counter, 1, 1, 1, 1, 1, 1);
-}
-
-void reset_counter(session& s, command_reader& /*in*/)
-{
-    rt_counter_reset(s.counter);
-}
-
 void add_error(session& s, command_reader& in)
 {
     const std::string name = in.next_text();
@@ -255,38 +245,27 @@ void must_end(const char (&text)[N])
     fuzz::must(strnlen(text, N) < N, "a copied text ends within its field");
 }
 
-void must_end_all(const counter_entry& entry)
+// Returns the calls that a copied entry tells of.
+uint64_t checked_calls(const counter_entry& entry)
 {
     must_end(entry.opname);
     must_end(entry.program);
     must_end(entry.fname);
     must_end(entry.obj_type);
-}
-
-void must_end_all(const error_entry& entry)
-{
-    must_end(entry.opname);
-    must_end(entry.program);
-}
-
-void must_end_all(const variable_entry& entry)
-{
-    must_end(entry.name);
-    must_end(entry.value);
-}
-
-uint64_t calls_of(const counter_entry& entry)
-{
     return entry.calls;
 }
 
-uint64_t calls_of(const error_entry& entry)
+uint64_t checked_calls(const error_entry& entry)
 {
+    must_end(entry.opname);
+    must_end(entry.program);
     return entry.errcnt;
 }
 
-uint64_t calls_of(const variable_entry& /*entry*/)
+uint64_t checked_calls(const variable_entry& entry)
 {
+    must_end(entry.name);
+    must_end(entry.value);
     return 0;
 }
 
@@ -298,32 +277,23 @@ uint64_t calls_in_list(Entry** list, int32_t count, uint64_t most)
     fuzz::must(count >= 0 && static_cast<uint64_t>(count) <= most, "a list is no longer than its table");
     uint64_t calls = 0;
     for (int32_t i = 0; i < count; ++i) {
-        must_end_all(*list[i]);
-        calls += calls_of(*list[i]);
+        calls += checked_calls(*list[i]);
     }
     fuzz::must(list == nullptr || list[count] == nullptr, "a null stands behind the last entry");
     destroy_list(list);
     return calls;
 }
 
-void list_counters(session& s, command_reader& in)
+// All entries, then merged by some fields.
+template <auto list_all, auto list_merged, uint32_t all_fields, uint64_t most>
+void list_and_merge(session& s, command_reader& in)
 {
-    const uint32_t kept = in.next<uint8_t>() % 0x80U;
+    const uint32_t kept = in.next<uint8_t>() & all_fields;
     int32_t count = 0;
-    counter_entry** const plain = counter_list(&s.file, 0, &count);
-    const uint64_t calls = calls_in_list(plain, count, max_counters);
-    counter_entry** const merged = aggregated_counter_list(&s.file, in.next<uint8_t>() & 1U, &count, kept);
-    fuzz::must(calls_in_list(merged, count, max_counters) == calls, "merging loses no calls");
-}
-
-void list_errors(session& s, command_reader& in)
-{
-    const uint32_t kept = in.next<uint8_t>() % 0x40U;
-    int32_t count = 0;
-    error_entry** const plain = error_list(&s.file, 0, &count);
-    const uint64_t calls = calls_in_list(plain, count, max_errors);
-    error_entry** const merged = aggregated_error_list(&s.file, in.next<uint8_t>() & 1U, &count, kept);
-    fuzz::must(calls_in_list(merged, count, max_errors) == calls, "merging loses no errors");
+    auto** const plain = list_all(&s.file, 0, &count);
+    const uint64_t calls = calls_in_list(plain, count, most);
+    auto** const merged = list_merged(&s.file, in.next<uint8_t>() & 1U, &count, kept);
+    fuzz::must(calls_in_list(merged, count, most) == calls, "merging loses no calls");
 }
 
 void list_variables(session& s, command_reader& in)
@@ -368,15 +338,15 @@ const command commands[] = {
     {damage_lock, 0, true},
     {damage_many_locks, 0},
     {add_counter, table_tv + nested_tv},
-    {update_counter, table_tv},
-    {reset_counter, table_tv},
+    {[](session& s, command_reader&) { rt_counter_update(s.counter, 1, 1, 1, 1, 1, 1); }, table_tv},
+    {[](session& s, command_reader&) { rt_counter_reset(s.counter); }, table_tv},
     {add_error, table_tv},
     {use_variable, 3 * table_tv + 2 * nested_tv},
     {use_known_variable, 2 * table_tv},
     {run_operation, 8 * table_tv}, // the variables, the counter, the error
     {start_again, 5 * table_tv, true},
-    {list_counters, 2 * (table_tv + nested_tv)},
-    {list_errors, 2 * table_tv},
+    {list_and_merge<counter_list, aggregated_counter_list, 0x7F, max_counters>, 2 * (table_tv + nested_tv)},
+    {list_and_merge<error_list, aggregated_error_list, 0x3F, max_errors>, 2 * table_tv},
     {list_variables, 2 * (table_tv + nested_tv)},
     {reset_tables, 2 * table_tv + nested_tv},
     {use_metrics, 3 * table_tv},

@@ -1,5 +1,6 @@
 // In place of the fuzzer, in ordinary builds: gives a target every file of its corpus. The seeds it gives
-// once more, repeated to two sizes, of which the larger must not take more than its share of time.
+// once more, repeated to two sizes: that fills whatever table there is, and the larger must not take more
+// than its share of time.
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
