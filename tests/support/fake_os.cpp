@@ -258,6 +258,8 @@ FAILING(local_time, bool, local_time, false, (time_t seconds, tm& fields), (seco
 FAILING(open_file, int, open_file, -1, (const char* path, int flags, mode_t mode), (path, flags, mode))
 FAILING(read_file, ssize_t, read_file, -1, (int fd, void* bytes, size_t count), (fd, bytes, count))
 FAILING(seek_file, off_t, seek_file, -1, (int fd, off_t offset, int whence), (fd, offset, whence))
+FAILING(lock_range, int, lock_range, -1, (int fd, int command, short type, off_t offset, off_t length),
+        (fd, command, type, offset, length))
 FAILING(reserve_blocks, int, reserve_blocks, errno, (int fd, off_t offset, off_t length), (fd, offset, length))
 FAILING(reserve_blocks, int, reserve_blocks_in_use, errno, (int fd, off_t at, off_t length), (fd, at, length))
 FAILING(status_of_path, int, status_of_path, -1, (const char* path, struct stat& status), (path, status))
@@ -312,8 +314,6 @@ ssize_t write_file(int fd, const void* bytes, size_t count)
 REAL(bool, takes_output, (int fd, int wait_ms), (fd, wait_ms))
 REAL(int, cut_file, (int fd, off_t length), (fd, length))
 REAL(int, flush_stream, (FILE* stream), (stream))
-REAL(int, lock_range, (int fd, int command, short type, off_t offset, off_t length),
-     (fd, command, type, offset, length))
 REAL(int32_t, process_id, (), ())
 REAL(int, descriptor_table_size, (), ())
 REAL(long, system_value, (int name), (name))

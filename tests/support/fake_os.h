@@ -14,6 +14,7 @@ enum class call {
     read_file,
     write_file,
     seek_file,
+    lock_range,
     reserve_blocks,
     map_shared,
     unmap,
