@@ -60,6 +60,9 @@ TEST_F(Contexts, AreFoundByProcessAndKeyNeverByThread)
     EXPECT_EQ(thread_slot(), own) << "naming a context fills no slot";
     EXPECT_THAT(captured_stderr([] { EXPECT_EQ(__ostrum_get_liptr_by_key(1, -2), nullptr); }),
                 testing::EndsWith("__ostrum_get_liptr_by_key : invalid key[-2] provided"));
+    for (int32_t key = 0; key < 300; ++key) { // more than the table has places
+        EXPECT_EQ(__ostrum_get_liptr(key)->trace.key, key);
+    }
 }
 
 TEST_F(Contexts, AThreadCancelledInAServiceOfTheHostsGivesItsContextBack)

@@ -7,6 +7,7 @@
 
 #include "data_file/counters.h"
 #include "data_file/errors.h"
+#include "perf_log/operation/hooks.h"
 #include "perf_log/operation/timeout_nesting.h"
 
 using namespace ostrum;
@@ -213,4 +214,17 @@ TEST_F(WriteLog, VariablesAreReadAgainAfterTheInterval)
     EXPECT_TRUE(context().skip_flist_trace);
     run({.opcode = 7}, ms);
     EXPECT_FALSE(context().skip_flist_trace);
+}
+
+TEST_F(WriteLog, AnEndThatNamesNothingIsThatOfTheInnermostCall)
+{
+    set_variable("time_on", "3");
+    start({.opcode = 7, .flags = 0x100, .line = 11});
+    start({.opcode = 3, .name = "inner", .flags = 0x200, .file = "inner.c", .line = 12});
+    const op_event event = end_of_innermost(context());
+    EXPECT_EQ(std::tuple(event.opcode, event.opflags, event.line, event.db), std::tuple(3, 0x200U, 12, 1));
+    EXPECT_STREQ(event.opname, "inner");
+    EXPECT_STREQ(event.program, "tester");
+    EXPECT_STREQ(event.file, "inner.c");
+    EXPECT_STREQ(event.obj_type, "/thing");
 }
