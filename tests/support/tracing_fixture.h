@@ -19,6 +19,7 @@
 #include "process_state/process_state.h"
 #include "support/fake_os.h"
 #include "support/temp_dir.h"
+#include "support/texts.h"
 
 class tracing_fixture : public testing::Test {
 protected:
@@ -130,14 +131,6 @@ protected:
 
     [[nodiscard]] std::vector<std::string> trace_files() const { return dir_.files_ending(".plog.txt"); }
     [[nodiscard]] std::string trace_text() const { return dir_.text_of(".plog.txt"); }
-    static int64_t count_of(const std::string& text, const std::string& part)
-    {
-        int64_t n = 0;
-        for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-            ++n;
-        }
-        return n;
-    }
 
     temp_dir dir_;
     rt_info* data_file_ = nullptr;

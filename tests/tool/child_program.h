@@ -36,6 +36,7 @@ public:
     child_program(std::vector<std::string> words, const std::string& log_file)
     {
         std::vector<char*> arguments;
+        arguments.reserve(words.size() + 1);
         for (std::string& word : words) {
             arguments.push_back(word.data());
         }

@@ -2,11 +2,11 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "tool/data_image.h"
 #include "tool/tool_fixture.h"
 
 using namespace tool_test;
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 
@@ -58,9 +58,7 @@ TEST(DiffCommand, ASlowDownBeyondTheLimitHasAStatusOfItsOwn)
         {{"--name", "nobody"}, 3}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.options));
-        std::vector<std::string> words{"diff", builds.before, builds.after};
-        words.insert(words.end(), c.options.begin(), c.options.end());
-        const tool_run shown = run(words);
+        const tool_run shown = run_with({"diff", builds.before, builds.after}, c.options);
         EXPECT_EQ(shown.status, c.status) << shown.err;
         EXPECT_EQ(shown.err.empty(), c.status == 0);
     }
@@ -75,19 +73,20 @@ TEST(CheckCommand, SaysWhatIsDamagedAndWhere)
     const std::string good = block(start(1, 1, "a") + end("0.001000000", 1));
     const std::string tree_line =
         "2025/11/15 13:15:00.000000      0.000000000       0x100  op_search(host.c[10] 0.0.0.1 /thing 42)\n";
-    std::string image(5'800'544, '\0');
-    image.replace(0, 13, "ostrum-64bit\n");
-    std::string bad_image = image;
-    bad_image[2'687'344 + 2] = 1;                            // 65,536 counters
-    bad_image.replace(368 + 64, 128, std::string(128, 'n')); // a name without an end
-    bad_image.replace(3'309'944, 1, "\x02");                 // two variables of one name
-    bad_image.replace(2'687'352 + 64, 1, "v").replace(2'687'352 + 1216 + 64, 1, "v");
-    std::string full_image = image;
-    full_image[2'687'344] = full_image[5'800'328] = 1; // a counter and an error
-    full_image.replace(368 + 592, 8, std::string(8, '\xFF'));
-    std::string wide_image = full_image; // numbers of 32 bits with more than these
-    wide_image[368 + 592 + 4] = wide_image[368 + 584 + 4] = 1;
-    wide_image[3'309'960 + 272 + 4] = wide_image[3'309'960 + 280 + 4] = 1;
+    const std::string image = image_builder().bytes();
+    const std::string bad_image = image_builder()
+                                      .counter(std::string(128, 'n'), 1, 1, 1, 1) // without an end
+                                      .word(2'687'344, 65'536)
+                                      .variable("v", "")
+                                      .variable("v", "")
+                                      .bytes();
+    image_builder full;
+    full.counter("a", 1, ~0ULL, 1, 1).error(1, "a", 1);
+    const std::string full_image = full.bytes();
+    constexpr uint64_t wide = 1ULL << 32U; // in place of numbers of 32 bits
+    full.word(368 + 584, wide).word(368 + 592, wide);
+    full.word(3'309'960 + 272, wide).word(3'309'960 + 280, wide);
+    const std::string wide_image = full.bytes();
     const struct {
         const char* name;
         std::string text, kind, state, damage;

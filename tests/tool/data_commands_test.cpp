@@ -12,28 +12,14 @@ using tool_test::run;
 
 TEST(DataFileCommands, ShowTheTables)
 {
-    const size_t counter = 368 + 656;
-    const size_t error = 3'309'960;
-    const size_t variable = 2'687'352 + 1216;
     image_builder image;
-    image.word(352, 4711)
-        .word(2'687'344, 2)
-        .word(5'800'328, 1)
-        .word(3'309'944, 2)
-        .word(5'800'336 + 8 * 25, 99);
-    image.text(counter + 64, "search")
-        .text(counter + 192, "dm")
-        .text(counter + 320, "a.c")
-        .text(counter + 448, "/part");
-    image.word(counter + 576, 7).word(counter + 584, 3).word(counter + 592, 12).word(counter + 600, 50);
-    image.word(counter + 608, 4)
-        .word(counter + 616, 1)
-        .word(counter + 624, 2'000'000)
-        .word(counter + 632, 1000);
+    image.counter("", 0, 0, 0, 0).counter("search", 7, 12, 4, 2'000'000).error(37, "search", 5);
+    image.variable("", "").variable("time_on", "3").metric(25, 99).word(352, 4711);
+    const size_t counter = 368 + 656; // the second
+    image.word(counter + 584, 3).word(counter + 600, 50).word(counter + 616, 1).word(counter + 632, 1000);
     image.word(counter + 640, 2000).word(counter + 648, 1);
-    image.word(error, 1).word(error + 8, 7).text(error + 16, "search").text(error + 144, "dm");
-    image.word(error + 272, 2).word(error + 280, 10).word(error + 288, 37).word(error + 296, 5);
-    image.text(variable + 64, "time_on").text(variable + 192, "3");
+    const size_t error = 3'309'960;
+    image.word(error, 1).word(error + 8, 7).word(error + 272, 2).word(error + 280, 10);
     const temp_dir dir;
     const std::string path = dir.write("ostrum_data.dat", image.bytes());
 

@@ -63,5 +63,23 @@ private:
     size_t counters_ = 0, errors_ = 0, variables_ = 0;
 };
 
+// A file in which everything is there, with names that want to break out.
+inline image_builder full_sample()
+{
+    image_builder image;
+    image.word(352, 4711).word(3'309'952, 1'795'256'941'000'000'005);
+    image.counter("sea\"rch\\", 7, 12, 4, 2'000'000'001).counter("sea\"rch\\", 7, 13, 3, 1);
+    image.counter("\x01\n\xFF", 0, 1, ~0ULL, ~0ULL).counter("\x01\n\xFF", 0, 1, 1, 1, "");
+    image.error(37, "search", 5).error(38, "", 1);
+    image.variable("time_on", "3")
+        .variable("text", "a,\"b\"")
+        .variable("odd", "inf")
+        .variable("time_on", "4");
+    for (size_t place = 0; place < 26; ++place) {
+        image.metric(place, place + 1);
+    }
+    return image;
+}
+
 } // namespace tool_test
 #endif

@@ -1,5 +1,4 @@
 // Data files as metrics: the two forms, what becomes a label, the textfile, the shipped rules and dashboard.
-#include <chrono>
 #include <set>
 
 #include <fcntl.h>
@@ -22,28 +21,9 @@ using testing::Not;
 
 namespace {
 
-std::string exported(const std::string& path, std::vector<std::string> more = {})
+std::string exported(const std::string& path, const std::vector<std::string>& more = {})
 {
-    more.insert(more.begin(), {"export", "--prometheus", "-", path});
-    return run(more).out;
-}
-
-// A file in which everything is there, with names that want to break out.
-image_builder full_sample()
-{
-    image_builder image;
-    image.word(352, 4711).word(3'309'952, 1'795'256'941'000'000'005);
-    image.counter("sea\"rch\\", 7, 12, 4, 2'000'000'001).counter("sea\"rch\\", 7, 13, 3, 1);
-    image.counter("\x01\n\xFF", 0, 1, ~0ULL, ~0ULL).counter("\x01\n\xFF", 0, 1, 1, 1, "");
-    image.error(37, "search", 5).error(38, "", 1);
-    image.variable("time_on", "3")
-        .variable("text", "a,\"b\"")
-        .variable("odd", "inf")
-        .variable("time_on", "4");
-    for (size_t place = 0; place < 26; ++place) {
-        image.metric(place, place + 1);
-    }
-    return image;
+    return run_with({"export", "--prometheus", "-", path}, more).out;
 }
 
 // What any reader relies on: every family once, every series once, in its family. Returns the names of the
@@ -217,34 +197,4 @@ TEST(PrometheusShare, NamesOnlyMetricsThatThereAre)
         EXPECT_GE(used.size(), least) << file;
         EXPECT_THAT(names, testing::IsSupersetOf(used)) << file;
     }
-}
-
-// What a scrape waits for, on a machine that has other things to do too: the best of some.
-TEST(Exposition, OfFullTablesTakesLessThanATenthOfASecond)
-{
-    image_builder image;
-    for (uint64_t entry = 0; entry < 8'192; ++entry) {
-        const std::string name = "operation_" + std::to_string(entry);
-        if (entry < 4'096) {
-            image.counter(name, entry, entry, entry, entry * 1'234'567, "some_program");
-        }
-        if (entry < 512) {
-            image.variable(name, entry % 2 == 0 ? "3" : "some text");
-        }
-        image.error(entry, name, entry);
-    }
-    const temp_dir dir;
-    const std::string path = dir.write("d.dat", image.bytes());
-    auto best = std::chrono::nanoseconds::max();
-    for (int round = 0; round < 5; ++round) {
-        const auto start = std::chrono::steady_clock::now();
-        const std::string text =
-            exposition_of(read_exported_files({path}), {}, exposition_format::openmetrics_1_0);
-        best = std::min<std::chrono::nanoseconds>(best, std::chrono::steady_clock::now() - start);
-        EXPECT_GE(std::count(text.begin(), text.end(), '\n'), 6 * 4'096 + 8'192 + 512);
-    }
-    RecordProperty("nanoseconds", std::to_string(best.count()));
-#if defined(NDEBUG) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    EXPECT_LT(best, std::chrono::milliseconds(100));
-#endif
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "support/texts.h"
 #include "tool/tool_fixture.h"
 
 using namespace tool_test;
@@ -31,15 +32,6 @@ std::vector<std::string> labels_of(const json& data)
         labels.push_back(data.at("labels").at(number.get<size_t>()));
     }
     return labels;
-}
-
-size_t count_of(const std::string& text, const std::string& part)
-{
-    size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-        ++count;
-    }
-    return count;
 }
 
 } // namespace
@@ -77,9 +69,7 @@ TEST(FlamePage, TakesTheFiltersOfTheReportAndTheWidestFrames)
                  {{"--max-frames=1"}, {"all", "p (5)"}}}; // q is as wide
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.options));
-        std::vector<std::string> words{"flame", file};
-        words.insert(words.end(), c.options.begin(), c.options.end());
-        EXPECT_EQ(labels_of(data_of(run(words).out)), c.labels);
+        EXPECT_EQ(labels_of(data_of(run_with({"flame", file}, c.options).out)), c.labels);
     }
     const tool_run cut = run({"flame", "--max-frames=3", file});
     EXPECT_THAT(cut.err, HasSubstr("the 2 paths with least time are left out"));
@@ -169,9 +159,7 @@ TEST(FlameCommand, TellsWhatItCannotShow)
                  {{dir.write("cut", sample + "S,1,0\n"), "-o", dir.file("cut.html")}, 5}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.words));
-        std::vector<std::string> words{"flame"};
-        words.insert(words.end(), c.words.begin(), c.words.end());
-        const tool_run made = run(words);
+        const tool_run made = run_with({"flame"}, c.words);
         EXPECT_EQ(made.status, c.status) << made.err;
         EXPECT_EQ(made.out, "");
         EXPECT_NE(made.err, "");

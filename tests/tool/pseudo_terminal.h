@@ -6,7 +6,6 @@
 #include <csignal>
 #include <iostream>
 #include <regex>
-#include <thread>
 #include <utility>
 
 #include <poll.h>
@@ -19,6 +18,7 @@
 
 #include "cli/command.h"
 #include "output/terminal.h"
+#include "tool/child_program.h"
 
 namespace tool_test {
 
@@ -83,27 +83,26 @@ public:
     // terminal are left out.
     bool shows(const std::string& text)
     {
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        for (size_t at = plain().find(text); std::chrono::steady_clock::now() < until;
-             at = plain().find(text)) {
-            if (at != std::string::npos) {
-                received_ = plain().substr(at + text.size());
-                return true;
-            }
-            read_some();
-        }
-        return false;
+        return comes_true(
+            [&] {
+                read_some();
+                const std::string seen = plain();
+                const size_t at = seen.find(text);
+                received_ = at != std::string::npos ? seen.substr(at + text.size()) : received_;
+                return at != std::string::npos;
+            },
+            std::chrono::seconds(10));
     }
 
     [[nodiscard]] bool ends_within(std::chrono::seconds limit) const
     {
-        const auto until = std::chrono::steady_clock::now() + limit;
         siginfo_t ended{};
-        while (ended.si_pid == 0 && std::chrono::steady_clock::now() < until) {
-            ::waitid(P_PID, static_cast<id_t>(child_), &ended, WEXITED | WNOHANG | WNOWAIT);
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return ended.si_pid == child_;
+        return comes_true(
+            [&] {
+                ::waitid(P_PID, static_cast<id_t>(child_), &ended, WEXITED | WNOHANG | WNOWAIT);
+                return ended.si_pid == child_;
+            },
+            limit);
     }
     // Exit status; everything that the child wrote is in raw().
     int wait()

@@ -129,10 +129,7 @@ TEST(ReportCommand, ShowsWhatTheOptionsAskFor)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.options));
-        std::vector<std::string> words{"report"};
-        words.insert(words.end(), c.options.begin(), c.options.end());
-        words.push_back(file);
-        const tool_run shown = run(words, {.terminal = true});
+        const tool_run shown = run_with({"report", file}, c.options, {.terminal = true});
         EXPECT_EQ(shown.status, 0) << shown.err;
         EXPECT_THAT(shown.out, HasSubstr(c.part));
         EXPECT_THAT(shown.out, Not(HasSubstr(c.missing)));

@@ -1,18 +1,20 @@
-// What is kept elsewhere: a real Prometheus that scrapes the tool, a real PostgreSQL that loads its rows.
+// What is kept elsewhere: Prometheus's own reading of rules and metrics, a real PostgreSQL that loads rows.
 // scripts/install_packages stores brings both.
-#include <cstdlib>
-#include <filesystem>
+#include <regex>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <unistd.h>
 
+#include "prometheus/data_file_metrics.h"
 #include "support/run_command.h"
+#include "support/texts.h"
 #include "tool/data_image.h"
-#include "tool/exporter.h"
 #include "tool/report_figures.h"
 #include "tool/tool_fixture.h"
 
+using namespace ostrum_tool;
 using namespace tool_test;
 using nlohmann::json;
 
@@ -26,61 +28,6 @@ namespace {
 bool has_program(const std::string& name)
 {
     return run_command("command -v " + name).exit_status == 0;
-}
-
-int free_port()
-{
-    const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    socklen_t bytes = sizeof address;
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    getsockname(probe, reinterpret_cast<sockaddr*>(&address), &bytes);
-    close(probe);
-    return ntohs(address.sin_port);
-}
-
-class prometheus_server {
-public:
-    prometheus_server(const temp_dir& dir, int exporter_port)
-        : port_(free_port()),
-          program_({"prometheus", "--config.file", write_configuration(dir, exporter_port),
-                    "--storage.tsdb.path", dir.file("tsdb"), "--log.level", "warn", "--web.listen-address",
-                    "127.0.0.1:" + std::to_string(port_)},
-                   dir.file("prometheus.log"))
-    {}
-    [[nodiscard]] json get(const std::string& path) const
-    {
-        const json answer = json::parse(http(port_, "GET /api/v1/" + path).body, nullptr, false);
-        return answer.is_object() && answer.contains("data") ? answer.at("data") : json();
-    }
-    // The only series of that name and operation, as its text; "" when there is none.
-    [[nodiscard]] std::string value(const std::string& metric, const json& row) const
-    {
-        const json data = get("query?query=" + metric + "%7Bname=%22" + row.at("name").get<std::string>() +
-                              "%22,opcode=%22" + row.at("opcode").dump() + "%22%7D");
-        const json result = data.is_object() ? data.at("result") : json::array();
-        return result.size() == 1 ? result.at(0).at("value").at(1).get<std::string>() : "";
-    }
-
-private:
-    static std::string write_configuration(const temp_dir& dir, int exporter_port)
-    {
-        return dir.write("prometheus.yml", "global: {scrape_interval: 200ms, scrape_timeout: 200ms}\n"
-                                           "scrape_configs:\n"
-                                           "- job_name: ostrum\n"
-                                           "  static_configs: [{targets: [\"127.0.0.1:" +
-                                               std::to_string(exporter_port) + "\"]}]\n");
-    }
-
-    int port_;
-    child_program program_;
-};
-
-json counters_of(const std::string& data)
-{
-    return json::parse(run({"counters", "--json", data}).out).at("rows");
 }
 
 // A cluster in the test's directory, which only a user that is not root may run.
@@ -141,12 +88,7 @@ TEST(Prometheus, AcceptsRulesAndMetrics)
     const command_run rules = run_command("promtool test rules " + here + "prometheus_rules_test.yml");
     EXPECT_EQ(rules.exit_status, 0) << rules.output;
     const temp_dir dir;
-    image_builder image;
-    image.counter("search", 7, 1, 4, 5).error(37, "search", 1).variable("a", "1").variable("b", "x");
-    for (size_t word = 0; word < 26; ++word) {
-        image.metric(word, word + 1);
-    }
-    const std::string data = dir.write("d.dat", image.bytes());
+    const std::string data = dir.write("d.dat", full_sample().bytes());
     const command_run lint =
         run_command(OSTRUM_TOOL " export --prometheus - " + data + " | promtool check metrics");
     EXPECT_EQ(lint.output, "") << "names follow the conventions";
@@ -170,31 +112,22 @@ TEST(Prometheus, UnderstandsWhatTheDashboardAsks)
     EXPECT_TRUE(check.shows("SUCCESS: " + std::to_string(rules.size()) + " rules found")) << check.output;
 }
 
-TEST(Prometheus, CountsWhatTheToolShows)
+// Its strictest reader, which takes only samples that have a time.
+TEST(Prometheus, ReadsEverySampleOfTheOpenMetricsForm)
 {
-    SKIP_WITHOUT("Prometheus", has_program("prometheus"));
+    SKIP_WITHOUT("Prometheus", has_program("promtool"));
     const temp_dir dir;
-    image_builder image;
-    image.counter("search", 7, 1, 4, 2'500'000'000).counter("read", 3, 1, 1'000'000'007, 1);
-    const std::string data = dir.write("d.dat", image.bytes());
-    exporter serving(dir, {data});
-    const prometheus_server prometheus(dir, serving.port());
-    for (int round = 0; round < 2; ++round) {
-        for (const json& row : counters_of(data)) {
-            const std::string calls = row.at("calls").dump();
-            EXPECT_TRUE(comes_true([&] {
-                return prometheus.value("ostrum_operation_calls_total", row) == calls;
-            })) << row
-                << prometheus.value("ostrum_operation_calls_total", row)
-                << temp_dir::read(dir.file("prometheus.log"));
-            const std::string seconds = prometheus.value("ostrum_operation_duration_seconds_total", row);
-            EXPECT_DOUBLE_EQ(std::strtod(seconds.c_str(), nullptr), row.at("total_ns").get<double>() / 1e9);
-        }
-        dir.write("d.dat", image.counter("late", 9, 1, 3, 4).word(368 + 608, 5).bytes()); // the host goes on
-    }
-    const json units = prometheus.get("metadata?metric=ostrum_operation_duration_seconds");
-    EXPECT_TRUE(units.dump().find("\"unit\":\"seconds\"") != std::string::npos)
-        << "it was not OpenMetrics: " << prometheus.get("metadata").dump();
+    const std::string data = dir.write("d.dat", full_sample().bytes());
+    const std::string text =
+        exposition_of(read_exported_files({data}), {}, exposition_format::openmetrics_1_0);
+    const std::string timed = std::regex_replace(text, std::regex("\n([^#\n].*)"), "\n$1 1700000000");
+    const command_run stored = run_command("mkdir -p " + dir.file("store/wal") +
+                                           " && promtool tsdb create-blocks-from openmetrics " +
+                                           dir.write("timed", timed) + " " + dir.file("store"));
+    ASSERT_EQ(stored.exit_status, 0) << stored.output;
+    const std::string samples = run_command("promtool tsdb dump " + dir.file("store")).output;
+    EXPECT_EQ(count_of(samples, "\n"), count_of(timed, " 1700000000\n"));
+    EXPECT_TRUE(samples.find("} 2.000000002 1700000000000\n") != std::string::npos) << samples;
 }
 
 TEST(PostgreSql, AnswersAsTheReportDoesHoweverOftenItLoads)

@@ -63,9 +63,7 @@ struct exported {
 exported timeline_of(const std::string& text, const std::vector<std::string>& options = {})
 {
     const temp_dir dir;
-    std::vector<std::string> words{"export", "--chrome", dir.write("10_77.1.2.flog.txt", text)};
-    words.insert(words.end(), options.begin(), options.end());
-    tool_run run = tool_test::run(words);
+    tool_run run = run_with({"export", "--chrome", dir.write("10_77.1.2.flog.txt", text)}, options);
     if (run.out.empty()) {
         return {run, {}, {}};
     }

@@ -51,5 +51,13 @@ inline tool_run run(const std::vector<std::string>& words, const ostrum_tool::te
     return {status, out.str(), err.str()};
 }
 
+// A command, and what a case adds to it.
+inline tool_run run_with(std::vector<std::string> words, const std::vector<std::string>& more,
+                         const ostrum_tool::text_style& style = {})
+{
+    words.insert(words.end(), more.begin(), more.end());
+    return run(words, style);
+}
+
 } // namespace tool_test
 #endif

@@ -15,6 +15,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using tool_test::image_builder;
 using tool_test::run;
+using tool_test::run_with;
 
 namespace {
 
@@ -188,9 +189,8 @@ TEST(TopBatch, PrintsATableForEachInterval)
     const temp_dir dir;
     const std::string file =
         dir.write("d.dat", image_builder().counter("a", 1, 1, 5, 9).counter("b", 2, 1, 7, 8).bytes());
-    const auto top = [&](std::vector<std::string> more) {
-        more.insert(more.begin(), {"top", "-b", "-d", "10ms", file});
-        return run(more);
+    const auto top = [&](const std::vector<std::string>& more) {
+        return run_with({"top", "-b", "-d", "10ms", file}, more);
     };
     const auto csv = top({"-n", "2", "--csv", "--sort", "name", "--top", "1"});
     EXPECT_EQ(std::count(csv.out.begin(), csv.out.end(), '\n'), 3) << "one header, a row each";
