@@ -2,12 +2,16 @@
 #include "support/tracing_fixture.h"
 
 #include <csignal>
+#include <cstdlib>
+
+#include <sys/wait.h>
 
 #include <gmock/gmock.h>
 
 #include "perf_log/flush/async_flusher.h"
 #include "perf_log/flush/flush.h"
 #include "perf_log/flush/timed_flush.h"
+#include "process_state/signals.h"
 #include "util/diagnostics.h"
 
 using namespace ostrum;
@@ -78,6 +82,20 @@ TEST_F(Flusher, WritesTheNewestFirstAndThenEnds)
     drop_context();
     drain();
     EXPECT_EQ(count_of(trace_text(), "S,1,0,"), 3) << "nothing is written twice";
+}
+
+TEST_F(Flusher, WritesNothingInADamagedProcess)
+{
+    hand_over(3);
+    const pid_t child = fork();
+    if (child == 0) {
+        atexit(drain);
+        __ostrum_fatal_sig_handler(SIGTERM); // ends the process
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), EXIT_FAILURE);
+    EXPECT_EQ(trace_text(), "");
 }
 
 TEST_F(Flusher, TheFileOfAPeriodStaysOpenUntilItsTreesAreWritten)
