@@ -9,6 +9,7 @@ using namespace ostrum_tool;
 using testing::HasSubstr;
 using tool_test::image_builder;
 using tool_test::run;
+using tool_test::run_with;
 
 TEST(DataFileCommands, ShowTheTables)
 {
@@ -71,13 +72,10 @@ TEST(DataFileCommands, MergeSortAndCut)
             {{"vars", "--csv"}, "time_on,3\n"},
             {{"metrics", "--csv"}, "fe_connects_error_total,0\n"},
         }) {
-        std::vector<std::string> words = each.words;
-        SCOPED_TRACE(testing::PrintToString(words));
-        words.push_back(path);
-        const auto plain = run(words);
+        SCOPED_TRACE(testing::PrintToString(each.words));
+        const auto plain = run_with(each.words, {path});
         EXPECT_THAT(plain.out, testing::EndsWith("\n" + std::string(each.rows))) << plain.err;
-        words.emplace_back("--locked");
-        EXPECT_EQ(run(words).out, plain.out);
+        EXPECT_EQ(run_with(each.words, {path, "--locked"}).out, plain.out);
     }
     EXPECT_THAT(run({"counters", "--by", "operation,db", "--top", "1", path}).out,
                 HasSubstr("merged by operation, db: 2 rows\nthe first 1 of 2 by total_ns\n"));
