@@ -40,7 +40,6 @@ protected:
     Aggregation() { set_variable("time_on", "2"); }
     ~Aggregation() override
     {
-        set_debug_bits(0);
         drop_context();
         fake_os::fail(fake_os::call::open_file, 1, ENOENT); // leaves no buckets to the next test
         captured_stderr([] { read_opcode_buckets(""); });
@@ -225,26 +224,23 @@ TEST_F(Aggregation, ErrorsNeverLowerTheMinimumOfPathOrBucket)
 TEST_F(Aggregation, CallsFallIntoTheFirstBucketWhoseBoundsHoldThem)
 {
     load_buckets("3 0.01 0.1\n4 0.1 0.01 1\n5\n6 0\n7 0.01 0.01 0.02\n* 0.5\n");
-    const struct {
-        int32_t opcode;
-        std::vector<int64_t> elapsed_ms;
-        const char* buckets;
-    } cases[] = {{3, {50}, "0-10:0/0 10-100:1/0"}, // the one below comes with it, the one above does not
-                 {3, {9, 10, 99, 100, 1}, "0-10:2/0 10-100:2/0 100-0:1/0"},
-                 {4, {50, 99}, "0-100:2/0"}, // bounds in the order of the file
-                 {4, {100, 999}, "0-100:0/0 100-10:0/0 10-1000:2/0"},
-                 {4, {1000, 1}, "0-100:1/0 100-10:0/0 10-1000:0/0 1000-0:1/0"},
-                 {5, {0, 7}, "0-0:2/0"},      // no bounds: everything
-                 {6, {5}, "0-0:0/0 0-0:1/0"}, // a bound of 0 is a bound
-                 {7, {10}, "0-10:0/0 10-10:0/0 10-20:1/0"},
-                 {99, {499, 500}, "0-500:1/0 500-0:1/0"}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+    const std::tuple<int32_t, std::vector<int64_t>, const char*> cases[] = {
+        {3, {50}, "0-10:0/0 10-100:1/0"}, // the one below comes with it, the one above does not
+        {3, {9, 10, 99, 100, 1}, "0-10:2/0 10-100:2/0 100-0:1/0"},
+        {4, {50, 99}, "0-100:2/0"}, // bounds in the order of the file
+        {4, {100, 999}, "0-100:0/0 100-10:0/0 10-1000:2/0"},
+        {4, {1000, 1}, "0-100:1/0 100-10:0/0 10-1000:0/0 1000-0:1/0"},
+        {5, {0, 7}, "0-0:2/0"},      // no bounds: everything
+        {6, {5}, "0-0:0/0 0-0:1/0"}, // a bound of 0 is a bound
+        {7, {10}, "0-10:0/0 10-10:0/0 10-20:1/0"},
+        {99, {499, 500}, "0-500:1/0 500-0:1/0"}};
+    for (const auto& [opcode, all_elapsed_ms, buckets] : cases) {
+        SCOPED_TRACE(buckets);
         drop_context();
-        for (const int64_t elapsed_ms : c.elapsed_ms) {
-            run({.opcode = c.opcode}, elapsed_ms * ms);
+        for (const int64_t elapsed_ms : all_elapsed_ms) {
+            run({.opcode = opcode}, elapsed_ms * ms);
         }
-        EXPECT_EQ(buckets_of(*node(c.opcode)), c.buckets);
+        EXPECT_EQ(buckets_of(*node(opcode)), buckets);
     }
 }
 

@@ -45,6 +45,13 @@ protected:
         snprintf(limit.severity, sizeof(limit.severity), "%s", severity);
         return limit;
     }
+    // As a thread that has this context waits.
+    void flush_in_idle_wait()
+    {
+        set_thread_slot(&context());
+        timeout_handler_func("test");
+        set_thread_slot(nullptr);
+    }
     void run_slow(int64_t elapsed_tv)
     {
         start({.opcode = 3});
@@ -159,9 +166,7 @@ TEST_F(Alarms, BothFormsAreWrittenToTheLetter)
         "LVL/TOP/SEQ[001/0000000001/0000000001]\n"
         "OPCODE(0)[fn] STARTED_AT[2025/11/15 13:15:01.000000] FLAGS[0] FILENAME[sql.c] LINENO[77] "
         "LVL/TOP/SEQ[002/0000000001/0000000002]\n");
-    EXPECT_EQ(dir_.files_ending(".alarm.txt")[0], dir_.path() + "/" + std::to_string(getpid()) + "_" +
-                                                      std::to_string(context().trace.tid) +
-                                                      ".20251115_131500.20251115_133000.alarm.txt");
+    EXPECT_EQ(dir_.files_ending(".alarm.txt")[0], own_file(".20251115_131500.20251115_133000.alarm.txt"));
 
     write(alarm_raised | alarm_full_stack | alarm_tagged | alarm_log_flist);
     EXPECT_EQ(
@@ -215,20 +220,18 @@ TEST_F(Alarms, AnAlarmTellsOfTheWholeOperationHoweverItIsTraced)
 TEST_F(Alarms, TheTimedFlushRaisesInterimAlarmsAndLooksForTheNextLimit)
 {
     attach({limit_of(10 * ms, 1, "FIRST"), limit_of(30 * ms, 1 | alarm_recurring, "SECOND")});
-    set_thread_slot(&context());
     start({.opcode = 3});
     context().next_alarm_tv = alarm_bucket_get_next_time(&context(), ostrum_now_tv());
     for (const int64_t expected : {0, 1, 1, 2, 2, 2, 3}) { // after 0, 10, 20 ... ms
-        timeout_handler_func("test");
+        flush_in_idle_wait();
         EXPECT_EQ(count_of(alarms(), "TYPE[interim]"), expected);
         fake_os::advance_clock(10 * ms);
     }
     context().alarm_at = nullptr;
     end({.opcode = 3});
     fake_os::advance_clock(second);
-    timeout_handler_func("test"); // outside an operation
+    flush_in_idle_wait(); // outside an operation
     EXPECT_EQ(count_of(alarms(), "TYPE[interim]"), 3);
-    set_thread_slot(nullptr);
 }
 
 TEST_F(Alarms, TheInputListIsRecordedUpToItsLimit)
@@ -272,15 +275,12 @@ TEST_F(Alarms, AContextKeepsItsFileOpenAsConfigured)
     attach({limit_of(ms, 1)});
     context().alarm_mode = keep_alarm_file_open;
     set_variable("alarm_on", "1");
-    context().alarm_at = &entry_.limits[0];
     run_slow(2 * ms);
     EXPECT_TRUE(static_cast<bool>(context().alarm_file)) << "until the next operation decides";
     run_slow(2 * ms);
     EXPECT_TRUE(static_cast<bool>(context().alarm_file));
-    set_thread_slot(&context());
     fake_os::advance_clock(900 * second);
-    timeout_handler_func("test");
-    set_thread_slot(nullptr);
+    flush_in_idle_wait();
     EXPECT_FALSE(static_cast<bool>(context().alarm_file)) << "it is named by the period";
     run_slow(2 * ms);
     EXPECT_EQ(dir_.files_ending(".20251115_133000.20251115_134500.alarm.txt").size(), 1U);
@@ -333,7 +333,6 @@ TEST_F(Alarms, WithTheFlusherRecordsAreHandedOverAndWrittenNewestFirst)
 {
     settings_for_startup().async_flushing = true;
     attach({limit_of(ms, 1)});
-    context().alarm_at = &entry_.limits[0];
     run_slow(2 * ms);
     run_slow(3 * ms);
     EXPECT_EQ(process_flush_record().alarm_count, 2);

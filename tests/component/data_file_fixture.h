@@ -3,13 +3,10 @@
 // A data file of its own for each test, opened as a host opens it.
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <memory>
 #include <string>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,9 +15,8 @@
 #include "data_file/errors.h"
 #include "data_file/locks.h"
 #include "data_file/variables.h"
-#include "support/fake_os.h"
+#include "support/fake_os_fixture.h"
 #include "support/temp_dir.h"
-#include "util/diagnostics.h"
 
 inline constexpr uint32_t host_flags = DATA_FILE_INIT_LOCKS | DATA_FILE_SET_PID;
 
@@ -30,19 +26,10 @@ struct free_block {
 template <typename T>
 using c_block = std::unique_ptr<T, free_block>;
 
-class data_file_fixture : public testing::Test {
+class data_file_fixture : public fake_os_fixture {
 protected:
-    data_file_fixture()
-    {
-        fake_os::reset();
-        ostrum::settings_for_startup() = {};
-    }
-    ~data_file_fixture() override
-    {
-        ostrum::set_debug_bits(0);
-        close();
-        fake_os::reset();
-    }
+    data_file_fixture() { ostrum::settings_for_startup() = {}; }
+    ~data_file_fixture() override { close(); }
 
     rt_info* open(uint32_t flags = host_flags)
     {

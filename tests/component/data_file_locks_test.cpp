@@ -90,28 +90,23 @@ TEST_F(data_file_locks_test, AdvisoryLocksGoThroughTheDescriptorAndOffsetInTheSl
     ostrum::settings_for_startup().locks = lock_method::advisory_file_lock;
     open();
     ostrum::counter_entry* entry = add_counter(1);
-    const struct {
-        ostrum::lock_slot* slot;
-        int64_t offset;
-    } slots[] = {{&image().locks[4], 288}, {&entry->lock, 368}};
-    for (const auto& s : slots) {
-        EXPECT_EQ(s.slot->fd, handle_->fd);
-        EXPECT_EQ(s.slot->offset, s.offset);
+    const auto is_locked_for_others = [this](int64_t offset) { // in all of its 64 bytes
+        return in_child([this, offset] {
+                   struct flock wanted {
+                       F_WRLCK, SEEK_SET, offset + 63, 1, 0
+                   };
+                   fcntl(handle_->fd, F_GETLK, &wanted);
+                   _exit(wanted.l_type == F_WRLCK && wanted.l_start == offset && wanted.l_len == 64 ? 0 : 1);
+               }) == 0;
+    };
+    for (const auto& [slot, offset] : {std::pair(&image().locks[4], 288), {&entry->lock, 368}}) {
+        EXPECT_EQ(slot->fd, handle_->fd);
+        EXPECT_EQ(slot->offset, offset);
         fake_os::fail(fake_os::call::lock_range, 1, EINTR);
-        ASSERT_TRUE(ostrum::lock_slot_acquire(*s.slot, 0)) << "a signal while it waits is no failure";
-        struct flock seen {};
-        const int status = in_child([&] {
-            struct flock wanted {};
-            wanted.l_type = F_WRLCK;
-            wanted.l_start = s.offset + 63;
-            wanted.l_len = 1;
-            fcntl(handle_->fd, F_GETLK, &wanted);
-            _exit(wanted.l_type == F_WRLCK && wanted.l_start == s.offset && wanted.l_len == 64 ? 0 : 1);
-        });
-        EXPECT_EQ(status, 0) << "64 bytes are locked for others";
-        ostrum::lock_slot_release(*s.slot);
-        EXPECT_EQ(fcntl(handle_->fd, F_GETLK, &(seen = {F_WRLCK, SEEK_SET, s.offset, 64, 0})), 0);
-        EXPECT_EQ(seen.l_type, F_UNLCK);
+        ASSERT_TRUE(ostrum::lock_slot_acquire(*slot, 0)) << "a signal while it waits is no failure";
+        EXPECT_TRUE(is_locked_for_others(offset));
+        ostrum::lock_slot_release(*slot);
+        EXPECT_FALSE(is_locked_for_others(offset));
     }
     // A descriptor of another process: the lock fails unnoticed and the update is made.
     entry->lock.fd = 9999;

@@ -45,62 +45,37 @@ protected:
     }
 };
 
-TEST_F(data_file_test, EveryFieldLiesWhereReadersLookForIt)
+// Where each field lies is in layout.h.
+TEST_F(data_file_test, EveryFieldIsFilledIn)
 {
     fake_os::set_environment("OSTRUM_VAR_FLIST", "2");
     fake_os::freeze_clock(1234567890123456789);
     ASSERT_NE(open(), nullptr);
     for (int64_t i = 0; i < 2; ++i) {
         rt_counter_add(handle_, -1, "op", 0x80000001, -7, "prog", "file.c", "/obj", 99, 3, 4, 5, 6, 7, 8 + i);
-        rt_counter_add(handle_, 40, "op2", 0, 0, "", "", "", i, 0, 0, 0, 0, 0, 0);
-        rt_error_add(handle_, -3, 41, "err", "prog", 0xfffffff1, 12, 13 + static_cast<uint32_t>(i), 14);
+        rt_error_add(handle_, -3, 41, "err", "prog", 0xfffffff1, 12, 13, 14);
     }
-    rt_variable_add(handle_, "second", "text", 0);
-    image().metrics.words[25] = 77;
-    close();
-
-    const std::string bytes = temp_dir::read(path());
-    ASSERT_EQ(bytes.size(), static_cast<size_t>(correct_size));
-    EXPECT_EQ(bytes.substr(0, 32), "ostrum-64bit\n" + std::string(19, '\0'));
-    constexpr uint64_t mutex_kind = 0x80; // process-shared, default type
-    const struct {
-        size_t offset;
-        std::vector<uint64_t> words;
-    } runs[] = {
-        {32 + 16 + 16, {mutex_kind}}, // the header's first lock and its last
-        {288 + 16 + 16, {mutex_kind}},
-        {352, {static_cast<uint64_t>(getpid()), 0}},
-        {368 + 16 + 16, {mutex_kind}},
-        {368 + 576, {0xffffffff, 0x80000001, ~uint64_t{6}, 10, 6, 8, 12, 14, 17, 99}},
-        {368 + 656 + 576, {40}},
-        {368 + 2 * 656 + 648, {1}},
-        {2'687'344, {3}},
-        {2'687'352 + 16 + 16, {mutex_kind}},
-        {3'309'944, {2, 1234567890123456789, ~uint64_t{2}, 41}},
-        {3'309'960 + 272, {0xfffffff1, 12, 13, 14}},
-        {3'309'960 + 304 + 288, {14}},
-        {5'800'328, {2}},
-        {5'800'336 + 25 * 8, {77}},
-    };
-    for (const auto& run : runs) {
-        SCOPED_TRACE(run.offset);
-        std::vector<uint64_t> words(run.words.size());
-        memcpy(words.data(), bytes.data() + run.offset, words.size() * sizeof(uint64_t));
-        EXPECT_EQ(words, run.words);
-    }
-    const std::pair<size_t, const char*> texts[] = {
-        {368 + 64, "op"},
-        {368 + 192, "prog"},
-        {368 + 320, "file.c"},
-        {368 + 448, "/obj"},
-        {2'687'352 + 64, "flist_on"},
-        {2'687'352 + 192, "2"},
-        {2'687'352 + 1216 + 64, "second"},
-        {3'309'960 + 16, "err"},
-        {3'309'960 + 144, "prog"},
-    };
-    for (const auto& [offset, text] : texts) {
-        EXPECT_STREQ(bytes.data() + offset, text);
+    EXPECT_EQ(std::string(image().signature, sizeof image().signature),
+              "ostrum-64bit\n" + std::string(19, '\0'));
+    EXPECT_EQ(image().pid, static_cast<uint64_t>(getpid()));
+    EXPECT_EQ(image().variables_modified_tv, 1234567890123456789);
+    ASSERT_EQ(image().counter_count + image().variable_count + image().error_count, 3U);
+    const ostrum::counter_entry& c = image().counters[0];
+    EXPECT_EQ((std::vector{c.opcode, c.opflags, static_cast<uint64_t>(c.lineno), c.recs, c.calls, c.errors,
+                           c.total_t, c.u_cpu_t, c.s_cpu_t, static_cast<uint64_t>(c.db_number)}),
+              (std::vector<uint64_t>{0xffffffff, 0x80000001, ~uint64_t{6}, 10, 6, 8, 12, 14, 17, 99}));
+    EXPECT_EQ(std::string(c.opname) + c.program + c.fname + c.obj_type, "opprogfile.c/obj");
+    const ostrum::variable_entry& v = image().variables[0];
+    EXPECT_EQ(std::string(v.name) + "=" + v.value, "flist_on=2");
+    const ostrum::error_entry& e = image().errors[0];
+    EXPECT_EQ(
+        (std::vector{static_cast<uint64_t>(e.dbno), e.opcode, e.err_class, e.location, e.errnum, e.errcnt}),
+        (std::vector<uint64_t>{~uint64_t{2}, 41, 0xfffffff1, 12, 13, 28}));
+    EXPECT_EQ(std::string(e.opname) + e.program, "errprog");
+    constexpr int process_shared = 0x80; // of the default type
+    const ostrum::lock_slot* const locks[] = {&image().locks[0], &image().locks[4], &c.lock, &v.lock};
+    for (const ostrum::lock_slot* slot : locks) {
+        EXPECT_EQ(slot->mutex.__data.__kind, process_shared);
     }
 }
 

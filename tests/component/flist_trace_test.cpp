@@ -32,15 +32,12 @@ namespace {
 const std::string header = "Timestamp                           Elapsed     Opflags  Opcode\n"
                            "---------                           -------     -------  ------\n";
 
-struct destroy_list {
-    void operator()(qel_flist_t* list) const { flist_destroy(list); }
-};
-using list_owner = std::unique_ptr<qel_flist_t, destroy_list>;
+using list_owner = std::unique_ptr<qel_flist_t, void (*)(qel_flist_t*)>;
 
 list_owner list_with(uint32_t field, const char* text)
 {
     qel_errbuf_t eb{};
-    list_owner list(p_flist_create(&eb));
+    list_owner list(p_flist_create(&eb), flist_destroy);
     p_flist_fld_set(list.get(), field, 0, text, &eb);
     return list;
 }
@@ -52,7 +49,6 @@ protected:
     FlistTrace() { qellog_set_correlation("h:1:tester:1"); }
     ~FlistTrace() override
     {
-        set_debug_bits(0);
         bound_host_services() = {};
         qellog_set_correlation(nullptr);
     }
@@ -218,17 +214,15 @@ TEST_F(FlistTrace, EachPeriodHasItsFileAndOneThatCannotBeOpenedIsTriedAgain)
 {
     trace("3", "0");
     run({.opcode = 3}, ms);
-    const std::string pid = std::to_string(getpid());
-    const std::string tid = std::to_string(context().trace.tid);
-    const std::string first = dir_.file(pid + "_" + tid + ".20251115_131500.20251115_133000.flog.txt");
-    const std::string next = dir_.file(pid + "_" + tid + ".20251115_133000.20251115_134500.flog.txt");
+    const std::string first = own_file(".20251115_131500.20251115_133000.flog.txt");
+    const std::string next = own_file(".20251115_133000.20251115_134500.flog.txt");
     EXPECT_EQ(logs(), std::vector{first});
 
     fake_os::advance_clock(900 * second);
     ASSERT_EQ(mkdir(next.c_str(), 0700), 0);
     EXPECT_THAT(captured_stderr([this] { run({.opcode = 3}, ms); }),
-                HasSubstr("open_flist_file : failed opening flist log file[" + next + "] for pid[" + pid +
-                          "] tid[" + tid + "]\n"));
+                HasSubstr("open_flist_file : failed opening flist log file[" + next + "] for pid[" +
+                          std::to_string(getpid()) + "] tid[" + std::to_string(context().trace.tid) + "]\n"));
     ASSERT_EQ(rmdir(next.c_str()), 0);
     run({.opcode = 3}, ms);
     run({.opcode = 3}, ms);

@@ -30,7 +30,6 @@ protected:
         settings_for_startup().async_flushing = false;
         drop_context();
         drop_queue(record());
-        set_debug_bits(0);
     }
     static flush_record& record() { return process_flush_record(); }
 

@@ -1,6 +1,4 @@
 // The index of call paths: what it remembers, and that it never takes one path for another.
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <memory>
 #include <random>
@@ -8,24 +6,16 @@
 #include <vector>
 
 #include "perf_log/context/path_index.h"
-#include "support/fake_os.h"
+#include "support/fake_os_fixture.h"
 
 using namespace ostrum;
 
 namespace {
 
-class PathIndex : public testing::Test {
+class PathIndex : public fake_os_fixture {
 protected:
-    PathIndex()
-    {
-        fake_os::reset();
-        initialise_path_index(index_);
-    }
-    ~PathIndex() override
-    {
-        release_path_index(index_);
-        fake_os::reset();
-    }
+    PathIndex() { initialise_path_index(index_); }
+    ~PathIndex() override { release_path_index(index_); }
 
     agg_node* store(const path_identity& path)
     {

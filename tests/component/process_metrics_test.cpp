@@ -78,7 +78,6 @@ protected:
         settings_for_startup().process_data = process_data_on;
         settings_for_startup().status_check_tv = second;
     }
-    ~process_metrics_test() override { set_debug_bits(0); }
 
     bool sample(process_metrics_area& record)
     {
@@ -270,37 +269,33 @@ TEST_F(process_metrics_test, ADataManagerIsPublishedWithOrWithoutASample)
 {
     uint64_t own[18];
     std::iota(std::begin(own), std::end(own), 8);
-    const struct {
-        uint64_t updates; // so far
-        bool due, data_manager;
-        bool sampled; // the area holds a sample
-    } steps[] = {{1, true, false, true},
-                 {1, false, false, true},
-                 {2, false, true, false},
-                 {3, true, true, true},
-                 {4, true, false, true}};
-    const auto has_own_words = [&] { return std::equal(std::begin(own), std::end(own), words() + 8); };
-    for (const auto& step : steps) {
-        SCOPED_TRACE(&step - steps);
-        const uint64_t cpu_tv = words()[1] + words()[2];
-        fake_os::advance_clock(step.due ? 2 * second : 0);
-        step.data_manager ? publish_dm_metrics(data_file_, own) : publish_cm_metrics(data_file_);
-        EXPECT_EQ(words()[0], step.updates);
-        EXPECT_EQ(words()[4] > 0, step.sampled);
-        if (!step.due) {
-            EXPECT_EQ(words()[1] + words()[2], cpu_tv);
-        }
-        EXPECT_EQ(words()[7], step.updates > 1 ? 1U : 0U);
-        EXPECT_EQ(has_own_words(), step.updates > 1);
-    }
+    const auto state = [&] { // updates; whether a sample is there; whether the data manager's own words are
+        return std::tuple(words()[0], words()[4] > 0,
+                          words()[7] == 1 && std::equal(std::begin(own), std::end(own), words() + 8));
+    };
+    using expected = std::tuple<uint64_t, bool, bool>;
+    publish_cm_metrics(data_file_);
+    EXPECT_EQ(state(), expected(1, true, false));
+    const uint64_t cpu_tv = words()[1] + words()[2];
+    publish_cm_metrics(data_file_); // no sample is due
+    EXPECT_EQ(state(), expected(1, true, false));
+    publish_dm_metrics(data_file_, own);
+    EXPECT_EQ(state(), expected(2, false, true));
+    EXPECT_EQ(words()[1] + words()[2], cpu_tv);
+    fake_os::advance_clock(2 * second);
+    publish_dm_metrics(data_file_, own);
+    EXPECT_EQ(state(), expected(3, true, true));
+    fake_os::advance_clock(2 * second);
+    publish_cm_metrics(data_file_);
+    EXPECT_EQ(state(), expected(4, true, true));
+
     settings_for_startup().process_data = 0;
     fake_os::advance_clock(2 * second);
     publish_cm_metrics(data_file_);
-    EXPECT_EQ(words()[0], 4U);
+    EXPECT_EQ(state(), expected(4, true, true));
     publish_dm_metrics(data_file_, own);
-    EXPECT_EQ(words()[0], 5U);
+    EXPECT_EQ(state(), expected(5, false, true));
     EXPECT_EQ(words()[3] + words()[4] + words()[5] + words()[6], 0U);
-    EXPECT_TRUE(words()[7] == 1 && has_own_words());
     publish_cm_metrics(nullptr);
     publish_dm_metrics(nullptr, own);
 }

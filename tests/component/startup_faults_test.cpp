@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <csignal>
@@ -9,7 +8,7 @@
 #include "os/os_calls.h"
 #include "process_state/signals.h"
 #include "startup/startup_steps.h"
-#include "support/fake_os.h"
+#include "support/fake_os_fixture.h"
 #include "support/temp_dir.h"
 
 using fake_os::call;
@@ -20,10 +19,9 @@ using testing::EndsWith;
 namespace {
 
 // The set-up of logging, again and again in one process: with a directory and a data file of its own.
-class StartupFaults : public testing::Test {
+class StartupFaults : public fake_os_fixture {
 protected:
     StartupFaults() { use_defaults(); }
-    ~StartupFaults() override { fake_os::reset(); }
 
     void use_defaults()
     {
@@ -74,7 +72,7 @@ TEST_F(StartupFaults, EachReportsItsCauseAndOnlyTheExitHandlerIsDispensable)
         use_defaults();
         fake_os::fail(c.failing, 1, c.error);
         EXPECT_EQ(start(), c.done);
-        EXPECT_NE(errors_.find(c.last_line), std::string::npos) << errors_;
+        EXPECT_THAT(errors_, testing::HasSubstr(c.last_line));
         EXPECT_EQ(errors_.find("may not be flushed!\n") != std::string::npos, c.failing == call::at_exit);
     }
 }

@@ -51,23 +51,19 @@ TEST_F(variables_test, LimitsOfNamesAndValues)
 
 TEST_F(variables_test, NumbersAreReadFromTexts)
 {
-    const struct {
-        const char* text;
-        int32_t number;
-        double real;
-    } cases[] = {
+    const std::tuple<const char*, int32_t, double> cases[] = {
         {"12abc", 12, 12.0}, {"", 0, 0.0},
         {"x", 0, 0.0},       {" -7", -7, -7.0},
         {"0x10", 0, 16.0},   {"4294967298", 2, 4294967298.0},
         {"010", 10, 10.0},   {"99999999999999999999", -1, 1e20},
     };
     ostrum::variable_entry* entry = rt_variable_add(handle_, "v", "", 0);
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
+    for (const auto& [text, number, real] : cases) {
+        SCOPED_TRACE(text);
         errno = 0;
-        rt_variable_set_str(entry, c.text);
-        EXPECT_EQ(rt_variable_get_int(entry), c.number);
-        EXPECT_DOUBLE_EQ(rt_variable_get_double(entry), c.real);
+        rt_variable_set_str(entry, text);
+        EXPECT_EQ(rt_variable_get_int(entry), number);
+        EXPECT_DOUBLE_EQ(rt_variable_get_double(entry), real);
         EXPECT_EQ(errno, 0);
     }
     rt_variable_set_int(entry, INT32_MIN);

@@ -66,28 +66,25 @@ TEST_F(WriteLog, FiguresOfACallReachItsNodeAndItsCounter)
 
 TEST_F(WriteLog, ErrorCountersKeepTheAttributesThatTheLevelNames)
 {
-    struct {
-        int32_t level;
-        error_entry expected;
-    } const cases[] = {{error_by_dbno, {.dbno = 1}},
-                       {error_by_program, {.program = "tester"}},
-                       {error_by_opcode, {.opcode = 3, .opname = "op_three"}},
-                       {error_by_class, {.err_class = 2}},
-                       {error_by_location, {.location = 10}},
-                       {error_by_errnum | 0x40, {.errnum = 9}}};
+    const std::pair<int32_t, error_entry> cases[] = {{error_by_dbno, {.dbno = 1}},
+                                                     {error_by_program, {.program = "tester"}},
+                                                     {error_by_opcode, {.opcode = 3, .opname = "op_three"}},
+                                                     {error_by_class, {.err_class = 2}},
+                                                     {error_by_location, {.location = 10}},
+                                                     {error_by_errnum | 0x40, {.errnum = 9}}};
     const auto attributes = [](const error_entry& e) {
         return std::tuple(e.dbno, e.opcode, std::string(e.opname), std::string(e.program), e.err_class,
                           e.location, e.errnum);
     };
     set_variable("time_on", "3");
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.level);
+    for (const auto& [level, expected] : cases) {
+        SCOPED_TRACE(level);
         data_file_->image->error_count = 0;
-        settings_for_startup().error_counter_level = c.level;
+        settings_for_startup().error_counter_level = level;
         run({.opcode = 3, .name = "op_three", .errnum = 9}, ms);
         run({.opcode = 3, .name = "op_three", .errnum = 9}, ms);
         ASSERT_EQ(data_file_->image->error_count, 1U);
-        EXPECT_EQ(attributes(data_file_->image->errors[0]), attributes(c.expected));
+        EXPECT_EQ(attributes(data_file_->image->errors[0]), attributes(expected));
         EXPECT_EQ(data_file_->image->errors[0].errcnt, 2U);
     }
 }
@@ -179,23 +176,6 @@ TEST_F(WriteLog, FlushComesWhenItIsDueAndOnlyBetweenOperations)
     run({.opcode = 3}, ms);
     EXPECT_EQ(count_of(trace_text(), "S,"), 5);
     EXPECT_FALSE(context().flush_requested);
-}
-
-TEST_F(WriteLog, NewPeriodWritesIntoTheOldFileAndOpensTheNext)
-{
-    settings_for_startup().flush_frequency_tv = 7200 * second;
-    set_variable("time_on", "3");
-    run({.opcode = 3}, ms);
-    fake_os::advance_clock(900 * second);
-    run({.opcode = 5}, ms);
-    drop_context();
-    for (const auto& [period, line] : {std::pair(".20251115_131500.20251115_133000.plog.txt", "S,1,0,3,"),
-                                       {".20251115_133000.20251115_134500.plog.txt", "S,1,0,5,"}}) {
-        const std::string text = dir_.text_of(period);
-        EXPECT_EQ(count_of(text, "S,1,0,"), 1);
-        EXPECT_THAT(text, HasSubstr(line));
-    }
-    EXPECT_EQ(trace_files().size(), 2U);
 }
 
 TEST_F(WriteLog, VariablesAreReadAgainAfterTheInterval)

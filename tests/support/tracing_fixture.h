@@ -4,7 +4,6 @@
 // a clock to set, and one context to drive events through.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <unistd.h>
@@ -17,11 +16,11 @@
 #include "perf_log/lifecycle/context_release.h"
 #include "perf_log/operation/write_log.h"
 #include "process_state/process_state.h"
-#include "support/fake_os.h"
+#include "support/fake_os_fixture.h"
 #include "support/temp_dir.h"
 #include "support/texts.h"
 
-class tracing_fixture : public testing::Test {
+class tracing_fixture : public fake_os_fixture {
 protected:
     static constexpr int64_t ms = 1'000'000;
     static constexpr int64_t second = 1'000'000'000;
@@ -29,9 +28,6 @@ protected:
 
     tracing_fixture()
     {
-        setenv("TZ", "UTC", 1);
-        tzset();
-        fake_os::reset();
         fake_os::freeze_clock(begin_s * second);
         ostrum::settings& settings = ostrum::settings_for_startup();
         settings = ostrum::settings{};
@@ -49,7 +45,6 @@ protected:
         ostrum::set_data_file_handle(nullptr);
         __perf_data_file_close(data_file_, 1);
         ostrum::settings_for_startup() = ostrum::settings{};
-        fake_os::reset();
     }
 
     void set_variable(const char* name, const char* value)
@@ -131,6 +126,11 @@ protected:
 
     [[nodiscard]] std::vector<std::string> trace_files() const { return dir_.files_ending(".plog.txt"); }
     [[nodiscard]] std::string trace_text() const { return dir_.text_of(".plog.txt"); }
+    // Of the context, by what follows its process and thread.
+    [[nodiscard]] std::string own_file(const std::string& rest)
+    {
+        return dir_.file(std::to_string(getpid()) + "_" + std::to_string(context().trace.tid) + rest);
+    }
 
     temp_dir dir_;
     rt_info* data_file_ = nullptr;

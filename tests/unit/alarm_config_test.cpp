@@ -1,14 +1,12 @@
 // The alarm configuration: one limit, and tables from files and texts.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
 
 #include "perf_log/alarms/alarm_config.h"
-#include "support/fake_os.h"
+#include "support/fake_os_fixture.h"
 #include "support/temp_dir.h"
-#include "util/diagnostics.h"
 
 using namespace ostrum;
 using testing::EndsWith;
@@ -18,15 +16,8 @@ namespace {
 
 constexpr int64_t second = 1'000'000'000;
 
-class AlarmConfig : public testing::Test {
+class AlarmConfig : public fake_os_fixture {
 protected:
-    AlarmConfig() { fake_os::reset(); }
-    ~AlarmConfig() override
-    {
-        set_debug_bits(0);
-        fake_os::reset();
-    }
-
     int32_t read(const char* path, const char* text)
     {
         int32_t count = 0;
@@ -146,10 +137,7 @@ TEST_F(AlarmConfig, AFileFillsTheTable)
 TEST_F(AlarmConfig, WhatIsWrongFailsTheWholeTable)
 {
     const std::string limits8 = "1 1 1 1 1 1 1 1";
-    const struct {
-        std::string file;
-        std::string message;
-    } cases[] = {
+    const std::pair<std::string, const char*> cases[] = {
         {"nothing_known 1\n", "read_alarm_buckets : ERROR - bad opcode[nothing_known] at line number[1]\n"},
         {"3 1\n 7 1\n", "read_alarm_buckets : ERROR - bad opcode[] at line number[2]\n"},
         {"3 1 a,-\n", "read_alarm_buckets : bad alarm limit[a,-]\n"},
@@ -158,10 +146,10 @@ TEST_F(AlarmConfig, WhatIsWrongFailsTheWholeTable)
         {"3 1,r 2,-\n",
          "read_alarm_buckets : recurring flag only allowed on last bucket - error line_number[1]\n"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.file);
-        EXPECT_EQ(read_file(c.file), -1);
-        EXPECT_THAT(errors_, EndsWith(c.message));
+    for (const auto& [file, message] : cases) {
+        SCOPED_TRACE(file);
+        EXPECT_EQ(read_file(file), -1);
+        EXPECT_THAT(errors_, EndsWith(message));
     }
     EXPECT_EQ(read_file("3 " + limits8 + "\n3 1,- 2,r\n"), 2);
 

@@ -2,32 +2,29 @@
 #include "config/lookup.h"
 #include "config/program_name.h"
 #include "host_access/bindings.h"
-#include "support/fake_os.h"
+#include "support/fake_os_fixture.h"
 #include "support/working_dir.h"
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
+#include <optional>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace {
 
 using fake_os::call;
+using fake_os::captured_stderr;
+using testing::EndsWith;
 
 bool with_platform()
 {
     return qel_conf != nullptr;
 }
 
-class ConfigLookup : public testing::Test {
+class ConfigLookup : public fake_os_fixture {
 protected:
-    void SetUp() override { fake_os::reset(); }
-    void TearDown() override
-    {
-        fake_os::reset();
-        unsetenv("QEL_HOME");
-    }
+    ~ConfigLookup() override { unsetenv("QEL_HOME"); }
     working_dir dir_;
 };
 
@@ -42,38 +39,32 @@ std::string text_setting(const char* key)
 
 TEST_F(ConfigLookup, IntegersOfTheEnvironment)
 {
-    const struct {
-        const char* value;
-        int32_t number;
-        bool accepted;
-    } cases[] = {
-        {nullptr, 0, true},
-        {"42", 42, true},
-        {"0x2A", 42, true},
-        {"052", 42, true},
-        {"-5", -5, true},
-        {" 7", 7, true},
-        {"12 abc", 12, true},
-        {"12\n", 12, true},
-        {"4294967297", 1, true},
-        {"12abc", 0, false},
-        {"", 0, false},
-        {" ", 0, false},
-        {"08", 0, false},
-        {"99999999999999999999", 0, false},
-        {"9223372036854775808", 0, false},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.value != nullptr ? c.value : "(unset)");
-        fake_os::set_environment("OSTRUM_MAX_LOG_SIZE", c.value);
-        int32_t number = -1;
-        const std::string said =
-            fake_os::captured_stderr([&] { number = __perfconf_int("ostrum_max_log_size"); });
-        EXPECT_EQ(number, c.number);
-        const std::string line = "__perf_conf_int : ERROR : variable[OSTRUM_MAX_LOG_SIZE] value[" +
-                                 std::string(c.value != nullptr ? c.value : "") + "] is not a valid number\n";
-        EXPECT_EQ(said.empty(), c.accepted);
-        EXPECT_EQ(said.find(line) != std::string::npos, !c.accepted) << said;
+    const std::pair<const char*, std::optional<int32_t>> cases[] = {{nullptr, 0},
+                                                                    {"42", 42},
+                                                                    {"0x2A", 42},
+                                                                    {"052", 42},
+                                                                    {"-5", -5},
+                                                                    {" 7", 7},
+                                                                    {"12 abc", 12},
+                                                                    {"12\n", 12},
+                                                                    {"12abc", {}},
+                                                                    {"", {}},
+                                                                    {" ", {}},
+                                                                    {"08", {}},
+                                                                    {"4294967297", 1},
+                                                                    {"99999999999999999999", {}},
+                                                                    {"9223372036854775808", {}}};
+    for (const auto& [value, number] : cases) {
+        const std::string shown = value != nullptr ? value : "(unset)";
+        SCOPED_TRACE(shown);
+        fake_os::set_environment("OSTRUM_MAX_LOG_SIZE", value);
+        const std::string said = captured_stderr([&, expected = number.value_or(0)] {
+            EXPECT_EQ(__perfconf_int("ostrum_max_log_size"), expected);
+        });
+        EXPECT_EQ(said.empty(), number.has_value());
+        EXPECT_THAT(said, EndsWith(number ? ""
+                                          : "__perf_conf_int : ERROR : variable[OSTRUM_MAX_LOG_SIZE] value[" +
+                                                shown + "] is not a valid number\n"));
     }
 }
 
@@ -153,30 +144,20 @@ const char* correlation = nullptr;
 TEST(ProgramName, IsTheThirdFieldOfTheCorrelation)
 {
     ostrum::bound_host_services().get_correlation = [] { return correlation; };
-    const struct {
-        const char* text;
-        int32_t size;
-        const char* program;
-    } cases[] = {
-        {"a:b:prog:rest", 128, "prog"},
-        {"::p:", 128, "p"},
-        {"a:b:c:d:e", 128, "c"},
-        {"a:b::d", 128, ""},
-        {"a:b:prog", 128, ""},
-        {"", 128, ""},
-        {nullptr, 128, ""},
-        {"a:b:abcdef:", 8, "abcdef"},
-        {"a:b:abcdef:", 7, "abcde"},
-        {"a:b:abcdef:", 2, ""},
-        {"a:b:abcdef:", 1, ""},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.text != nullptr ? c.text : "(null)") + " in " + std::to_string(c.size));
-        correlation = c.text;
+    const std::tuple<const char*, int32_t, const char*> cases[] = {
+        {"a:b:prog:rest", 128, "prog"}, {"::p:", 128, "p"},
+        {"a:b:c:d:e", 128, "c"},        {"a:b::d", 128, ""},
+        {"a:b:prog", 128, ""},          {"", 128, ""},
+        {"a:b:abcdef:", 8, "abcdef"},   {nullptr, 128, ""},
+        {"a:b:abcdef:", 7, "abcde"},    {"a:b:abcdef:", 2, ""},
+        {"a:b:abcdef:", 1, ""}};
+    for (const auto& [text, size, program] : cases) {
+        SCOPED_TRACE(std::string(text != nullptr ? text : "(null)") + " in " + std::to_string(size));
+        correlation = text;
         std::string out(129, '#');
-        EXPECT_EQ(get_program(out.data(), c.size), out.data());
-        EXPECT_STREQ(out.c_str(), c.program);
-        EXPECT_EQ(out.find_first_not_of('#', static_cast<size_t>(c.size)), std::string::npos);
+        EXPECT_EQ(get_program(out.data(), size), out.data());
+        EXPECT_STREQ(out.c_str(), program);
+        EXPECT_EQ(out.find_first_not_of('#', static_cast<size_t>(size)), std::string::npos);
     }
     ostrum::bound_host_services() = {};
 }

@@ -1,19 +1,14 @@
-#include "support/fake_os.h"
+#include "support/fake_os_fixture.h"
 #include "support/temp_dir.h"
-#include "util/diagnostics.h"
 #include "util/guarded_write.h"
 
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <ctime>
 #include <fcntl.h>
 #include <pthread.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -25,20 +20,9 @@ std::string prefix()
            std::to_string(static_cast<uint32_t>(pthread_self())) + ") : ";
 }
 
-class DiagnosticsTest : public testing::Test {
+class DiagnosticsTest : public fake_os_fixture {
 protected:
-    void SetUp() override
-    {
-        setenv("TZ", "UTC", 1);
-        tzset();
-        fake_os::reset();
-        fake_os::freeze_clock(1'763'212'641'123'456'789);
-    }
-    void TearDown() override
-    {
-        ostrum::set_debug_bits(0);
-        fake_os::reset();
-    }
+    DiagnosticsTest() { fake_os::freeze_clock(1'763'212'641'123'456'789); }
 };
 
 TEST_F(DiagnosticsTest, LineHasTimeProcessAndThread)
@@ -141,24 +125,6 @@ TEST_F(DiagnosticsTest, ClosedPipeIsAnErrorWithoutASignal)
     sigwait(&set, &taken);
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     close(ends[1]);
-}
-
-TEST_F(DiagnosticsTest, FileSizeLimitIsAnErrorWithoutASignal)
-{
-    const temp_dir dir;
-    const int fd = open(dir.file("limited").c_str(), O_CREAT | O_WRONLY, 0600);
-    rlimit before{};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit limit{10, before.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    const bool written = ostrum::write_all_guarded(fd, "0123456789abcdef", 16);
-    const int error = errno;
-    setrlimit(RLIMIT_FSIZE, &before);
-    close(fd);
-    EXPECT_FALSE(written);
-    EXPECT_EQ(error, EFBIG);
-    EXPECT_FALSE(is_pending(SIGXFSZ));
-    EXPECT_EQ(temp_dir::read(dir.file("limited")), "0123456789");
 }
 
 TEST_F(DiagnosticsTest, InterruptedWriteGoesOn)

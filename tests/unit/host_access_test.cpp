@@ -7,22 +7,22 @@
 #include "host_access/opcode_list.h"
 #include "host_access/opcode_names.h"
 #include "host_access/record_count.h"
-#include "support/fake_os.h"
-#include "util/diagnostics.h"
+#include "support/fake_os_fixture.h"
+#include "support/texts.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <functional>
+#include <memory>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 extern "C" __attribute__((weak)) qel_xoid_t* qel_xoid_create(int64_t db, const char* type, int64_t id);
 
 namespace {
 
 using fake_os::call;
+using fake_os::captured_stderr;
+using testing::HasSubstr;
 
 const bool with_platform = qel_flist_create != nullptr;
 
@@ -33,45 +33,27 @@ qel_flist_t* some_list()
     return reinterpret_cast<qel_flist_t*>(&address);
 }
 
-class HostAccess : public testing::Test {
+class HostAccess : public fake_os_fixture {
 protected:
-    void SetUp() override { fake_os::reset(); }
-    void TearDown() override
-    {
-        ostrum::bound_host_services() = {};
-        ostrum::set_debug_bits(0);
-        fake_os::reset();
-    }
+    ~HostAccess() override { ostrum::bound_host_services() = {}; }
     ostrum::host_bindings& bound_ = ostrum::bound_host_services();
 };
 
-struct release_list {
-    void operator()(qel_flist_t* list) const { flist_destroy(list); }
-};
-using list_owner = std::unique_ptr<qel_flist_t, release_list>;
+using list_owner = std::unique_ptr<qel_flist_t, void (*)(qel_flist_t*)>;
 
 list_owner new_list()
 {
     qel_errbuf_t eb{};
-    return list_owner(p_flist_create(&eb));
-}
-
-int64_t count_of(const std::string& text, const std::string& part)
-{
-    int64_t n = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-        ++n;
-    }
-    return n;
+    return {p_flist_create(&eb), flist_destroy};
 }
 
 TEST_F(HostAccess, BindsTheHostsServicesInOrder)
 {
     ostrum::set_debug_bits(ostrum::debug_general | ostrum::debug_fine);
-    EXPECT_EQ(fake_os::captured_stderr(ostrum::bind_host_services), "");
+    EXPECT_EQ(captured_stderr(ostrum::bind_host_services), "");
     ostrum::set_debug_bits(ostrum::debug_detail);
     bound_ = {};
-    const std::string said = fake_os::captured_stderr(ostrum::bind_host_services);
+    const std::string said = captured_stderr(ostrum::bind_host_services);
     size_t at = 0;
     for (const char* name :
          {"tbx_opcode_to_opname", "tbx_opname_to_opcode", "qel_flist_to_str_masked", "qel_flist_elem_count",
@@ -99,23 +81,19 @@ TEST_F(HostAccess, OperationNames)
 {
     const struct {
         int32_t opcode;
-        const char* fallback;
-        const char* name;
-        const char* without_platform;
-    } cases[] = {
-        {-1, "f", "VRT_OP_OVERHEAD", nullptr},
-        {-2, nullptr, "VRT_OP_ELAPSED", nullptr},
-        {-3, nullptr, "unknown_operation", nullptr},
-        {-3, "", "unknown_operation", nullptr},
-        {-3, "f", "f", nullptr},
-        {-4, nullptr, "VRT_OP_CONTEXT_OPEN", nullptr},
-        {-5, nullptr, "VRT_OP_CONTEXT_CLOSE", nullptr},
-        {-6, nullptr, "VRT_OP_TRANSACTION", nullptr},
-        {0, "f", "f", nullptr},
-        {3, "f", "op_read", "f"},
-        {9999, "f", "f", nullptr},
-        {9999, nullptr, "unknown", "unknown_operation"},
-    };
+        const char *fallback, *name, *without_platform;
+    } cases[] = {{-1, "f", "VRT_OP_OVERHEAD", nullptr},
+                 {-2, nullptr, "VRT_OP_ELAPSED", nullptr},
+                 {-3, nullptr, "unknown_operation", nullptr},
+                 {-3, "", "unknown_operation", nullptr},
+                 {-3, "f", "f", nullptr},
+                 {-4, nullptr, "VRT_OP_CONTEXT_OPEN", nullptr},
+                 {-5, nullptr, "VRT_OP_CONTEXT_CLOSE", nullptr},
+                 {-6, nullptr, "VRT_OP_TRANSACTION", nullptr},
+                 {0, "f", "f", nullptr},
+                 {3, "f", "op_read", "f"},
+                 {9999, "f", "f", nullptr},
+                 {9999, nullptr, "unknown", "unknown_operation"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.opcode);
         const bool differs = !with_platform && c.without_platform != nullptr;
@@ -215,19 +193,19 @@ TEST_F(HostAccess, Lists)
     qel_errbuf_t eb{};
     const uint32_t field = 0x5000045;
     p_flist_fld_set(list.get(), field, 0, "first", &eb);
-    const list_owner copy(flist_copy(list.get()));
+    const list_owner copy(flist_copy(list.get()), flist_destroy);
     p_flist_fld_set(list.get(), field, 0, "second", &eb);
     EXPECT_STREQ(static_cast<char*>(p_flist_fld_get(copy.get(), field, 0, 0, &eb)), "first");
     EXPECT_EQ(p_flist_elem_count(list.get(), 0x9000033, &eb), 0);
     EXPECT_EQ(eb.errnum, 0U);
-    EXPECT_NE(printed(list.get()).find("\"second\"\n"), std::string::npos);
+    EXPECT_THAT(printed(list.get()), HasSubstr("\"second\"\n"));
 }
 
 TEST_F(HostAccess, AListThatCannotBeConvertedIsReported)
 {
     bound_.flist_to_str_masked = [](qel_flist_t*, char**, int32_t*, qel_errbuf_t* eb) { eb->errnum = 6; };
     std::string text;
-    const std::string said = fake_os::captured_stderr([&] { text = printed(some_list()); });
+    const std::string said = captured_stderr([&] { text = printed(some_list()); });
     EXPECT_EQ(text, "NULL flist ptr\n");
     EXPECT_EQ(count_of(said, " : flist_to_str : failed converting flist - ecode[6]\n"), 1) << said;
 }
@@ -281,6 +259,11 @@ list_owner object_list(int64_t id, const char* search, const char* template_text
 
 TEST_F(HostAccess, ObjectsAreDescribedByKindOfOperation)
 {
+    char empty[8] = "before";
+    int64_t none = 7;
+    EXPECT_EQ(__ostrum_get_object_xoid(7, nullptr, &none, empty, sizeof(empty)) + ostrum_get_db_num(nullptr),
+              0);
+    EXPECT_EQ(std::to_string(none) + empty, "0");
     if (!with_platform) {
         GTEST_SKIP() << "there are no lists";
     }
@@ -288,57 +271,42 @@ TEST_F(HostAccess, ObjectsAreDescribedByKindOfOperation)
     const struct {
         int32_t opcode;
         int64_t id;
-        const char* search;
-        const char* template_text;
+        const char *search, *template_text;
         int32_t room;
         const char* text;
-    } cases[] = {
-        {3, 42, search, "lib*", 128, "/package"},
-        {49, -7, nullptr, nullptr, 128, "/package"},
-        {100, 42, nullptr, nullptr, 128, "/package"},
-        {-4, 42, nullptr, nullptr, 128, "/package"},
-        {3, 42, nullptr, nullptr, 5, "/pac"},
-        {3, no_object, search, "lib*", 128, ""},
-        {7, 5, search, nullptr, 128, "/search[5]"},
-        {7, 5, search, "x", 128, "/search[5]/x"},
-        {7, 5, nullptr, "x", 12, "/search[5]/"},
-        {7, 5, nullptr, "x", 6, "/sear"},
-        {17, 0, search, nullptr, 128, "/package/name/$1"},
-        {17, -1, search, "lib*", 128, "/package/name/lib*"},
-        {25, 0, search, "lib*", 17, "/package/name/li"},
-        {25, 0, search, "lib*", 9, "/package"},
-        {7, 0, "from /first", "x", 128, ""},
-        {7, 0, "a from /b", "x", 128, "/b"},
-        {7, 0, nullptr, "x", 128, ""},
-        {7, no_object, search, "x", 128, ""},
-        {31, 42, search, "x", 128, "subject"},
-        {31, no_object, search, "x", 4, "sub"},
-    };
+    } cases[] = {{3, 42, search, "lib*", 128, "/package"},
+                 {49, -7, nullptr, nullptr, 128, "/package"},
+                 {100, 42, nullptr, nullptr, 128, "/package"},
+                 {-4, 42, nullptr, nullptr, 128, "/package"},
+                 {3, 42, nullptr, nullptr, 5, "/pac"},
+                 {3, no_object, search, "lib*", 128, ""},
+                 {7, 5, search, nullptr, 128, "/search[5]"},
+                 {7, 5, search, "x", 128, "/search[5]/x"},
+                 {7, 5, nullptr, "x", 12, "/search[5]/"},
+                 {7, 5, nullptr, "x", 6, "/sear"},
+                 {17, 0, search, nullptr, 128, "/package/name/$1"},
+                 {17, -1, search, "lib*", 128, "/package/name/lib*"},
+                 {25, 0, search, "lib*", 17, "/package/name/li"},
+                 {25, 0, search, "lib*", 9, "/package"},
+                 {7, 0, "from /first", "x", 128, ""},
+                 {7, 0, "a from /b", "x", 128, "/b"},
+                 {7, 0, nullptr, "x", 128, ""},
+                 {7, no_object, search, "x", 128, ""},
+                 {31, 42, search, "x", 128, "subject"},
+                 {31, no_object, search, "x", 4, "sub"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.opcode) + " " + c.text);
         const list_owner list = object_list(c.id, c.search, c.template_text, "subject");
-        const bool has_object = c.id != no_object;
+        const int64_t id = c.id != no_object ? c.id : 0;
         std::string text(200, '#');
         int64_t db = -1;
-        EXPECT_EQ(__ostrum_get_object_xoid(c.opcode, list.get(), &db, text.data(), c.room),
-                  has_object ? c.id : 0);
-        EXPECT_EQ(db, has_object ? 0x1000000000002 : 0);
+        EXPECT_EQ(__ostrum_get_object_xoid(c.opcode, list.get(), &db, text.data(), c.room), id);
+        EXPECT_EQ(db, c.id != no_object ? 0x1000000000002 : 0);
         EXPECT_EQ(ostrum_get_db_num(list.get()), db);
         EXPECT_STREQ(text.c_str(), c.text);
         EXPECT_EQ(text.find_first_not_of('#', static_cast<size_t>(c.room)), std::string::npos);
-        EXPECT_EQ(__ostrum_get_object_xoid(c.opcode, list.get(), nullptr, nullptr, 128),
-                  has_object ? c.id : 0);
+        EXPECT_EQ(__ostrum_get_object_xoid(c.opcode, list.get(), nullptr, nullptr, 128), id);
     }
-}
-
-TEST_F(HostAccess, NoListIsNoObject)
-{
-    char text[8] = "before";
-    int64_t db = 7;
-    EXPECT_EQ(__ostrum_get_object_xoid(7, nullptr, &db, text, sizeof(text)), 0);
-    EXPECT_EQ(db, 0);
-    EXPECT_STREQ(text, "");
-    EXPECT_EQ(ostrum_get_db_num(nullptr), 0);
 }
 
 TEST_F(HostAccess, DatabaseNumbers)
@@ -365,8 +333,7 @@ normalized_list normalize(const std::string& list, int32_t room = 2048)
 {
     normalized_list result{};
     std::string out(2048, '#');
-    result.said =
-        fake_os::captured_stderr([&] { result.outcome = normalize_oplist(out.data(), room, list.c_str()); });
+    result.said = captured_stderr([&] { result.outcome = normalize_oplist(out.data(), room, list.c_str()); });
     result.text = out.c_str();
     return result;
 }
@@ -375,35 +342,32 @@ TEST_F(HostAccess, OpcodeListsAreBroughtIntoNormalForm)
 {
     bound_.opname_to_opcode = [](const char* name) { return strcmp(name, "op_search") == 0 ? 7 : 0; };
     const std::string longest(251, '0');
-    const std::pair<std::string, const char*> good[] = {{"7", "7"},
-                                                        {" 3 , op_search,\t012 ", "3,7,12"},
-                                                        {"5,5", "5,5"},
-                                                        {"", ""},
-                                                        {"  ", ""},
-                                                        {longest + "1234", "1234"},
-                                                        {" " + longest + "1234 ", "1234"}};
-    for (const auto& [list, expected] : good) {
-        SCOPED_TRACE(list);
-        const normalized_list result = normalize(list);
-        EXPECT_EQ(result.outcome, 0);
-        EXPECT_EQ(result.text, expected);
-        EXPECT_EQ(result.said, "");
-    }
-    const std::string too_long = longest + "12345";
-    const std::pair<std::string, std::string> bad[] = {
-        {"3,op_other", "opcode[op_other] not recognized\n"},
-        {"3,0", "opcode[0] not recognized\n"},
-        {"-4", "opcode[-4] not recognized\n"},
-        {"3,,4", "opcode[] not recognized\n"},
-        {"3," + too_long + ",4",
-         "opcode[" + too_long + "] is too long - truncated to[" + too_long.substr(0, 255) + "]\n"},
+    const struct {
+        std::string list;
+        const char* text;
+        std::string message; // for one that is refused
+    } cases[] = {
+        {"7", "7", ""},
+        {" 3 , op_search,\t012 ", "3,7,12", ""},
+        {"5,5", "5,5", ""},
+        {"", "", ""},
+        {"  ", "", ""},
+        {longest + "1234", "1234", ""},
+        {" " + longest + "1234 ", "1234", ""},
+        {"3,op_other", "", "opcode[op_other] not recognized\n"},
+        {"3,0", "", "opcode[0] not recognized\n"},
+        {"-4", "", "opcode[-4] not recognized\n"},
+        {"3,,4", "", "opcode[] not recognized\n"},
+        {"3," + longest + "12345,4", "",
+         "opcode[" + longest + "12345] is too long - truncated to[" + longest + "1234]\n"},
     };
-    for (const auto& [list, message] : bad) {
-        SCOPED_TRACE(list);
-        const normalized_list result = normalize(list);
-        EXPECT_EQ(result.outcome, -2);
-        EXPECT_EQ(result.text, "");
-        EXPECT_NE(result.said.find(" : normalize_oplist : " + message), std::string::npos) << result.said;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.list);
+        const normalized_list result = normalize(c.list);
+        EXPECT_EQ(result.outcome, c.message.empty() ? 0 : -2);
+        EXPECT_EQ(result.text, c.text);
+        EXPECT_THAT(result.said, HasSubstr(c.message.empty() ? "" : " : normalize_oplist : " + c.message));
+        EXPECT_EQ(result.said.empty(), c.message.empty());
     }
 }
 
@@ -413,10 +377,9 @@ TEST_F(HostAccess, OpcodeListsAreCutToTheirRoom)
     const normalized_list cut = normalize("10,11", 5);
     EXPECT_EQ(cut.outcome, 0);
     EXPECT_EQ(cut.text, "10,1");
-    EXPECT_NE(
-        cut.said.find("normalize_oplist : normalized list[10,11] is 5 chars, but buffer len is only 5\n"),
-        std::string::npos)
-        << cut.said;
+    EXPECT_THAT(
+        cut.said,
+        HasSubstr("normalize_oplist : normalized list[10,11] is 5 chars, but buffer len is only 5\n"));
     EXPECT_EQ(normalize("10", 0).outcome, -1);
     EXPECT_EQ(normalize_oplist(nullptr, 10, "10"), -1);
     for (const int64_t nth : {1, 2}) { // the builder, its content
@@ -439,23 +402,21 @@ std::string traced(const char* text)
 
 TEST_F(HostAccess, TraceListsLeaveOutMalformedElements)
 {
-    const std::pair<const char*, const char*> cases[] = {
-        {nullptr, ""},
-        {"", ""},
-        {"7", "7 "},
-        {"7,3,12", "7 3 12 "},
-        {" 7, 3", "7 3 "},
-        {"7 ,3", "3 "},
-        {"7,", "7 "},
-        {",7", "7 "},
-        {"7,,3", "7 3 "},
-        {"7,x,3", "7 3 "},
-        {"7,3x", "7 "},
-        {"7,3 ", "7 "},
-        {"op_read", ""},
-        {"-4,010", "-4 10 "},
-        {"99999999999999999999,5", "5 "},
-    };
+    const std::pair<const char*, const char*> cases[] = {{nullptr, ""},
+                                                         {"", ""},
+                                                         {"7", "7 "},
+                                                         {"7,3,12", "7 3 12 "},
+                                                         {" 7, 3", "7 3 "},
+                                                         {"7 ,3", "3 "},
+                                                         {"7,", "7 "},
+                                                         {",7", "7 "},
+                                                         {"7,,3", "7 3 "},
+                                                         {"7,x,3", "7 3 "},
+                                                         {"7,3x", "7 "},
+                                                         {"7,3 ", "7 "},
+                                                         {"op_read", ""},
+                                                         {"-4,010", "-4 10 "},
+                                                         {"99999999999999999999,5", "5 "}};
     for (const auto& [text, expected] : cases) {
         SCOPED_TRACE(text != nullptr ? text : "(null)");
         EXPECT_EQ(traced(text), expected);
@@ -474,14 +435,14 @@ TEST_F(HostAccess, TraceListsGrowOrAreGivenUpWhole)
     EXPECT_EQ(traced(text.c_str()), expected);
     EXPECT_EQ(fake_os::calls_made(call::allocate), 3);
     fake_os::fail(call::allocate, 2, ENOMEM);
-    const std::string said = fake_os::captured_stderr([&] { EXPECT_EQ(traced(text.c_str()), ""); });
-    EXPECT_NE(said.find(" : build_opcode_trace_list : out of memory\n"), std::string::npos) << said;
+    EXPECT_THAT(captured_stderr([&] { EXPECT_EQ(traced(text.c_str()), ""); }),
+                HasSubstr(" : build_opcode_trace_list : out of memory\n"));
     EXPECT_EQ(fake_os::blocks_in_use(), 0);
 
     ostrum::set_debug_bits(ostrum::debug_general);
-    const std::string lines = fake_os::captured_stderr([] { traced("5,6"); });
-    EXPECT_NE(lines.find(" : build_opcode_trace_list: found 2 opcodes:\n"), std::string::npos) << lines;
-    EXPECT_NE(lines.find(" :    opcode[1] => 6\n"), std::string::npos) << lines;
+    EXPECT_THAT(captured_stderr([] { traced("5,6"); }),
+                testing::AllOf(HasSubstr(" : build_opcode_trace_list: found 2 opcodes:\n"),
+                               HasSubstr(" :    opcode[1] => 6\n")));
 }
 
 } // namespace

@@ -1,16 +1,14 @@
 #include "host_abi/host_services.h"
-#include "support/fake_os.h"
+#include "support/fake_os_fixture.h"
 #include "util/decimal_text.h"
 #include "util/local_time.h"
 #include "util/time_value.h"
 
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,16 +25,7 @@ using namespace ostrum;
 
 constexpr int64_t afternoon_tv = 1'763'212'641'123'456'789; // 2025/11/15 13:17:21 UTC
 
-class TimeTest : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        setenv("TZ", "UTC", 1);
-        tzset();
-        fake_os::reset();
-    }
-    void TearDown() override { fake_os::reset(); }
-};
+using TimeTest = fake_os_fixture;
 
 std::string formatted(int64_t tv, uint32_t code)
 {
@@ -45,19 +34,13 @@ std::string formatted(int64_t tv, uint32_t code)
     return buf;
 }
 
-struct format_case {
-    int64_t tv;
-    uint32_t code;
-    const char* text;
-};
-
 TEST_F(TimeTest, EveryFormAndItsOddities)
 {
-    const format_case cases[] = {
+    const std::tuple<int64_t, uint32_t, const char*> cases[] = {
         {12'345'678'901, 0, "12"},
         {12'345'678'901, 3, "12.345"},
         {12'345'678'901, 6, "12.345678"},
-        {12'005'678'901, 0xFFFFFE03, "12.005"}, // unknown bits
+        {12'005'678'901, 0xFFFFFE03, "12.005"},
         {afternoon_tv, 9, "1763212641.123456789"},
         {afternoon_tv, 0x10, "15/11/2025 13:17:21"},
         {afternoon_tv, 22, "15/11/2025 13:17:21.123456"},
@@ -79,11 +62,10 @@ TEST_F(TimeTest, EveryFormAndItsOddities)
         {1, 0x0A, "bad format"},
         {1, 0x1A, "bad format"},
         {1, 0x60, "bad format"},
-        {1, 0xF0, "bad format"},
-    };
-    for (const format_case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.tv << " with code 0x" << std::hex << c.code);
-        EXPECT_EQ(formatted(c.tv, c.code), c.text);
+        {1, 0xF0, "bad format"}};
+    for (const auto& [tv, code, text] : cases) {
+        SCOPED_TRACE(testing::Message() << tv << " with code 0x" << std::hex << code);
+        EXPECT_EQ(formatted(tv, code), text);
     }
 }
 
@@ -145,62 +127,53 @@ TEST_F(TimeTest, PercentagesAndGroupedNumbers)
     EXPECT_STREQ(ostrum_fmt_pct_tv(2, 3, buf, sizeof(buf), 0), "67");
     EXPECT_EQ(ostrum_fmt_pct_tv(1, 3, nullptr, 32, 2), nullptr);
 
-    const std::pair<int64_t, const char*> numbers[] = {
-        {0, "0"},
-        {999, "999"},
-        {-999, "-999"},
-        {1'000, "1,000"},
-        {-1'234, "-1,234"},
-        {1'234'567, "1,234,567"},
-        {1'000'000'007, "1,000,000,007"},
-        {INT64_MIN, "-9,223,372,036,854,775,808"},
-    };
+    const std::pair<int64_t, const char*> numbers[] = {{0, "0"},
+                                                       {999, "999"},
+                                                       {-999, "-999"},
+                                                       {1'000, "1,000"},
+                                                       {-1'234, "-1,234"},
+                                                       {1'234'567, "1,234,567"},
+                                                       {1'000'000'007, "1,000,000,007"},
+                                                       {INT64_MIN, "-9,223,372,036,854,775,808"}};
     for (const auto& [value, text] : numbers) {
         EXPECT_EQ(ostrum_fmt_int_with_commas(value, buf, sizeof(buf)), strlen(text));
         EXPECT_STREQ(buf, text);
     }
 }
 
-struct parse_case {
-    const char* text;
-    int64_t tv;
-    const char* line; // end of the diagnostic line, null = none
-};
-
+// Of plain decimals the fuzz target reckons the value itself.
 TEST_F(TimeTest, ParsesSecondsWithFraction)
 {
-    const parse_case cases[] = {
+    const struct {
+        const char* text;
+        int64_t tv;
+        const char* message; // of the diagnostic line; null: none
+    } cases[] = {
         {nullptr, 0, nullptr},
         {"", 0, nullptr},
-        {"5", 5'000'000'000, nullptr},
         {" +5", 5'000'000'000, nullptr},
         {"1.", 1'000'000'000, nullptr},
-        {"1.5", 1'500'000'000, nullptr},
-        {"1.05", 1'050'000'000, nullptr},
         {"1.50", 1'500'000'000, nullptr},
-        {"0.000001", 1'000, nullptr},
         {"1.123456789", 1'123'456'789, nullptr},
         {"1.0123456789", 1'012'345'678, nullptr},
         {"1.00000000000000000000000000000000000000005", 1'000'000'000, nullptr},
         {"9223372036.854775807", INT64_MAX, nullptr},
-        {"x", -1, "ostrum_string_to_tv : invalid characters in string[x] at[x]\n"},
-        {"2.x", -1, "ostrum_string_to_tv : invalid characters in string[2.x] at[x]\n"},
-        {"2 s", -1, "ostrum_string_to_tv : invalid characters in string[2 s] at[ s]\n"},
-        {"2.01s", -1, "ostrum_string_to_tv : invalid characters in string[2.01s] at[s]\n"},
-        {"1.1234567890", -1, "ostrum_string_to_tv : str[1.1234567890] has too many decimal digits\n"},
-        {"1.99999999999999999999", -1,
-         "ostrum_string_to_tv : str[1.99999999999999999999] has too many decimal digits\n"},
-        {"9223372036.854775808", -1, "ostrum_string_to_tv : str[9223372036.854775808] is out of range\n"},
-        {"99999999999999999999", -1, "ostrum_string_to_tv : str[99999999999999999999] is out of range\n"},
+        {"x", -1, "invalid characters in string[x] at[x]\n"},
+        {"2.x", -1, "invalid characters in string[2.x] at[x]\n"},
+        {"2 s", -1, "invalid characters in string[2 s] at[ s]\n"},
+        {"2.01s", -1, "invalid characters in string[2.01s] at[s]\n"},
+        {"1.1234567890", -1, "str[1.1234567890] has too many decimal digits\n"},
+        {"1.99999999999999999999", -1, "str[1.99999999999999999999] has too many decimal digits\n"},
+        {"9223372036.854775808", -1, "str[9223372036.854775808] is out of range\n"},
+        {"99999999999999999999", -1, "str[99999999999999999999] is out of range\n"},
     };
-    for (const parse_case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.text != nullptr ? c.text : "(null)");
-        int64_t tv = -2;
-        const std::string written = fake_os::captured_stderr([&] { tv = ostrum_string_to_tv(c.text); });
-        EXPECT_EQ(tv, c.tv);
-        const size_t message = written.find("ostrum_string_to_tv");
-        EXPECT_EQ(message == std::string::npos ? "" : written.substr(message),
-                  c.line != nullptr ? c.line : "");
+        const std::string said =
+            fake_os::captured_stderr([&] { EXPECT_EQ(ostrum_string_to_tv(c.text), c.tv); });
+        const size_t message = said.find(" : ostrum_string_to_tv : ");
+        EXPECT_EQ(said.substr(std::min(message, said.size())),
+                  c.message != nullptr ? std::string(" : ostrum_string_to_tv : ") + c.message : "");
     }
 }
 
