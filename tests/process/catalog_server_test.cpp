@@ -76,23 +76,9 @@ protected:
     {
         return run_command(CATALOG_CLIENT " " + dir_.file("catalog.port") + " " + words);
     }
-    [[nodiscard]] command_run monitor(const std::string& options = "") const
+    [[nodiscard]] command_run monitor() const
     {
-        return run_command(OSTRUM_MONITOR " " + options + " " + dir_.file("ostrum_data.dat"));
-    }
-    void steer(const std::string& options) const
-    {
-        EXPECT_EQ(monitor(options).exit_status, 0);
-        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // longer than the status check interval
-    }
-    // Of the data manager's pool threads, whose thread id shows as 0.
-    [[nodiscard]] std::string field_list_trace() const
-    {
-        std::string text;
-        for (const std::string& file : dir_.files_ending(".flog.txt")) {
-            text += file.find("_0.") != std::string::npos ? temp_dir::read(file) : "";
-        }
-        return text;
+        return run_command(OSTRUM_MONITOR " " + dir_.file("ostrum_data.dat"));
     }
 
     const temp_dir dir_;
@@ -124,26 +110,4 @@ TEST_F(CatalogServer, BothProcessesPublishTheirMetrics)
         return shown.figure("child processes") > 0;
     })) << shown.output;
     EXPECT_EQ(shown.figure("connections: open"), 0) << "the data manager's figures stay";
-}
-
-TEST_F(CatalogServer, TracesFieldListsOfChosenOperationsWhileTheFileSaysSo)
-{
-    steer("-s trace_opcodes=40 -s flist_on=1");
-    EXPECT_EQ(client("query 1 20").exit_status, 0);
-    const std::string lines = field_list_trace();
-    EXPECT_NE(lines.find("<opcode_end op_link>"), std::string::npos) << lines;
-    EXPECT_EQ(lines.find("op_write("), std::string::npos) << "not chosen";
-    EXPECT_EQ(lines.find("== "), std::string::npos);
-
-    steer("-s flist_on=2");
-    EXPECT_EQ(client("query 1 20").exit_status, 0);
-    const std::string blocks = field_list_trace().substr(lines.size());
-    EXPECT_NE(blocks.find("== OUT[op_link]"), std::string::npos) << blocks;
-    EXPECT_NE(blocks.find("\"nothing-provides-this|nor-this\""), std::string::npos) << blocks;
-    EXPECT_NE(blocks.find("ERROR_STATUS[202]"), std::string::npos) << blocks;
-
-    steer("-s flist_on=0");
-    const size_t size = field_list_trace().size();
-    EXPECT_EQ(client("query 1 20").exit_status, 0);
-    EXPECT_EQ(field_list_trace().size(), size);
 }

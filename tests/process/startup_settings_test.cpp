@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <regex>
 
@@ -14,23 +13,19 @@ struct setting_case {
     const char* key;
     const char* value;
     bool accepted;
-    const char* lines = ""; // standard error contains it
+    std::string lines = ""; // standard error contains them
 };
 
-void check(const setting_case& c, const std::string& lines)
+void check(const setting_case& c)
 {
     SCOPED_TRACE(std::string(c.key) + "=" + (c.value != nullptr ? c.value : "(unset)"));
     const host_run run = run_host({{"ostrum_debug", "1"}, {c.key, c.value}}, "init; init; op 3");
     EXPECT_EQ(run.exit_status, 0);
     EXPECT_EQ(run.output, c.accepted ? "init=0\ninit=0\n" : "init=-1\ninit=-1\n");
     EXPECT_EQ(run.logging_enabled(), c.accepted) << run.errors;
-    EXPECT_THAT(run.errors, HasSubstr(lines));
-}
-
-// The reason is the last word of a failed start: no later setting is looked at, and no KO line follows.
-void check(const setting_case& c)
-{
-    check(c, c.accepted ? c.lines : std::string(c.lines) + "initialise_ostrum : perf_log_init() failed\n");
+    // The reason is the last word of a failed start: no later setting is looked at, and no KO line follows.
+    EXPECT_THAT(run.errors,
+                HasSubstr(c.lines + (c.accepted ? "" : "initialise_ostrum : perf_log_init() failed\n")));
 }
 
 } // namespace
@@ -42,9 +37,9 @@ TEST(StartupSettings, AggregationPeriodsAreShorterThanTheHourOrTheDayAndDivideIt
     }
     for (const char* refused :
          {"", "7m", "60m", "0h", "24h", "5h", "8hm", "90", "-5m", "m15", "99999999999999999999h"}) {
-        check({"ostrum_aggregation_period", refused, false},
-              std::string("\nperf_log_init : ostrum_aggregation_period - invalid value[") + refused +
-                  "]\ninitialise_ostrum : perf_log_init() failed\n");
+        check(
+            {"ostrum_aggregation_period", refused, false,
+             std::string("\nperf_log_init : ostrum_aggregation_period - invalid value[") + refused + "]\n"});
     }
 }
 
@@ -216,10 +211,7 @@ TEST(StartupSettings, ABucketFileThatCannotBeUsedCostsTheBucketsOnly)
     const auto directory = std::make_shared<temp_dir>();
     directory->write("good", "# opcodes\n3 0.01 1\n* 1\n");
     directory->write("bad", "3 0.01 1\n4 soon\n");
-    const struct {
-        const char* file;
-        const char* lines;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {nullptr, "\nperf_log_init : ostrum_opcode_bucket_file[][none] #opcodes[-1]\n"},
         {"good", "\nperf_log_init : ostrum_opcode_bucket_file[good][defined] #opcodes[2]\n"},
         {"missing",
@@ -230,11 +222,11 @@ TEST(StartupSettings, ABucketFileThatCannotBeUsedCostsTheBucketsOnly)
                 "perf_log_init : no opcode buckets will be used - normal tracing will remain enabled\n"
                 "perf_log_init : ostrum_opcode_bucket_file[bad][defined] #opcodes[0]\n"},
     };
-    for (const auto& c : cases) {
-        const host_run run = run_host({{"ostrum_opcode_bucket_file", c.file}, {"ostrum_debug", "1"}}, "init",
+    for (const auto& [file, lines] : cases) {
+        const host_run run = run_host({{"ostrum_opcode_bucket_file", file}, {"ostrum_debug", "1"}}, "init",
                                       {.directory = directory});
         EXPECT_TRUE(run.logging_enabled());
-        EXPECT_THAT(run.errors, HasSubstr(c.lines));
+        EXPECT_THAT(run.errors, HasSubstr(lines));
     }
 }
 
@@ -251,33 +243,28 @@ TEST(StartupSettings, ASingleFileInTheLogDirectoryIsNamedAfterPrefixAndProcess)
     EXPECT_TRUE(std::regex_search(logs.files_ending(".plog.txt").at(0), std::regex(R"(/all\.\d+\.2)")));
 }
 
-TEST(FatalSignals, GoBackToTheHostsHandlersOrEndTheProcess)
+TEST(FatalSignals, GoToTheHostsHandlersOrToTheLibrarysOwn)
 {
-    const std::string fatal = "ostrum_fatal_sig_handler : signo[";
-    const std::string lost =
-        "release_at_process_exit : fatal signal received - unflushed data will be lost\n";
-    const std::vector<host_setting> timing{{"ostrum_var_time", "3"}, {"ostrum_debug", "1"}};
-    const host_options exporting{.directory = nullptr, .signal_handlers = true};
-
-    const host_run crashed = run_host(timing, "op 3; raise SEGV", exporting);
-    EXPECT_EQ(crashed.exit_status, 11);
-    EXPECT_EQ(crashed.output, "sigsegv_handler=11\n");
-    EXPECT_THAT(crashed.errors, HasSubstr("\nperf_init_func_ptrs : overriding 'sigbus_handler'\n"));
-    EXPECT_THAT(crashed.errors, HasSubstr("\n" + fatal + "11]\n" + lost));
-    EXPECT_EQ(crashed.text_of_files(".plog.txt"), "");
-
-    // The host's handler may return: the process goes on, but writes nothing in the end.
-    const host_run survived = run_host(timing, "op 3; raise BUS; op 3", exporting);
-    EXPECT_EQ(survived.exit_status, 0);
-    EXPECT_EQ(survived.output, "sigbus_handler=7\n");
-    EXPECT_EQ(survived.text_of_files(".plog.txt"), "");
-
-    const host_run others = run_host(timing, "op 3; fatal_handler TERM; raise TERM");
-    EXPECT_EQ(others.exit_status, 1);
-    EXPECT_THAT(others.errors, HasSubstr("\nperf_init_func_ptrs : no 'sigsegv_handler' found\n"));
-    EXPECT_THAT(others.errors, HasSubstr("\n" + fatal + "15]\n" + lost));
-
-    const host_run untouched = run_host(timing, "op 3; raise SEGV");
-    EXPECT_EQ(untouched.exit_status, 128 + 11);
-    EXPECT_EQ(untouched.lines_with(fatal), 0);
+    const struct {
+        const char* script;
+        bool host_exports_handlers;
+        int exit_status;
+        const char *output, *bound, *signal;
+    } cases[] = {
+        {"op 3; raise SEGV", true, 11, "sigsegv_handler=11\n", "overriding 'sigbus_handler'", "11"},
+        {"op 3; fatal_handler TERM; raise TERM", false, 1, "", "no 'sigsegv_handler' found", "15"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.script);
+        const host_run run = run_host({{"ostrum_var_time", "3"}, {"ostrum_debug", "1"}}, c.script,
+                                      {.signal_handlers = c.host_exports_handlers});
+        EXPECT_EQ(run.exit_status, c.exit_status);
+        EXPECT_EQ(run.output, c.output);
+        EXPECT_THAT(run.errors, HasSubstr(std::string("\nperf_init_func_ptrs : ") + c.bound + "\n"));
+        EXPECT_THAT(run.errors,
+                    HasSubstr(std::string("\nostrum_fatal_sig_handler : signo[") + c.signal +
+                              "]\nrelease_at_process_exit : fatal signal received - unflushed data "
+                              "will be lost\n"));
+        EXPECT_EQ(run.text_of_files(".plog.txt"), "");
+    }
 }
