@@ -280,7 +280,7 @@ TEST_F(HostAccess, ObjectsAreDescribedByKindOfOperation)
                  {-4, 42, nullptr, nullptr, 128, "/package"},
                  {3, 42, nullptr, nullptr, 5, "/pac"},
                  {3, no_object, search, "lib*", 128, ""},
-                 {7, 5, search, nullptr, 128, "/search[5]"},
+                 {7, 1, search, nullptr, 128, "/search[1]"},
                  {7, 5, search, "x", 128, "/search[5]/x"},
                  {7, 5, nullptr, "x", 12, "/search[5]/"},
                  {7, 5, nullptr, "x", 6, "/sear"},
