@@ -169,3 +169,10 @@ TEST(Lifecycle, AChildForkedInTheMidstOfStartUpEndsSoon)
         EXPECT_EQ(count_of(run.output, "child=0"), 6) << run.output;
     }
 }
+
+TEST(Lifecycle, AProgramThatTheHostBecomesInheritsNoFile)
+{
+    const std::string without = run_host({}, "exec descriptors").output;
+    EXPECT_EQ(without.substr(0, 12), "descriptors=");
+    EXPECT_EQ(run_host({{"ostrum_var_time", "3"}}, "op 3; exec descriptors").output, without);
+}
