@@ -1,5 +1,6 @@
-#ifndef OSTRUM_TOOL_CHANGE_SET_VARIABLE_H
-#define OSTRUM_TOOL_CHANGE_SET_VARIABLE_H
+#ifndef OSTRUM_TOOL_CHANGE_CHANGES_OF_DATA_FILE_H
+#define OSTRUM_TOOL_CHANGE_CHANGES_OF_DATA_FILE_H
+// The subcommands that change something.
 #include "cli/command.h"
 
 namespace ostrum_tool {

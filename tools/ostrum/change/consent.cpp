@@ -4,13 +4,14 @@
 
 #include <unistd.h>
 
+#include "cli/option_values.h"
 #include "tool_errors.h"
 
 namespace ostrum_tool {
 
 void add_change_options(CLI::App& app, change_choice& chosen)
 {
-    app.add_option("DATAFILE", chosen.path, "The data file (default: ostrum_data.dat)");
+    add_data_file_operand(app, chosen.path);
     app.add_flag("--yes", chosen.yes, "Do not ask");
     app.add_flag("--dry-run", chosen.dry_run, "Say what would change, and change nothing");
 }
@@ -34,28 +35,6 @@ bool has_consent(const change_choice& chosen, const streams& to)
     const bool agreed = answer == "y" || answer == "Y" || answer == "yes";
     to.out << (agreed ? "" : "nothing was changed\n");
     return agreed;
-}
-
-std::string shell_word(const std::string& text)
-{
-    const char* const plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./,:=@%+";
-    if (!text.empty() && text.find_first_not_of(plain) == std::string::npos) {
-        return text;
-    }
-    std::string word = "'";
-    for (const char c : text) {
-        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return word + "'";
-}
-
-command_body with_verb(CLI::App& app, const char* verb, const char* summary,
-                       command_body (*declare)(CLI::App& app), command_body show)
-{
-    CLI::App* const model = app.add_subcommand(verb, summary);
-    return [model, change = declare(*model), show = std::move(show)](const streams& to) {
-        return model->parsed() ? change(to) : show(to);
-    };
 }
 
 } // namespace ostrum_tool

@@ -1,7 +1,6 @@
 #ifndef OSTRUM_TOOL_CHANGE_CONSENT_H
 #define OSTRUM_TOOL_CHANGE_CONSENT_H
 // Commands that change something say what, and how it is undone, before they do it.
-#include <functional>
 #include <string>
 
 #include "cli/command.h"
@@ -9,7 +8,7 @@
 namespace ostrum_tool {
 
 struct change_choice {
-    std::string path = "ostrum_data.dat";
+    std::string path;
     bool yes = false;
     bool dry_run = false;
 };
@@ -18,13 +17,6 @@ void add_change_options(CLI::App& app, change_choice& chosen);
 
 // Asks on a terminal; elsewhere throws usage_error without --yes. False: do nothing, which was said.
 bool has_consent(const change_choice& chosen, const streams& to);
-
-// A word as a shell takes it.
-std::string shell_word(const std::string& text);
-
-// Adds a subcommand `verb` to a command that shows something without it.
-command_body with_verb(CLI::App& app, const char* verb, const char* summary,
-                       command_body (*declare)(CLI::App& app), command_body show);
 
 } // namespace ostrum_tool
 #endif

@@ -30,24 +30,19 @@ table_totals totals_of(const std::vector<Record>& records, uint64_t Record::*tot
     return totals;
 }
 
-table_totals counter_totals(const data_file& file)
-{
-    return totals_of(file.counters, &operation_counter::calls);
-}
-
-table_totals error_totals(const data_file& file)
-{
-    return totals_of(file.errors, &error_counter::count);
-}
-
 struct resettable {
     const char* command; // that shows the table
     const char* things;
     table_totals (*totals)(const data_file& file);
     void (*reset)(rt_info* file);
 };
-constexpr resettable counters{"counters", "calls", counter_totals, ostrum_counters_reset};
-constexpr resettable errors{"errors", "errors", error_totals, ostrum_errors_reset};
+constexpr resettable counters{
+    "counters", "calls",
+    [](const data_file& file) { return totals_of(file.counters, &operation_counter::calls); },
+    ostrum_counters_reset};
+constexpr resettable errors{
+    "errors", "errors", [](const data_file& file) { return totals_of(file.errors, &error_counter::count); },
+    ostrum_errors_reset};
 
 int run_reset(const resettable& table, const change_choice& chosen, const streams& to)
 {

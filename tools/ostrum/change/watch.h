@@ -1,9 +1,10 @@
 #ifndef OSTRUM_TOOL_CHANGE_WATCH_H
 #define OSTRUM_TOOL_CHANGE_WATCH_H
 // Whether the hosts have taken a variable: they leave no note of it, so it is told by what they do.
+#include <cstdint>
 #include <string>
 
-#include "top/changes.h"
+#include "readers/data_looks.h"
 
 namespace ostrum_tool {
 

@@ -5,6 +5,7 @@
 #include "check/check_file.h"
 #include "cli/trace_options.h"
 #include "output/value_text.h"
+#include "readers/data_file.h"
 #include "tool_errors.h"
 
 namespace ostrum_tool {
@@ -25,7 +26,7 @@ std::vector<std::string> files_to_check(const std::string& operand)
         return {operand};
     }
     std::vector<std::string> files;
-    for (const char* ending : {".plog.txt", ".flog.txt", "ostrum_data.dat"}) {
+    for (const char* ending : {".plog.txt", ".flog.txt", default_data_file}) {
         const std::vector<std::string> found = trace_files_of(operand, ending);
         files.insert(files.end(), found.begin(), found.end());
     }

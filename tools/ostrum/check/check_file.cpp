@@ -1,5 +1,6 @@
 #include "check/check_file.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "readers/data_file.h"
@@ -9,44 +10,6 @@
 
 namespace ostrum_tool {
 namespace {
-
-enum class file_kind { trace, flist_trace, data, unknown };
-
-bool has_name(const std::string& path, const char* part)
-{
-    return std::filesystem::path(path).filename().string().find(part) != std::string::npos;
-}
-
-file_kind kind_by_name(const std::string& path)
-{
-    return has_name(path, ".plog.txt")   ? file_kind::trace
-           : has_name(path, ".flog.txt") ? file_kind::flist_trace
-           : has_name(path, ".dat")      ? file_kind::data
-                                         : file_kind::unknown;
-}
-
-// The first line, of standard input nothing: what is taken from it cannot be given back.
-file_kind kind_of(const std::string& path)
-{
-    if (path == "-") {
-        return file_kind::trace;
-    }
-    const auto source = open_source(path);
-    line_reader lines(*source);
-    text_line line;
-    if (!lines.next(line)) {
-        return kind_by_name(path);
-    }
-    const std::string_view text = line.text;
-    if (text.starts_with(std::string_view(data_signature).substr(0, 12)) ||
-        look_at_source(path).size_bytes == data_file_bytes) {
-        return file_kind::data;
-    }
-    if (text.starts_with("S,") || text.starts_with("F,")) {
-        return file_kind::trace;
-    }
-    return looks_like_flist_trace(text) ? file_kind::flist_trace : kind_by_name(path);
-}
 
 void check_trace(file_findings& findings)
 {
@@ -97,30 +60,61 @@ void check_data(file_findings& findings)
         static_cast<int64_t>(decoded.counters.size() + decoded.errors.size() + decoded.variables.size());
 }
 
+struct file_kind {
+    const char* name;
+    void (*check)(file_findings& findings);
+};
+constexpr file_kind trace_kind{"trace data", check_trace};
+constexpr file_kind flist_kind{"field-list trace", check_flist_trace};
+constexpr file_kind data_kind{"data file", check_data};
+constexpr file_kind unknown_kind{
+    "unknown", [](file_findings& findings) { findings.damages.add(0, "no file of this library"); }};
+
+bool has_name(const std::string& path, const char* part)
+{
+    return std::filesystem::path(path).filename().string().find(part) != std::string::npos;
+}
+
+const file_kind& kind_by_name(const std::string& path)
+{
+    return has_name(path, ".plog.txt")   ? trace_kind
+           : has_name(path, ".flog.txt") ? flist_kind
+           : has_name(path, ".dat")      ? data_kind
+                                         : unknown_kind;
+}
+
+// The first line, of standard input nothing: what is taken from it cannot be given back.
+const file_kind& kind_of(const std::string& path)
+{
+    if (path == "-") {
+        return trace_kind;
+    }
+    const auto source = open_source(path);
+    line_reader lines(*source);
+    text_line line;
+    if (!lines.next(line)) {
+        return kind_by_name(path);
+    }
+    const std::string_view text = line.text;
+    if (text.starts_with(std::string_view(data_signature).substr(0, 12)) ||
+        look_at_source(path).size_bytes == data_file_bytes) {
+        return data_kind;
+    }
+    if (text.starts_with("S,") || text.starts_with("F,")) {
+        return trace_kind;
+    }
+    return looks_like_flist_trace(text) ? flist_kind : kind_by_name(path);
+}
+
 } // namespace
 
 file_findings check_file(const std::string& path)
 {
     file_findings findings;
     findings.file = path;
-    switch (kind_of(path)) {
-    case file_kind::trace:
-        findings.kind = "trace data";
-        check_trace(findings);
-        break;
-    case file_kind::flist_trace:
-        findings.kind = "field-list trace";
-        check_flist_trace(findings);
-        break;
-    case file_kind::data:
-        findings.kind = "data file";
-        check_data(findings);
-        break;
-    case file_kind::unknown:
-        findings.kind = "unknown";
-        findings.damages.add(0, "no file of this library");
-        break;
-    }
+    const file_kind& kind = kind_of(path);
+    findings.kind = kind.name;
+    kind.check(findings);
     findings.state = findings.damages.count > 0 ? "damaged" : findings.bytes == 0 ? "empty" : "ok";
     return findings;
 }

@@ -1,10 +1,11 @@
 #ifndef OSTRUM_TOOL_CLI_COMMAND_H
 #define OSTRUM_TOOL_CLI_COMMAND_H
-// A subcommand: its name, its options, and what it does with them. All are listed in command_table.cpp.
+// A subcommand: its name, its options, and what it does with them.
 #include <functional>
 #include <ostream>
 #include <span>
 #include <string>
+#include <utility>
 
 #include <CLI/App.hpp>
 
@@ -31,7 +32,20 @@ struct command {
     bool long_text = false; // so that a terminal gets it through a pager
 };
 
-std::span<const command* const> all_commands();
+extern const command report_command, diff_command, check_command, export_command, counters_command,
+    errors_command, variables_command, metrics_command, serve_command, flame_command, top_command,
+    doctor_command, demo_command, completion_command;
+std::span<const command* const> all_commands(); // in the order of the help text
+
+// Adds a subcommand `verb` to a command that shows something without it.
+inline command_body with_verb(CLI::App& app, const char* verb, const char* summary,
+                              command_body (*declare)(CLI::App& app), command_body show)
+{
+    CLI::App* const model = app.add_subcommand(verb, summary);
+    return [model, change = declare(*model), show = std::move(show)](const streams& to) {
+        return model->parsed() ? change(to) : show(to);
+    };
+}
 
 // The whole program: picks the subcommand, runs it, turns what it throws into a line on err.
 // Returns the exit status.

@@ -4,11 +4,6 @@
 
 namespace ostrum_tool {
 
-extern const command report_command, diff_command, check_command, export_command, counters_command,
-    errors_command, variables_command, metrics_command, serve_command, flame_command, top_command,
-    doctor_command, demo_command, completion_command;
-
-// In the order of the help text.
 std::span<const command* const> all_commands()
 {
     static constexpr std::array commands{

@@ -5,6 +5,11 @@
 #include <array>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "tool_errors.h"
 
 namespace ostrum_tool {
 
@@ -24,15 +29,33 @@ const named_value<Value>* find_named(const std::array<named_value<Value>, count>
     return found != values.end() ? &*found : nullptr;
 }
 
+template <typename Value, size_t count>
+std::vector<std::string> names_in(const std::array<named_value<Value>, count>& values)
+{
+    std::vector<std::string> names;
+    for (const named_value<Value>& each : values) {
+        names.emplace_back(each.name);
+    }
+    return names;
+}
+
 // "total, self, calls"
 template <typename Value, size_t count>
 std::string names_of_all(const std::array<named_value<Value>, count>& values)
 {
-    std::string names;
-    for (const named_value<Value>& each : values) {
-        names += (names.empty() ? "" : ", ") + std::string(each.name);
+    return fmt::format("{}", fmt::join(names_in(values), ", "));
+}
+
+// Throws usage_error, which begins with the complaint: "cannot sort by ".
+template <typename Value, size_t count>
+Value value_named(const std::array<named_value<Value>, count>& values, const std::string& name,
+                  const char* complaint)
+{
+    const named_value<Value>* const found = find_named(values, name);
+    if (found == nullptr) {
+        throw usage_error(complaint + name + ": " + names_of_all(values));
     }
-    return names;
+    return found->value;
 }
 
 } // namespace ostrum_tool

@@ -1,11 +1,13 @@
 #include "cli/option_values.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <ctime>
 #include <string_view>
-#include <utility>
+#include <tuple>
 
+#include "readers/data_file.h"
 #include "readers/time_units.h"
 #include "readers/trace_record.h"
 #include "tool_errors.h"
@@ -101,6 +103,12 @@ double percent_value(const std::string& option, const std::string& text)
         throw usage_error(option + " " + text + ": no percentage, such as 10%");
     }
     return percent;
+}
+
+void add_data_file_operand(CLI::App& app, std::string& path)
+{
+    path = default_data_file;
+    app.add_option("DATAFILE", path, std::string("The data file (default: ") + default_data_file + ")");
 }
 
 void add_format_options(CLI::App& app, output_format& format)

@@ -36,6 +36,9 @@ inline CLI::Validator names_known(const std::string& names)
 // The option's value is a file's name, or a directory's.
 constexpr const char* file_name = "FILE";
 
+// A data file, the default one unless it is named.
+void add_data_file_operand(CLI::App& app, std::string& path);
+
 // --json, --jsonl, --csv, --tsv; text without any of them.
 void add_format_options(CLI::App& app, output_format& format);
 

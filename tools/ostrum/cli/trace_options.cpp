@@ -1,8 +1,10 @@
 #include "cli/trace_options.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 
+#include "cli/named_values.h"
 #include "cli/progress_line.h"
 #include "output/value_text.h"
 #include "readers/time_units.h"
@@ -13,18 +15,10 @@ namespace {
 
 constexpr size_t damages_shown = 5; // of each file
 
-int64_t now_tv()
-{
-    return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-grouping grouping_named(const std::string& name)
-{
-    return name == "thread"    ? grouping::thread
-           : name == "process" ? grouping::process
-           : name == "period"  ? grouping::period
-                               : grouping::none;
-}
+constexpr std::array<named_value<grouping>, 4> groupings{{{"none", grouping::none},
+                                                          {"thread", grouping::thread},
+                                                          {"process", grouping::process},
+                                                          {"period", grouping::period}}};
 
 } // namespace
 
@@ -54,20 +48,6 @@ void add_record_options(CLI::App& app, record_choice& chosen)
     add_list(app, "--program", chosen.programs, "Only outermost operations of these calling programs");
 }
 
-void add_brief_option(CLI::App& app, record_choice& chosen)
-{
-    app.add_flag("--brief", chosen.brief,
-                 "One path per operation and caller, whatever its flags, program, source, type, database");
-}
-
-void add_grouping_options(CLI::App& app, record_choice& chosen)
-{
-    app.add_option("--by", chosen.by, "A tree for each: thread, process or period")
-        ->check(CLI::IsMember({"none", "thread", "process", "period"}));
-    app.add_option("--period", chosen.period,
-                   "Length of the periods of --by period, from midnight on: 1h (default)");
-}
-
 void add_view_options(CLI::App& app, view_choice& chosen)
 {
     add_list(app, "--opcode", chosen.opcodes, "Only paths through these operation numbers");
@@ -78,16 +58,28 @@ void add_view_options(CLI::App& app, view_choice& chosen)
     app.add_option("--min-time", chosen.min_time, "Hide paths with less time in total: 10ms");
 }
 
+void add_tree_options(CLI::App& app, record_choice& records, view_choice& view)
+{
+    add_record_options(app, records);
+    app.add_flag("--brief", records.brief,
+                 "One path per operation and caller, whatever its flags, program, source, type, database");
+    app.add_option("--by", records.by, "A tree for each: thread, process or period")
+        ->check(CLI::IsMember(names_in(groupings)));
+    app.add_option("--period", records.period,
+                   "Length of the periods of --by period, from midnight on: 1h (default)");
+    add_view_options(app, view);
+}
+
 tree_options tree_options_of(const record_choice& chosen)
 {
     tree_options options;
     options.brief = chosen.brief;
-    options.by = grouping_named(chosen.by);
+    options.by = find_named(groupings, chosen.by)->value;
     options.period_tv = duration_value("--period", chosen.period);
     if (options.period_tv < ns_per_second) {
         throw usage_error("--period " + chosen.period + ": a second or more is needed");
     }
-    const int64_t now = now_tv();
+    const int64_t now = now_tv<std::chrono::system_clock>();
     if (!chosen.since.empty()) {
         options.filter.since_tv = time_value("--since", chosen.since, now);
     }

@@ -25,10 +25,7 @@ struct view_choice {
     std::string name_pattern, min_time;
     int32_t max_depth = 0;
 
-    [[nodiscard]] bool is_any() const
-    {
-        return !opcodes.empty() || !name_pattern.empty() || !min_time.empty() || max_depth != 0;
-    }
+    bool operator==(const view_choice&) const = default;
 };
 
 void add_trace_operands(CLI::App& app, std::vector<std::string>& operands);
@@ -36,9 +33,9 @@ void add_top_option(CLI::App& app, int64_t& top);
 // For what compares two sides; `when` stands in front of the help.
 void add_full_option(CLI::App& app, bool& full, const std::string& when = "");
 void add_record_options(CLI::App& app, record_choice& chosen); // filters of records
-void add_brief_option(CLI::App& app, record_choice& chosen);
-void add_grouping_options(CLI::App& app, record_choice& chosen); // --by, --period
-void add_view_options(CLI::App& app, view_choice& chosen);       // filters of paths
+void add_view_options(CLI::App& app, view_choice& chosen);     // filters of paths
+// Both, and what makes several paths one, or several trees of them.
+void add_tree_options(CLI::App& app, record_choice& records, view_choice& view);
 
 tree_options tree_options_of(const record_choice& chosen);
 view_filter view_filter_of(const view_choice& chosen);

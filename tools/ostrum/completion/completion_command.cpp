@@ -61,7 +61,6 @@ void print_command_list(const command_model& program, std::ostream& out)
     });
 }
 
-extern const command completion_command;
 const command completion_command{"completion", "What a shell needs to complete words of the command line",
                                  declare_completion};
 

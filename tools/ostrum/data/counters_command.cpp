@@ -1,5 +1,4 @@
 #include "change/changes_of_data_file.h"
-#include "change/consent.h"
 #include "data/data_file_command.h"
 #include "data/key_columns.h"
 #include "data/locked_reading.h"
@@ -8,7 +7,7 @@ namespace ostrum_tool {
 namespace {
 
 using counter = operation_counter;
-namespace key = counter_column;
+using key = counter_column;
 
 constexpr record_column<counter> counter_columns[] = {
     key::operation,
@@ -48,7 +47,6 @@ command_body declare_counters(CLI::App& app)
 
 } // namespace
 
-extern const command counters_command;
 const command counters_command{"counters", "Live operation counters, by total time", declare_counters};
 
 } // namespace ostrum_tool

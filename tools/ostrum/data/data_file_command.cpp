@@ -4,7 +4,7 @@ namespace ostrum_tool {
 namespace {
 
 struct data_file_choice {
-    std::string path = "ostrum_data.dat";
+    std::string path;
     bool locked = false;
     output_format format = output_format::text;
 };
@@ -14,7 +14,7 @@ struct data_file_choice {
 command_body declare_data_file_command(CLI::App& app, locked_reading read_locked, data_file_show show)
 {
     const auto chosen = std::make_shared<data_file_choice>();
-    app.add_option("DATAFILE", chosen->path, "The data file (default: ostrum_data.dat)");
+    add_data_file_operand(app, chosen->path);
     app.add_flag("--locked", chosen->locked,
                  "Read through the library, which takes the file's locks: numbers that belong together");
     add_format_options(app, chosen->format);

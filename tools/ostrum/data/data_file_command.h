@@ -11,8 +11,8 @@
 #include "change/library_file.h"
 #include "cli/command.h"
 #include "cli/option_values.h"
-#include "data/record_columns.h"
-#include "output/value_text.h"
+#include "data/key_fields.h"
+#include "output/record_columns.h"
 #include "readers/data_file.h"
 #include "tool_errors.h"
 

@@ -1,5 +1,4 @@
 #include "change/changes_of_data_file.h"
-#include "change/consent.h"
 #include "data/data_file_command.h"
 #include "data/key_columns.h"
 #include "data/locked_reading.h"
@@ -8,7 +7,7 @@ namespace ostrum_tool {
 namespace {
 
 using counter = error_counter;
-namespace key = error_column;
+using key = error_column;
 
 constexpr record_column<counter> error_columns[] = {
     {"count", "count", cell_kind::number, [](const counter& of) { return cell(of.count); }},
@@ -41,7 +40,6 @@ command_body declare_errors(CLI::App& app)
 
 } // namespace
 
-extern const command errors_command;
 const command errors_command{"errors", "Error counters, most frequent first", declare_errors};
 
 } // namespace ostrum_tool

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <span>
 #include <string_view>
+#include <type_traits>
 #include <unordered_map>
 
 #include <fmt/format.h>

@@ -2,15 +2,13 @@
 #define OSTRUM_TOOL_DATA_KEY_FIELDS_H
 // The key fields of counters and errors by which records may be merged, as the library's own aggregated
 // queries do: records that are equal in all kept fields become one, the other fields 0 or empty.
-#include <cstdint>
 #include <string>
 #include <vector>
 
+#include "output/record_columns.h"
 #include "readers/data_file.h"
 
 namespace ostrum_tool {
-
-using field_set = uint32_t; // one bit a field; 0: the records as they are
 
 namespace counter_field {
 enum bits : field_set { operation = 1, type = 2, program = 4, flags = 8, file = 16, line = 32, db = 64 };
@@ -25,13 +23,7 @@ field_set error_fields(const std::string& option, const std::vector<std::string>
 std::vector<std::string> counter_field_names();
 std::vector<std::string> error_field_names();
 
-// Whether merging has left nothing of any of these fields.
-inline bool are_merged_away(field_set fields, field_set kept)
-{
-    return fields != 0 && kept != 0 && (fields & kept) == 0;
-}
-
-// In order of first appearance.
+// In order of first appearance; the records as they are when no field is named.
 std::vector<operation_counter> merged_counters(std::vector<operation_counter> counters, field_set kept);
 std::vector<error_counter> merged_errors(std::vector<error_counter> errors, field_set kept);
 

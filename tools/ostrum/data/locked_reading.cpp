@@ -1,5 +1,6 @@
 #include "data/locked_reading.h"
 
+#include <array>
 #include <memory>
 
 #include "tool_errors.h"
@@ -46,9 +47,11 @@ void convert(const ostrum_variable* from, variable& to)
 
 // The list is the library's: it goes with this. No list means no records, or no memory for them, of which
 // the library has said so then.
-template <typename Entry, typename Record>
-void take_list(Entry** list, int32_t count, void (*destroy)(Entry**), std::vector<Record>& records)
+template <typename Get, typename Entry, typename Record>
+void take_list(Get get, void (*destroy)(Entry**), std::vector<Record>& records)
 {
+    int32_t count = 0;
+    Entry** const list = get(&count);
     const std::unique_ptr<Entry*, void (*)(Entry**)> owner(list, destroy);
     if (list == nullptr) {
         if (!records.empty()) {
@@ -95,23 +98,20 @@ constexpr std::array<metrics_getter, metric_words> metrics_getters{
 
 void read_locked_counters(rt_info* from, data_file& file)
 {
-    int32_t count = 0;
-    ostrum_counter** const list = ostrum_counters_get(from, 0, &count);
-    take_list(list, count, ostrum_counters_destroy, file.counters);
+    take_list([&](int32_t* count) { return ostrum_counters_get(from, 0, count); }, ostrum_counters_destroy,
+              file.counters);
 }
 
 void read_locked_errors(rt_info* from, data_file& file)
 {
-    int32_t count = 0;
-    ostrum_error** const list = ostrum_errors_get(from, 0, &count);
-    take_list(list, count, ostrum_errors_destroy, file.errors);
+    take_list([&](int32_t* count) { return ostrum_errors_get(from, 0, count); }, ostrum_errors_destroy,
+              file.errors);
 }
 
 void read_locked_variables(rt_info* from, data_file& file)
 {
-    int32_t count = 0;
-    ostrum_variable** const list = ostrum_variables_get(from, nullptr, &count);
-    take_list(list, count, ostrum_variables_destroy, file.variables);
+    take_list([&](int32_t* count) { return ostrum_variables_get(from, nullptr, count); },
+              ostrum_variables_destroy, file.variables);
 }
 
 void read_locked_metrics(rt_info* from, data_file& file)

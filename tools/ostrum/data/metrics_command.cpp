@@ -1,6 +1,5 @@
 #include "data/data_file_command.h"
 #include "data/locked_reading.h"
-#include "data/metric_names.h"
 
 namespace ostrum_tool {
 namespace {
@@ -21,7 +20,6 @@ command_body declare_metrics(CLI::App& app)
 
 } // namespace
 
-extern const command metrics_command;
 const command metrics_command{"metrics", "Process metrics that the host has published", declare_metrics};
 
 } // namespace ostrum_tool

@@ -1,7 +1,6 @@
 #include <algorithm>
 
 #include "change/changes_of_data_file.h"
-#include "change/consent.h"
 #include "data/data_file_command.h"
 #include "data/locked_reading.h"
 #include "readers/local_time.h"
@@ -35,7 +34,6 @@ command_body declare_variables(CLI::App& app)
 
 } // namespace
 
-extern const command variables_command;
 const command variables_command{"vars", "The variables that steer tracing at run time", declare_variables};
 
 } // namespace ostrum_tool

@@ -9,10 +9,10 @@
 
 #include <fmt/format.h>
 
-#include "change/consent.h"
 #include "cli/command.h"
 #include "demo/sample_programs.h"
 #include "output/value_text.h"
+#include "readers/data_file.h"
 #include "tool_errors.h"
 
 namespace ostrum_tool {
@@ -147,7 +147,7 @@ int show_command(const demo_run& run, std::vector<std::string> words)
 void show_ways_on(const demo_run& run)
 {
     const std::string trace = printable(shell_word(run.file("trace")));
-    const std::string data = printable(shell_word(run.file("ostrum_data.dat")));
+    const std::string data = printable(shell_word(run.file(default_data_file)));
     run.to.out << "Where things are, in " << printable(run.directory) << ":\n"
                << "  trace/*.plog.txt   the trace files, one per thread or key and period\n"
                << "  ostrum_data.dat    counters, errors and variables, shared by the server's processes\n"
@@ -168,7 +168,7 @@ int run_demo(const demo_choice& chosen, const streams& to)
     write_settings(run);
     serve_clients(run);
     const int reported = show_command(run, {"report", "--brief", "--depth", "2", run.file("trace")});
-    const int counted = show_command(run, {"counters", "--by", "operation", run.file("ostrum_data.dat")});
+    const int counted = show_command(run, {"counters", "--by", "operation", run.file(default_data_file)});
     show_ways_on(run);
     return std::max(reported, counted);
 }
@@ -186,7 +186,6 @@ command_body declare_demo(CLI::App& app)
 
 } // namespace
 
-extern const command demo_command;
 const command demo_command{"demo", "A run of the sample server under tracing, for a first look",
                            declare_demo};
 

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <memory>
 
 #include "cli/command.h"
@@ -11,7 +12,7 @@ namespace ostrum_tool {
 namespace {
 
 struct doctor_choice {
-    std::string path = "ostrum_data.dat";
+    std::string path;
     output_format format = output_format::text;
 };
 
@@ -98,14 +99,13 @@ int run_doctor(const doctor_choice& chosen, const streams& to)
 command_body declare_doctor(CLI::App& app)
 {
     const auto chosen = std::make_shared<doctor_choice>();
-    app.add_option("DATAFILE", chosen->path, "The data file (default: ostrum_data.dat)");
+    add_data_file_operand(app, chosen->path);
     add_format_options(app, chosen->format);
     return [chosen](const streams& to) { return run_doctor(*chosen, to); };
 }
 
 } // namespace
 
-extern const command doctor_command;
 const command doctor_command{"doctor", "Says what is wrong with a running set-up; status 4 when something is",
                              declare_doctor};
 

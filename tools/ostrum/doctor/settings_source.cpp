@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "conf_lines.h"
+#include "output/value_text.h"
 
 extern char** environ;
 
@@ -16,13 +17,6 @@ namespace {
 
 constexpr const char* program = "ostrum"; // whose section is read
 constexpr const char* key_prefix = "ostrum_";
-
-std::string lower_case(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
 
 std::map<std::string, std::string> own_environment()
 {

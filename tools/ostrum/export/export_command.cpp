@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 
 #include "cli/trace_options.h"
@@ -69,12 +70,7 @@ int export_files(const named_files& named, const streams& to, Take take)
 int export_tsv(const export_choice& chosen, const std::string& host, const streams& to)
 {
     if (chosen.header) {
-        const char* separator = "";
-        for (const char* column : row_columns) {
-            to.out << separator << column;
-            separator = "\t";
-        }
-        to.out << "\n";
+        write_tsv_header(to.out);
     }
     return export_files(files_named(chosen.operands, to), to, [&](const std::string& path) {
         const std::string name = row_file_name(path);
@@ -115,7 +111,7 @@ int64_t base_of_timeline(const std::vector<std::string>& files)
 int export_chrome(const export_choice& chosen, const streams& to)
 {
     if (chosen.records.brief || chosen.records.by != "none" || !chosen.records.programs.empty() ||
-        chosen.view.is_any()) {
+        chosen.view != view_choice()) {
         throw usage_error("of the filters --chrome takes --since, --until, --pid and --tid");
     }
     const named_files named = files_named(chosen.operands, to, ".flog.txt");
@@ -137,7 +133,7 @@ bool filters_records(const record_choice& records, const view_choice& view)
 {
     return !records.since.empty() || !records.until.empty() || !records.pids.empty() ||
            !records.tids.empty() || !records.programs.empty() || records.brief || records.by != "none" ||
-           view.is_any();
+           view != view_choice();
 }
 
 int run_export(const export_choice& chosen, const streams& to)
@@ -185,16 +181,12 @@ command_body declare_export(CLI::App& app)
     app.add_flag("--header", chosen->header, "Names of the columns in front of --tsv");
     app.add_option("--host", chosen->host, "Host that rows are known by (default: this one)");
     add_label_options(app, chosen->labels);
-    add_record_options(app, chosen->records);
-    add_brief_option(app, chosen->records);
-    add_grouping_options(app, chosen->records);
-    add_view_options(app, chosen->view);
+    add_tree_options(app, chosen->records, chosen->view);
     return [chosen](const streams& to) { return run_export(*chosen, to); };
 }
 
 } // namespace
 
-extern const command export_command;
 const command export_command{"export", "Traces for other programs: stacks, rows, databases", declare_export};
 
 } // namespace ostrum_tool

@@ -1,11 +1,13 @@
 #include "export/record_rows.h"
 
 #include <filesystem>
+#include <type_traits>
 
 #include <fmt/format.h>
 #include <unistd.h>
 
 #include "export/stored_hash.h"
+#include "output/table.h"
 #include "output/value_text.h"
 #include "tool_errors.h"
 
@@ -102,31 +104,25 @@ private:
     std::vector<trace_row> open_;
 };
 
-std::string escaped(const std::string& text)
+void write_field(std::ostream& out, const std::string& text)
 {
-    std::string shown;
-    for (const char c : text) {
-        shown += c == '\\' ? "\\\\" : std::string(1, c);
-    }
-    return shown;
+    out << tab_escaped(text);
 }
 
 template <typename Value>
-std::string or_null(const std::optional<Value>& value)
+void write_field(std::ostream& out, const std::optional<Value>& value)
 {
-    return value ? std::to_string(*value) : "\\N";
+    value ? out << *value : out << "\\N";
+}
+
+template <typename Number>
+requires std::is_arithmetic_v<Number>
+void write_field(std::ostream& out, Number number)
+{
+    out << number;
 }
 
 } // namespace
-
-const std::vector<const char*> row_columns{
-    "host",      "file",           "file_offset",    "period_offset", "parent_offset",
-    "level",     "bucket",         "path_key",       "parent_key",    "pid",
-    "tid",       "period_from_ns", "flushed_ns",     "opcode",        "name",
-    "flags",     "source_file",    "source_line",    "program",       "obj_type",
-    "db",        "calls",          "errors",         "records",       "total_ns",
-    "min_ns",    "max_ns",         "bucket_from_ns", "bucket_to_ns",  "cached_calls",
-    "cached_ns", "user_cpu_ns",    "system_cpu_ns"};
 
 damage_list read_rows(const std::string& path, const std::function<void(const trace_row&)>& on_row)
 {
@@ -166,18 +162,23 @@ std::string this_host()
     return ::gethostname(name, sizeof(name) - 1) == 0 ? printable(name) : "localhost";
 }
 
+void write_tsv_header(std::ostream& out)
+{
+    out << "host\tfile";
+    visit_columns({}, [&](const char* name, const auto& /*value*/) { out << '\t' << name; });
+    out << '\n';
+}
+
 void write_tsv_row(std::ostream& out, const std::string& host, const std::string& file, const trace_row& row)
 {
-    const figures& sums = row.sums;
-    out << escaped(host) << '\t' << escaped(file) << '\t' << row.offset << '\t' << row.period_offset << '\t'
-        << or_null(row.parent_offset) << '\t' << row.level << '\t' << row.bucket << '\t' << row.path_key
-        << '\t' << row.parent_key << '\t' << row.pid << '\t' << row.tid << '\t' << row.period_from_tv << '\t'
-        << or_null(row.flushed_tv) << '\t' << row.opcode << '\t' << escaped(row.name) << '\t' << row.flags
-        << '\t' << escaped(row.fname) << '\t' << row.lineno << '\t' << escaped(row.program) << '\t'
-        << escaped(row.obj_type) << '\t' << row.db_num << '\t' << sums.total_calls << '\t'
-        << sums.total_errors << '\t' << sums.total_recs << '\t' << sums.total_tv << '\t' << sums.min_tv
-        << '\t' << sums.max_tv << '\t' << sums.bs_tv << '\t' << sums.be_tv << '\t' << sums.cm_cache_calls
-        << '\t' << sums.cm_cache_tv << '\t' << sums.user_cpu_tv << '\t' << sums.sys_cpu_tv << '\n';
+    write_field(out, host);
+    out << '\t';
+    write_field(out, file);
+    visit_columns(row, [&](const char* /*name*/, const auto& value) {
+        out << '\t';
+        write_field(out, value);
+    });
+    out << '\n';
 }
 
 } // namespace ostrum_tool

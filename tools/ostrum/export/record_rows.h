@@ -5,7 +5,6 @@
 #include <optional>
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include "readers/damage_list.h"
 #include "readers/trace_parser.h"
@@ -37,8 +36,44 @@ damage_list read_rows(const std::string& path, const std::function<void(const tr
 std::string row_file_name(const std::string& path);
 std::string this_host();
 
-// Names of the columns, in the order in which write_tsv_row writes them.
-extern const std::vector<const char*> row_columns;
+// Calls `visit` with the name and value of each column, in the order of lines of text.
+template <typename Visit>
+void visit_columns(const trace_row& row, Visit visit)
+{
+    visit("file_offset", row.offset);
+    visit("period_offset", row.period_offset);
+    visit("parent_offset", row.parent_offset);
+    visit("level", row.level);
+    visit("bucket", row.bucket);
+    visit("path_key", row.path_key);
+    visit("parent_key", row.parent_key);
+    visit("pid", row.pid);
+    visit("tid", row.tid);
+    visit("period_from_ns", row.period_from_tv);
+    visit("flushed_ns", row.flushed_tv);
+    visit("opcode", row.opcode);
+    visit("name", row.name);
+    visit("flags", row.flags);
+    visit("source_file", row.fname);
+    visit("source_line", row.lineno);
+    visit("program", row.program);
+    visit("obj_type", row.obj_type);
+    visit("db", row.db_num);
+    visit("calls", row.sums.total_calls);
+    visit("errors", row.sums.total_errors);
+    visit("records", row.sums.total_recs);
+    visit("total_ns", row.sums.total_tv);
+    visit("min_ns", row.sums.min_tv);
+    visit("max_ns", row.sums.max_tv);
+    visit("bucket_from_ns", row.sums.bs_tv);
+    visit("bucket_to_ns", row.sums.be_tv);
+    visit("cached_calls", row.sums.cm_cache_calls);
+    visit("cached_ns", row.sums.cm_cache_tv);
+    visit("user_cpu_ns", row.sums.user_cpu_tv);
+    visit("system_cpu_ns", row.sums.sys_cpu_tv);
+}
+
+void write_tsv_header(std::ostream& out); // the columns, behind host and file
 // One line for COPY: tabs between, "\N" for nothing, backslashes escaped.
 void write_tsv_row(std::ostream& out, const std::string& host, const std::string& file, const trace_row& row);
 

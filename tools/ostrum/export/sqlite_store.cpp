@@ -1,5 +1,9 @@
 #include "export/sqlite_store.h"
 
+#include <optional>
+#include <type_traits>
+
+#include <fmt/format.h>
 #include <sqlite3.h>
 
 #include "export/stored_hash.h"
@@ -12,22 +16,22 @@ namespace {
 constexpr int busy_wait_ms = 10'000;
 constexpr size_t head_bytes = 1'024; // more than the first block's first records
 
-void bind(sqlite3_stmt* prepared, int place, const std::string& text)
+void bind(sqlite3_stmt* prepared, int place, std::string_view text)
 {
-    sqlite3_bind_text(prepared, place, text.c_str(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_text(prepared, place, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
 }
 
-void bind_all(sqlite3_stmt* prepared, std::initializer_list<int64_t> numbers)
+template <typename Number>
+requires std::is_arithmetic_v<Number>
+void bind(sqlite3_stmt* prepared, int place, Number number)
 {
-    int place = 0;
-    for (const int64_t number : numbers) {
-        sqlite3_bind_int64(prepared, ++place, number);
-    }
+    sqlite3_bind_int64(prepared, place, static_cast<int64_t>(number));
 }
 
-int64_t stored(uint64_t number)
+template <typename Value>
+void bind(sqlite3_stmt* prepared, int place, const std::optional<Value>& value)
 {
-    return static_cast<int64_t>(number);
+    value ? bind(prepared, place, *value) : static_cast<void>(sqlite3_bind_null(prepared, place));
 }
 
 std::string head_of(const std::string& path, size_t bytes)
@@ -65,12 +69,17 @@ sqlite_store::sqlite_store(const std::string& path) : path_(path)
     }
     sqlite3_busy_timeout(opened, busy_wait_ms);
     execute(sqlite_schema);
-    add_row_ = prepare("insert or ignore into trace_rows values"
-                       " (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    add_path_ = prepare(
-        "insert or ignore into trace_paths (path_key, parent_key, level, opcode, flags, source_line, db,"
-        " name, source_file, program, obj_type) values (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    add_period_ = prepare("insert or ignore into trace_periods values (?, ?, ?, ?, ?, ?)");
+    add_row_ = prepare_insertion(
+        "trace_rows",
+        {"file_id",   "file_offset", "period_offset",  "parent_offset",  "bucket",       "path_key",
+         "pid",       "tid",         "period_from_ns", "calls",          "errors",       "records",
+         "total_ns",  "min_ns",      "max_ns",         "bucket_from_ns", "bucket_to_ns", "cached_calls",
+         "cached_ns", "user_cpu_ns", "system_cpu_ns"});
+    add_path_ =
+        prepare_insertion("trace_paths", {"path_key", "parent_key", "level", "opcode", "name", "flags",
+                                          "source_file", "source_line", "program", "obj_type", "db"});
+    add_period_ = prepare_insertion("trace_periods",
+                                    {"file_id", "file_offset", "pid", "tid", "period_from_ns", "flushed_ns"});
 }
 
 sqlite_store::~sqlite_store() = default;
@@ -96,6 +105,20 @@ sqlite_store::statement sqlite_store::prepare(const char* sql)
     return statement(prepared);
 }
 
+sqlite_store::insertion sqlite_store::prepare_insertion(const char* table,
+                                                        std::initializer_list<const char*> columns)
+{
+    const std::string sql = fmt::format("insert or ignore into {} ({}) values (:{})", table,
+                                        fmt::join(columns, ", "), fmt::join(columns, ", :"));
+    insertion made{prepare(sql.c_str()), {}};
+    const auto add_place = [&](const std::string& name, const auto& /*value*/) {
+        made.places.push_back(sqlite3_bind_parameter_index(made.prepared.get(), (":" + name).c_str()));
+    };
+    add_place("file_id", 0);
+    visit_columns({}, add_place);
+    return made;
+}
+
 bool sqlite_store::step(sqlite3_stmt* prepared)
 {
     const int result = sqlite3_step(prepared);
@@ -113,10 +136,10 @@ loaded_file sqlite_store::load(const std::string& host, const std::string& path)
         const int64_t file = file_id(host, path);
         loaded.damages = read_rows(path, [&](const trace_row& row) {
             if (row.level == period_frame_level) {
-                add_period(file, row);
+                insert(add_period_, file, row);
             } else {
-                add_path(row);
-                loaded.added_rows += add_row(file, row) ? 1 : 0;
+                insert(add_path_, file, row);
+                loaded.added_rows += insert(add_row_, file, row) ? 1 : 0;
             }
         });
         execute("commit");
@@ -146,13 +169,13 @@ int64_t sqlite_store::file_id(const std::string& host, const std::string& path)
     const statement by_head = prepare(
         "select id from trace_files where host = ? and head_bytes = ? and head_hash = ? and head_bytes > 0");
     bind(by_head.get(), 1, host);
-    sqlite3_bind_int64(by_head.get(), 2, stored(head.size()));
-    sqlite3_bind_int64(by_head.get(), 3, hash_of(head));
+    bind(by_head.get(), 2, head.size());
+    bind(by_head.get(), 3, hash_of(head));
     if (step(by_head.get())) {
         const int64_t id = sqlite3_column_int64(by_head.get(), 0);
         const statement rename = prepare("update trace_files set file = ? where id = ?");
         bind(rename.get(), 1, name);
-        sqlite3_bind_int64(rename.get(), 2, id);
+        bind(rename.get(), 2, id);
         step(rename.get());
         return id;
     }
@@ -160,66 +183,26 @@ int64_t sqlite_store::file_id(const std::string& host, const std::string& path)
         prepare("insert into trace_files (host, file, head_bytes, head_hash) values (?, ?, ?, ?)");
     bind(add.get(), 1, host);
     bind(add.get(), 2, name);
-    sqlite3_bind_int64(add.get(), 3, stored(head.size()));
-    sqlite3_bind_int64(add.get(), 4, hash_of(head));
+    bind(add.get(), 3, head.size());
+    bind(add.get(), 4, hash_of(head));
     step(add.get());
     return sqlite3_last_insert_rowid(database_.get());
 }
 
-bool sqlite_store::add_row(int64_t file, const trace_row& row)
+bool sqlite_store::insert(const insertion& into, int64_t file, const trace_row& row)
 {
-    sqlite3_stmt* const to = add_row_.get();
-    const figures& sums = row.sums;
-    bind_all(to, {file,
-                  stored(row.offset),
-                  stored(row.period_offset),
-                  0,
-                  row.bucket,
-                  row.path_key,
-                  row.pid,
-                  stored(row.tid),
-                  row.period_from_tv,
-                  sums.total_calls,
-                  sums.total_errors,
-                  sums.total_recs,
-                  sums.total_tv,
-                  sums.min_tv,
-                  sums.max_tv,
-                  sums.bs_tv,
-                  sums.be_tv,
-                  sums.cm_cache_calls,
-                  sums.cm_cache_tv,
-                  sums.user_cpu_tv,
-                  sums.sys_cpu_tv});
-    if (row.parent_offset) {
-        sqlite3_bind_int64(to, 4, stored(*row.parent_offset));
-    } else {
-        sqlite3_bind_null(to, 4);
-    }
-    step(to);
-    sqlite3_reset(to);
+    sqlite3_stmt* const prepared = into.prepared.get();
+    auto place = into.places.begin();
+    const auto bind_next = [&](const char* /*name*/, const auto& value) {
+        if (const int at = *place++; at != 0) {
+            bind(prepared, at, value);
+        }
+    };
+    bind_next("file_id", file);
+    visit_columns(row, bind_next);
+    step(prepared);
+    sqlite3_reset(prepared);
     return sqlite3_changes(database_.get()) > 0;
-}
-
-void sqlite_store::add_path(const trace_row& row)
-{
-    sqlite3_stmt* const to = add_path_.get();
-    bind_all(to, {row.path_key, row.parent_key, row.level, row.opcode, row.flags, row.lineno, row.db_num});
-    int place = 7;
-    for (const std::string* text : {&row.name, &row.fname, &row.program, &row.obj_type}) {
-        bind(to, ++place, *text);
-    }
-    step(to);
-    sqlite3_reset(to);
-}
-
-void sqlite_store::add_period(int64_t file, const trace_row& row)
-{
-    sqlite3_stmt* const to = add_period_.get();
-    bind_all(to, {file, stored(row.offset), row.pid, stored(row.tid), row.period_from_tv,
-                  row.flushed_tv.value_or(0)});
-    step(to);
-    sqlite3_reset(to);
 }
 
 } // namespace ostrum_tool

@@ -1,8 +1,10 @@
 #ifndef OSTRUM_TOOL_EXPORT_SQLITE_STORE_H
 #define OSTRUM_TOOL_EXPORT_SQLITE_STORE_H
 // An SQLite database of trace rows, with the views of schema/sqlite.sql.
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "export/record_rows.h"
 
@@ -34,19 +36,22 @@ private:
         void operator()(sqlite3_stmt* statement) const;
     };
     using statement = std::unique_ptr<sqlite3_stmt, closer>;
+    struct insertion {
+        statement prepared;
+        std::vector<int> places; // of the file and of the columns as visit_columns has them; 0: none
+    };
 
     void execute(const char* sql);
     statement prepare(const char* sql);
     bool step(sqlite3_stmt* prepared); // true: there is a row
     int64_t file_id(const std::string& host, const std::string& path);
-    bool add_row(int64_t file, const trace_row& row); // false: it was there
-    void add_path(const trace_row& row);
-    void add_period(int64_t file, const trace_row& row);
+    insertion prepare_insertion(const char* table, std::initializer_list<const char*> columns);
+    bool insert(const insertion& into, int64_t file, const trace_row& row); // false: it was there
     [[noreturn]] void fail();
 
     std::string path_;
     std::unique_ptr<sqlite3, closer> database_;
-    statement add_row_, add_path_, add_period_;
+    insertion add_row_, add_path_, add_period_;
 };
 
 } // namespace ostrum_tool

@@ -125,7 +125,7 @@ command_body declare_flame(CLI::App& app)
         ->allow_extra_args(false)
         ->type_name(file_name);
     app.add_option("--metric", chosen->metric, "Whose change gives the colours of --diff (default: average)")
-        ->check(names_known(diff_metric_names()));
+        ->check(names_known(names_of_all(diff_metrics)));
     app.add_option("--width", chosen->width,
                    "Whose time gives the widths of --diff: after (default), before, both")
         ->check(CLI::IsMember({"after", "before", "both"}));
@@ -136,16 +136,12 @@ command_body declare_flame(CLI::App& app)
     app.add_flag("--icicle", chosen->icicle, "Outermost operations at the top");
     app.add_option("--title", chosen->title, "What stands above (default: the names of the input)");
     app.add_option("--max-frames", chosen->max_frames, "Only the N paths with most time (100000); 0: all");
-    add_record_options(app, chosen->records);
-    add_brief_option(app, chosen->records);
-    add_grouping_options(app, chosen->records);
-    add_view_options(app, chosen->view);
+    add_tree_options(app, chosen->records, chosen->view);
     return [chosen](const streams& to) { return run_flame(*chosen, to); };
 }
 
 } // namespace
 
-extern const command flame_command;
 const command flame_command{"flame", "Where the time went, as a flame graph: one HTML file, or SVG",
                             declare_flame};
 

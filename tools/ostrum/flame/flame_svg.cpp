@@ -44,7 +44,7 @@ std::string fitting(const std::string& text, double width)
     size_t end = 0;
     for (size_t shown = 0; shown < most - 1; ++shown) {
         ++end;
-        while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) {
+        while (end < text.size() && continues_character(text[end])) {
             ++end;
         }
     }

@@ -28,31 +28,6 @@ std::string quoted(const std::string& field)
     return text + "\"";
 }
 
-// As COPY and most readers of TSV take it.
-std::string tab_escaped(const std::string& field)
-{
-    std::string text;
-    for (const char c : field) {
-        switch (c) {
-        case '\\':
-            text += "\\\\";
-            break;
-        case '\t':
-            text += "\\t";
-            break;
-        case '\n':
-            text += "\\n";
-            break;
-        case '\r':
-            text += "\\r";
-            break;
-        default:
-            text += c;
-        }
-    }
-    return text;
-}
-
 std::string field_text(const cell& value)
 {
     switch (value.holds()) {
@@ -66,12 +41,6 @@ std::string field_text(const cell& value)
     default:
         return json_text(value.json());
     }
-}
-
-std::string padded(const std::string& text, size_t width, bool right)
-{
-    const std::string blanks(width - std::min(width, display_width(text)), ' ');
-    return right ? blanks + text : text + blanks;
 }
 
 } // namespace
@@ -105,6 +74,19 @@ ordered_json cell::json() const
         return ordered_json::parse(text_);
     }
     return nullptr;
+}
+
+std::string tab_escaped(std::string_view field)
+{
+    std::string text;
+    for (const char c : field) {
+        text += c == '\\'   ? "\\\\"
+                : c == '\t' ? "\\t"
+                : c == '\n' ? "\\n"
+                : c == '\r' ? "\\r"
+                            : std::string(1, c);
+    }
+    return text;
 }
 
 std::string cell_text(const cell& value, cell_kind kind)

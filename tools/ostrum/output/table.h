@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -88,6 +89,9 @@ private:
 
 // A cell as people read it.
 std::string cell_text(const cell& value, cell_kind kind);
+
+// A field as COPY and most readers of TSV take it.
+std::string tab_escaped(std::string_view field);
 
 // JSON on one line; bytes that are no UTF-8 become U+FFFD.
 std::string json_text(const nlohmann::ordered_json& value);

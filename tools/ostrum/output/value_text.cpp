@@ -31,7 +31,7 @@ size_t character_bytes(std::string_view text)
         return 0;
     }
     for (size_t at = 1; at < length; ++at) {
-        if ((byte(at) & 0xC0U) != 0x80U) {
+        if (!continues_character(text[at])) {
             return 0;
         }
     }
@@ -157,6 +157,12 @@ std::string cut_to(std::string_view text, size_t width)
     }
 }
 
+std::string padded(const std::string& text, size_t width, bool right)
+{
+    const std::string blanks(width - std::min(width, display_width(text)), ' ');
+    return right ? blanks + text : text + blanks;
+}
+
 std::string operation_text(std::string_view opname, int32_t opcode)
 {
     const std::string name = opname.empty() ? "(no name)" : printable(opname);
@@ -174,6 +180,28 @@ std::string db_text(int64_t db_number)
         return bits >> shift & 0xFFFFU;
     };
     return fmt::format("{}.{}.{}.{}", group(48), group(32), group(16), group(0));
+}
+
+std::string lower_case(std::string_view text)
+{
+    std::string lower(text);
+    for (char& c : lower) {
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    return lower;
+}
+
+std::string shell_word(const std::string& text)
+{
+    const char* const plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./,:=@%+";
+    if (!text.empty() && text.find_first_not_of(plain) == std::string::npos) {
+        return text;
+    }
+    std::string word = "'";
+    for (const char c : text) {
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return word + "'";
 }
 
 } // namespace ostrum_tool

@@ -64,25 +64,19 @@ constexpr metric_family variable_families[] = {
 
 constexpr metric_family cpu_time{"ostrum_operation_cpu_seconds", counter, "seconds",
                                  "CPU time of the process during the calls; 0 unless it is measured"};
-constexpr std::array<figure, 6> operation_figures{
-    {{{"ostrum_operation_calls", counter, "", "Outermost calls of an operation"}, 0},
-     {{"ostrum_operation_errors", counter, "", "Calls that failed"}, 1},
-     {{"ostrum_operation_records", counter, "", "Records that the calls handled"}, 2},
-     {{"ostrum_operation_duration_seconds", counter, "seconds", "Time that the calls took"}, 3},
-     {cpu_time, 4, "mode=\"user\""},
-     {cpu_time, 5, "mode=\"system\""}}};
-constexpr std::array<figure, 1> error_figures{
-    {{{"ostrum_errors", counter, "", "Errors of a kind; parts that are not recorded are 0 or missing"}, 0}}};
-
-std::array<uint64_t, 6> numbers_of(const operation_counter& each)
-{
-    return {each.calls, each.errors, each.recs, each.total_tv, each.user_cpu_tv, each.sys_cpu_tv};
-}
-
-std::array<uint64_t, 1> numbers_of(const error_counter& each)
-{
-    return {each.count};
-}
+using operation_figure = figure<uint64_t operation_counter::*>;
+constexpr std::array<operation_figure, 6> operation_figures{
+    {{{"ostrum_operation_calls", counter, "", "Outermost calls of an operation"}, &operation_counter::calls},
+     {{"ostrum_operation_errors", counter, "", "Calls that failed"}, &operation_counter::errors},
+     {{"ostrum_operation_records", counter, "", "Records that the calls handled"}, &operation_counter::recs},
+     {{"ostrum_operation_duration_seconds", counter, "seconds", "Time that the calls took"},
+      &operation_counter::total_tv},
+     {cpu_time, &operation_counter::user_cpu_tv, "mode=\"user\""},
+     {cpu_time, &operation_counter::sys_cpu_tv, "mode=\"system\""}}};
+using error_figure = figure<uint64_t error_counter::*>;
+constexpr std::array<error_figure, 1> error_figures{
+    {{{"ostrum_errors", counter, "", "Errors of a kind; parts that are not recorded are 0 or missing"},
+      &error_counter::count}}};
 
 // Damaged totals must not make a sum small again.
 uint64_t capped_sum(uint64_t a, uint64_t b)
@@ -95,7 +89,7 @@ uint64_t capped_sum(uint64_t a, uint64_t b)
 template <typename Record, size_t Figures>
 void add_table(exposition& out, const std::vector<exported_file>& files,
                std::vector<Record> data_file::*table, const label_choice& chosen,
-               const std::array<figure, Figures>& figures)
+               const std::array<figure<uint64_t Record::*>, Figures>& figures)
 {
     std::unordered_map<std::string, size_t> places;
     std::vector<const std::string*> labels;
@@ -112,15 +106,16 @@ void add_table(exposition& out, const std::vector<exported_file>& files,
                 labels.push_back(&entry->first);
                 sums.emplace_back();
             }
-            const auto numbers = numbers_of(record);
             auto& sum = sums[entry->second];
-            std::transform(sum.begin(), sum.end(), numbers.begin(), sum.begin(), capped_sum);
+            std::transform(
+                sum.begin(), sum.end(), figures.begin(), sum.begin(),
+                [&](uint64_t so_far, const auto& each) { return capped_sum(so_far, record.*each.place); });
         }
     }
     for (size_t row = 0; row < figures.size(); ++row) {
-        begin_figure<figure>(out, figures, row);
+        begin_figure<figure<uint64_t Record::*>>(out, figures, row);
         for (size_t at = 0; at < sums.size(); ++at) {
-            add_figure(out, figures[row], *labels[at], sums[at][figures[row].place]);
+            add_figure(out, figures[row], *labels[at], sums[at][row]);
         }
     }
 }

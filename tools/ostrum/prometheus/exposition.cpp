@@ -5,11 +5,10 @@
 #include <fmt/format.h>
 
 #include "output/value_text.h"
+#include "readers/time_units.h"
 
 namespace ostrum_tool {
 namespace {
-
-constexpr uint64_t ns_per_second = 1'000'000'000;
 
 const char* ending_of(metric_kind kind)
 {
@@ -115,7 +114,8 @@ void add_label(std::string& labels, std::string_view name, std::string_view text
 
 std::string seconds_text(uint64_t duration_tv)
 {
-    std::string text = fmt::format("{}.{:09}", duration_tv / ns_per_second, duration_tv % ns_per_second);
+    constexpr uint64_t second_tv{ns_per_second};
+    std::string text = fmt::format("{}.{:09}", duration_tv / second_tv, duration_tv % second_tv);
     text.erase(text.find_last_not_of('0') + 1);
     if (text.back() == '.') {
         text.pop_back();

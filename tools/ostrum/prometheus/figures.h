@@ -13,9 +13,10 @@ namespace ostrum_tool {
 
 // One number of a record as the sample of a family. A table of them is where their families are described;
 // rows of one family stand together in it.
+template <typename Place>
 struct figure {
     metric_family family;
-    size_t place;                 // which of the record's numbers
+    Place place;                  // which of the record's numbers
     const char* more_labels = ""; // what tells the family's rows apart
 };
 

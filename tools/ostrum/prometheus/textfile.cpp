@@ -31,7 +31,7 @@ int export_prometheus(const std::string& target, const std::vector<std::string>&
                       const label_choice& labels, const streams& to)
 {
     const std::vector<exported_file> files =
-        read_exported_files(paths.empty() ? std::vector<std::string>{"ostrum_data.dat"} : paths);
+        read_exported_files(paths.empty() ? std::vector<std::string>{default_data_file} : paths);
     const std::string text = exposition_of(files, labels, exposition_format::text_0_0_4);
     if (target == "-") {
         to.out << text;

@@ -9,7 +9,8 @@
 namespace ostrum_tool {
 
 // "export --prometheus": the metrics of data files as a file for a textfile collector, or, for "-", on out.
-// Without paths "ostrum_data.dat". Files that cannot be read and problems go to err. Returns the exit status.
+// Without paths of the default one. Files that cannot be read and problems go to err. Returns the exit
+// status.
 int export_prometheus(const std::string& target, const std::vector<std::string>& paths,
                       const label_choice& labels, const streams& to);
 

@@ -1,5 +1,6 @@
 #include "readers/byte_source.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <vector>

@@ -9,10 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "readers/metric_words.h"
+
 namespace ostrum_tool {
 
+inline constexpr const char* default_data_file = "ostrum_data.dat"; // as hosts name it unless configured
 inline constexpr size_t data_file_bytes = 5'800'544;
-inline constexpr size_t metric_words = 26;
 
 struct operation_counter {
     std::string opname, program, fname, obj_type;
@@ -36,13 +38,15 @@ struct variable {
     std::string name, value;
 };
 
+using metric_values = std::array<uint64_t, metric_words>;
+
 struct data_file {
     int32_t pid = 0; // of the host process that last opened the file
     std::vector<operation_counter> counters;
     std::vector<error_counter> errors;
     std::vector<variable> variables;
     int64_t variables_changed_tv = 0; // ns since the epoch; 0 = unknown
-    std::array<uint64_t, metric_words> metrics{};
+    metric_values metrics{};
     std::vector<std::string> problems; // what in the file cannot be right
 };
 

@@ -1,5 +1,6 @@
 #include "readers/flist_trace.h"
 
+#include <algorithm>
 #include <charconv>
 #include <ctime>
 #include <optional>

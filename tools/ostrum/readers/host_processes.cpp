@@ -74,12 +74,19 @@ std::vector<host_process> hosts_of(const std::string& data_path)
         host_process host;
         if (add_open_files(process, sought, host)) {
             host.pid = std::stoi(id);
-            std::getline(std::ifstream(process / "comm"), host.name);
+            host.name = name_of_process(host.pid);
             hosts.push_back(std::move(host));
         }
     }
     std::sort(hosts.begin(), hosts.end(), [](const auto& a, const auto& b) { return a.pid < b.pid; });
     return hosts;
+}
+
+std::string name_of_process(int32_t pid)
+{
+    std::string name;
+    std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/comm"), name);
+    return name;
 }
 
 std::string list_text(const std::vector<host_process>& hosts)

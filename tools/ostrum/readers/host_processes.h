@@ -18,6 +18,9 @@ struct host_process {
 // In order of their ids.
 std::vector<host_process> hosts_of(const std::string& data_path);
 
+// As the system shows it; empty when there is no such process.
+std::string name_of_process(int32_t pid);
+
 // "4711 (catalog_server), 4712 (dm)"; the names are as the processes have them.
 std::string list_text(const std::vector<host_process>& hosts);
 

@@ -14,7 +14,8 @@
 namespace ostrum_tool {
 
 // What the parser tells, in the order of the file. Paths nest: each on_path is followed by its callees and
-// buckets and by one on_figures, or by on_lost when its figures did not come.
+// buckets and by one on_figures, or by on_lost when its figures did not come. A sink overrides what it wants
+// to know.
 class trace_sink {
 public:
     trace_sink() = default;
@@ -22,14 +23,15 @@ public:
     trace_sink(const trace_sink&) = delete;
     trace_sink& operator=(const trace_sink&) = delete;
 
-    virtual void on_frame(const start_record& frame, uint64_t offset) = 0;
-    virtual void on_frame_end(const figures& record) = 0;
+    virtual void on_frame(const start_record& /*frame*/, uint64_t /*offset*/) {}
+    virtual void on_frame_end(const figures& /*record*/) {}
     // `missing`: stands in for a start record that could not be read; only its level is right.
-    virtual void on_path(const start_record& path, uint64_t offset, bool missing) = 0;
-    virtual void on_figures(const figures& record) = 0;
-    virtual void on_lost() = 0;
-    virtual void on_bucket(int32_t number, uint64_t offset, const figures& record) = 0; // of the open path
-    virtual void on_damage(uint64_t offset, const std::string& what) = 0;
+    virtual void on_path(const start_record& /*path*/, uint64_t /*offset*/, bool /*missing*/) {}
+    virtual void on_figures(const figures& /*record*/) {}
+    virtual void on_lost() {}
+    virtual void on_bucket(int32_t /*number*/, uint64_t /*offset*/, const figures& /*record*/) {
+    } // of the open path
+    virtual void on_damage(uint64_t /*offset*/, const std::string& /*what*/) {}
 };
 
 // What stands between two offsets of a text. Blocks belong to the range in which they begin, so that

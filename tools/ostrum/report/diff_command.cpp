@@ -24,37 +24,40 @@ struct diff_choice {
     output_format format = output_format::text;
 };
 
+// A figure that both sides have.
+struct side_column {
+    const char* name;
+    bool for_people;
+    bool of_groups; // which have no figures of their own but their time
+    cell_kind kind;
+    int64_t (*figure)(const path_figures& side);
+};
+constexpr side_column side_columns[] = {
+    {"calls", true, false, cell_kind::number, [](const path_figures& side) { return side.sums.calls; }},
+    {"errors", false, false, cell_kind::number, [](const path_figures& side) { return side.sums.errors; }},
+    {"total", true, true, cell_kind::duration, [](const path_figures& side) { return side.total_tv; }},
+    {"self", false, false, cell_kind::duration, [](const path_figures& side) { return side.self_tv; }},
+    {"average", true, false, cell_kind::duration,
+     [](const path_figures& side) { return side.sums.average_tv(); }},
+    {"max", false, false, cell_kind::duration, [](const path_figures& side) { return side.sums.max_tv; }},
+};
+
 std::vector<column> diff_columns(diff_metric metric)
 {
     std::vector<column> columns = path_columns();
+    columns.push_back({"state", "state", cell_kind::text});
+    for (const side_column& each : side_columns) {
+        const std::string name = each.name;
+        const char* const unit = each.kind == cell_kind::duration ? "_ns" : "";
+        columns.push_back({name + "_a" + unit, each.for_people ? name + " A" : "", each.kind});
+        columns.push_back({name + "_b" + unit, each.for_people ? name + " B" : "", each.kind});
+    }
     const cell_kind kind = is_duration(metric) ? cell_kind::duration : cell_kind::number;
-    columns.insert(columns.end(), {{"state", "state", cell_kind::text},
-                                   {"calls_a", "calls A"},
-                                   {"calls_b", "calls B"},
-                                   {"errors_a", ""},
-                                   {"errors_b", ""},
-                                   {"total_a_ns", "total A", cell_kind::duration},
-                                   {"total_b_ns", "total B", cell_kind::duration},
-                                   {"self_a_ns", "", cell_kind::duration},
-                                   {"self_b_ns", "", cell_kind::duration},
-                                   {"average_a_ns", "average A", cell_kind::duration},
-                                   {"average_b_ns", "average B", cell_kind::duration},
-                                   {"max_a_ns", "", cell_kind::duration},
-                                   {"max_b_ns", "", cell_kind::duration},
-                                   {is_duration(metric) ? "change_ns" : "change", "", kind},
+    columns.insert(columns.end(), {{is_duration(metric) ? "change_ns" : "change", "", kind},
                                    {"change_percent", "", cell_kind::percent},
                                    {"", "change", cell_kind::number},
                                    {"", "percent", cell_kind::number}});
     return columns;
-}
-
-// Groups have no figures of their own but their time.
-void add_pair(std::vector<cell>& cells, const path_pair& pair, bool is_group,
-              int64_t (*figure)(const path_figures&))
-{
-    for (const path_figures* side : {&pair.before, &pair.after}) {
-        cells.push_back(side->present && !is_group ? cell(figure(*side)) : cell());
-    }
 }
 
 std::string signed_text(int64_t change, diff_metric metric)
@@ -68,15 +71,14 @@ std::vector<cell> diff_cells(const tree_diff& diff, node_index index, const std:
 {
     const path_pair& pair = diff.pairs[index];
     const bool is_group = diff.both.tree.at(index).key.is_group;
-    std::vector<cell> cells;
-    add_path_cells(cells, diff.both.tree, index, label);
+    std::vector<cell> cells = path_cells(diff.both.tree, index, label);
     cells.emplace_back(std::string(pair.state()));
-    add_pair(cells, pair, is_group, [](const path_figures& side) { return side.sums.calls; });
-    add_pair(cells, pair, is_group, [](const path_figures& side) { return side.sums.errors; });
-    add_pair(cells, pair, false, [](const path_figures& side) { return side.total_tv; });
-    add_pair(cells, pair, is_group, [](const path_figures& side) { return side.self_tv; });
-    add_pair(cells, pair, is_group, [](const path_figures& side) { return side.sums.average_tv(); });
-    add_pair(cells, pair, is_group, [](const path_figures& side) { return side.sums.max_tv; });
+    for (const side_column& each : side_columns) {
+        for (const path_figures* side : {&pair.before, &pair.after}) {
+            const bool known = side->present && (each.of_groups || !is_group);
+            cells.push_back(known ? cell(each.figure(*side)) : cell());
+        }
+    }
     const std::optional<double> percent = pair.change_percent(metric);
     cells.emplace_back(pair.change(metric));
     cells.push_back(percent ? cell(*percent) : cell());
@@ -189,7 +191,7 @@ command_body declare_diff(CLI::App& app)
         ->type_name(file_name);
     app.add_option("B", chosen->after, "The same: after")->required()->type_name(file_name);
     app.add_option("--metric", chosen->metric, "What is compared (default: average)")
-        ->check(names_known(diff_metric_names()));
+        ->check(names_known(names_of_all(diff_metrics)));
     app.add_option("--fail-over", chosen->fail_over,
                    "End with status 4 when a path shown is up by more than this: 10%");
     app.add_option("--min-change", chosen->min_change, "For --fail-over: smaller changes do not count: 50us");
@@ -204,7 +206,6 @@ command_body declare_diff(CLI::App& app)
 
 } // namespace
 
-extern const command diff_command;
 const command diff_command{"diff", "Two sets of trace data files compared, path by path", declare_diff, true};
 
 } // namespace ostrum_tool

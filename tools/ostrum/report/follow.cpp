@@ -11,18 +11,6 @@
 namespace ostrum_tool {
 namespace {
 
-// Finds where the last complete block ends, and nothing else.
-class blind_sink final : public trace_sink {
-public:
-    void on_frame(const start_record& /*frame*/, uint64_t /*offset*/) override {}
-    void on_frame_end(const figures& /*record*/) override {}
-    void on_path(const start_record& /*path*/, uint64_t /*offset*/, bool /*missing*/) override {}
-    void on_figures(const figures& /*record*/) override {}
-    void on_lost() override {}
-    void on_bucket(int32_t /*number*/, uint64_t /*offset*/, const figures& /*record*/) override {}
-    void on_damage(uint64_t /*offset*/, const std::string& /*what*/) override {}
-};
-
 class followed_files {
 public:
     followed_files(const follow_options& options, const record_choice& chosen, const streams& to)
@@ -61,8 +49,8 @@ private:
                 return;
             }
             const auto source = open_source(file, from > 0 ? from - 1 : 0);
-            blind_sink sink;
-            trace_parser parser(sink);
+            trace_sink nothing; // what counts is where the last complete block ends
+            trace_parser parser(nothing);
             parser.read(*source, {from, UINT64_MAX, true});
             if (parser.complete() > from) {
                 inputs.push_back({file, from, parser.complete()});

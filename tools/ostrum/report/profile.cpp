@@ -7,7 +7,6 @@
 
 #include <re2/re2.h>
 
-#include "cli/named_values.h"
 #include "output/value_text.h"
 #include "tool_errors.h"
 
@@ -113,16 +112,6 @@ private:
     std::vector<uint32_t> open_; // of each flat node: how many of its paths are open above
 };
 
-constexpr std::array<named_value<sort_key>, 9> sort_keys{{{"total", path_figure::total},
-                                                          {"self", path_figure::self},
-                                                          {"calls", path_figure::calls},
-                                                          {"errors", path_figure::errors},
-                                                          {"records", path_figure::records},
-                                                          {"average", path_figure::average},
-                                                          {"max", path_figure::max},
-                                                          {"cpu", path_figure::cpu},
-                                                          {"name", by_name}}};
-
 int64_t sort_value(const call_profile& profile, node_index index, sort_key key)
 {
     return key ? value_of(*key, profile.tree.at(index).sums, profile.total_tv[index], profile.self_tv[index])
@@ -209,20 +198,6 @@ int64_t value_of(path_figure which, const totals& sums, int64_t total_tv, int64_
         return sums.cpu_tv();
     }
     return 0;
-}
-
-sort_key sort_key_named(const std::string& name)
-{
-    const named_value<sort_key>* const found = find_named(sort_keys, name);
-    if (found == nullptr) {
-        throw usage_error("cannot sort by " + name + ": " + sort_key_names());
-    }
-    return found->value;
-}
-
-std::string sort_key_names()
-{
-    return names_of_all(sort_keys);
 }
 
 std::vector<node_index> sorted_children(const call_profile& profile, node_index parent, sort_key key)

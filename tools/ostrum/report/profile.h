@@ -2,10 +2,12 @@
 #define OSTRUM_TOOL_REPORT_PROFILE_H
 // A call tree that no longer changes, with what follows from it: who calls whom, and what time is left to
 // each path for itself. All vectors go by the tree's node numbers.
+#include <array>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "cli/named_values.h"
 #include "readers/call_tree.h"
 #include "readers/view_filter.h"
 
@@ -35,9 +37,15 @@ int64_t value_of(path_figure which, const totals& sums, int64_t total_tv, int64_
 using sort_key = std::optional<path_figure>;
 inline constexpr sort_key by_name = std::nullopt;
 
-// The value of --sort. Throws usage_error.
-sort_key sort_key_named(const std::string& name);
-std::string sort_key_names(); // for help texts
+inline constexpr std::array<named_value<sort_key>, 9> sort_keys{{{"total", path_figure::total},
+                                                                 {"self", path_figure::self},
+                                                                 {"calls", path_figure::calls},
+                                                                 {"errors", path_figure::errors},
+                                                                 {"records", path_figure::records},
+                                                                 {"average", path_figure::average},
+                                                                 {"max", path_figure::max},
+                                                                 {"cpu", path_figure::cpu},
+                                                                 {"name", by_name}}};
 
 // Siblings in the order of the key, largest first (names ascending); equal ones by their path.
 std::vector<node_index> sorted_children(const call_profile& profile, node_index parent, sort_key key);

@@ -1,7 +1,5 @@
 #include <memory>
 
-#include <fmt/format.h>
-
 #include "cli/trace_options.h"
 #include "report/follow.h"
 #include "report/report_rows.h"
@@ -42,8 +40,11 @@ nlohmann::ordered_json coverage_json(const trace_set& set)
 
 report_options report_options_of(const report_choice& chosen)
 {
-    report_options options{
-        chosen.format, sort_key_named(chosen.sort), chosen.buckets, {}, static_cast<size_t>(chosen.top)};
+    report_options options{chosen.format,
+                           value_named(sort_keys, chosen.sort, "cannot sort by "),
+                           chosen.buckets,
+                           {},
+                           static_cast<size_t>(chosen.top)};
     for (const std::string& text : chosen.percentiles) {
         const double percent = percent_value("--percentiles", text);
         if (percent <= 0 || percent > 100) {
@@ -95,15 +96,12 @@ command_body declare_report(CLI::App& app)
     add_trace_operands(app, chosen->operands);
     app.add_flag("--flat", chosen->flat, "One row per operation, whatever calls it");
     app.add_option("--sort", chosen->sort, "Order of siblings (default: total)")
-        ->check(names_known(sort_key_names()));
+        ->check(names_known(names_of_all(sort_keys)));
     add_top_option(app, chosen->top);
     app.add_flag("--buckets", chosen->buckets, "Show the duration histogram of operations that have buckets");
     add_list(app, "--percentiles", chosen->percentiles,
              "The intervals that hold these percentiles, from the buckets: 50,90,99");
-    add_record_options(app, chosen->records);
-    add_brief_option(app, chosen->records);
-    add_grouping_options(app, chosen->records);
-    add_view_options(app, chosen->view);
+    add_tree_options(app, chosen->records, chosen->view);
     app.add_flag("--follow", chosen->follow, "Read on and report again as files grow and appear");
     app.add_option("--interval", chosen->interval, "Time between two reports of --follow: 2s (default)");
     app.add_option("--count", chosen->count, "End --follow after N reports")
@@ -114,7 +112,6 @@ command_body declare_report(CLI::App& app)
 
 } // namespace
 
-extern const command report_command;
 const command report_command{"report", "Merged call tree of trace data files", declare_report, true};
 
 } // namespace ostrum_tool

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <type_traits>
 
 #include <fmt/format.h>
 
+#include "output/record_columns.h"
 #include "output/value_text.h"
 #include "readers/local_time.h"
 #include "report/percentiles.h"
@@ -58,6 +61,104 @@ cell share_cell(int64_t part, int64_t whole)
     return whole <= 0 ? cell() : cell(static_cast<double>(part) * 100.0 / static_cast<double>(whole));
 }
 
+// A path as tables name it. Groups have no operation.
+struct named_path {
+    const call_tree& tree;
+    node_index index;
+    const std::string& label;
+
+    [[nodiscard]] const call_node& node() const { return tree.at(index); }
+};
+
+template <auto Member>
+cell key_cell(const named_path& path)
+{
+    const path_key& key = path.node().key;
+    if (key.is_group) {
+        return {};
+    }
+    if constexpr (std::is_convertible_v<decltype(key.*Member), std::string_view>) {
+        return std::string(key.*Member);
+    } else {
+        return int64_t{key.*Member};
+    }
+}
+
+constexpr record_column<named_path> name_columns[] = {
+    {"", "operation", cell_kind::text,
+     [](const named_path& path) {
+         return cell(std::string(2 * static_cast<size_t>(path.node().depth), ' ') + path.label);
+     }},
+    {"id", "", cell_kind::number, [](const named_path& path) { return cell(int64_t{path.index}); }},
+    {"parent", "", cell_kind::number,
+     [](const named_path& path) {
+         return path.node().parent == call_tree::root ? cell() : cell(int64_t{path.node().parent});
+     }},
+    {"depth", "", cell_kind::number, [](const named_path& path) { return cell(int64_t{path.node().depth}); }},
+    {"name", "", cell_kind::text, key_cell<&path_key::opname>},
+    {"opcode", "", cell_kind::number, key_cell<&path_key::opcode>},
+    {"flags", "", cell_kind::number, key_cell<&path_key::flags>},
+    {"program", "", cell_kind::text, key_cell<&path_key::program>},
+    {"file", "", cell_kind::text, key_cell<&path_key::fname>},
+    {"line", "", cell_kind::number, key_cell<&path_key::lineno>},
+    {"type", "", cell_kind::text, key_cell<&path_key::obj_type>},
+    {"db", "", cell_kind::number, key_cell<&path_key::db_num>},
+    {"group", "", cell_kind::text,
+     [](const named_path& path) {
+         return path.node().key.is_group ? cell(std::string(path.node().key.opname)) : cell();
+     }},
+};
+
+// What a path or a duration bucket of it has in sums. A group has no other figure of its own than its time.
+struct row_figures {
+    const totals* sums; // null: a group
+    int64_t total_tv;
+    cell self, of_parent, of_all; // shares of the caller's time, and of all that there is
+};
+
+template <int64_t totals::*Member>
+cell sum_cell(const row_figures& row)
+{
+    return row.sums == nullptr ? cell() : cell(row.sums->*Member);
+}
+
+cell min_cell(const row_figures& row)
+{
+    return row.sums == nullptr || row.sums->min_tv == 0 ? cell() : cell(row.sums->min_tv);
+}
+
+cell cpu_cell(const row_figures& row)
+{
+    const bool measured = row.sums != nullptr && (row.sums->user_cpu_tv != 0 || row.sums->sys_cpu_tv != 0);
+    return measured ? cell(row.sums->cpu_tv()) : cell();
+}
+
+constexpr record_column<row_figures> figure_columns[] = {
+    {"calls", "calls", cell_kind::number, sum_cell<&totals::calls>},
+    {"errors", "errors", cell_kind::number, sum_cell<&totals::errors>},
+    {"records", "records", cell_kind::number, sum_cell<&totals::recs>},
+    {"total_ns", "total", cell_kind::duration, [](const row_figures& row) { return cell(row.total_tv); }},
+    {"self_ns", "self", cell_kind::duration, [](const row_figures& row) { return row.self; }},
+    {"min_ns", "min", cell_kind::duration, min_cell},
+    {"average_ns", "average", cell_kind::duration,
+     [](const row_figures& row) { return row.sums == nullptr ? cell() : cell(row.sums->average_tv()); }},
+    {"max_ns", "max", cell_kind::duration, sum_cell<&totals::max_tv>},
+    {"", "CPU", cell_kind::duration, cpu_cell},
+    {"user_cpu_ns", "", cell_kind::duration, sum_cell<&totals::user_cpu_tv>},
+    {"system_cpu_ns", "", cell_kind::duration, sum_cell<&totals::sys_cpu_tv>},
+    {"cached_calls", "", cell_kind::number, sum_cell<&totals::cached_calls>},
+    {"cached_ns", "", cell_kind::duration, sum_cell<&totals::cached_tv>},
+    {"share_of_parent", "of parent", cell_kind::percent,
+     [](const row_figures& row) { return row.of_parent; }},
+    {"share_of_all", "of all", cell_kind::percent, [](const row_figures& row) { return row.of_all; }},
+};
+
+template <typename Element>
+void append(std::vector<Element>& to, std::vector<Element> more)
+{
+    std::move(more.begin(), more.end(), std::back_inserter(to));
+}
+
 class row_writer {
 public:
     row_writer(const call_profile& profile, const std::vector<bool>& visible, const report_options& options)
@@ -83,21 +184,7 @@ private:
     [[nodiscard]] std::vector<column> columns() const
     {
         std::vector<column> all = path_columns();
-        all.insert(all.end(), {{"calls", "calls"},
-                               {"errors", "errors"},
-                               {"records", "records"},
-                               {"total_ns", "total", cell_kind::duration},
-                               {"self_ns", "self", cell_kind::duration},
-                               {"min_ns", "min", cell_kind::duration},
-                               {"average_ns", "average", cell_kind::duration},
-                               {"max_ns", "max", cell_kind::duration},
-                               {"", "CPU", cell_kind::duration},
-                               {"user_cpu_ns", "", cell_kind::duration},
-                               {"system_cpu_ns", "", cell_kind::duration},
-                               {"cached_calls", ""},
-                               {"cached_ns", "", cell_kind::duration},
-                               {"share_of_parent", "of parent", cell_kind::percent},
-                               {"share_of_all", "of all", cell_kind::percent}});
+        append(all, columns_of<row_figures>(figure_columns));
         for (const double percent : options_.percentiles) {
             const std::string name = percentile_name(percent);
             all.push_back({"", name, cell_kind::number});
@@ -121,40 +208,18 @@ private:
     void write_node(const labelled_node& row)
     {
         const call_node& node = profile_.tree.at(row.node);
-        std::vector<cell> cells;
-        add_path_cells(cells, profile_.tree, row.node, row.label);
-        if (node.key.is_group) {
-            add_group_time(cells, profile_.total_tv[row.node]);
-        } else {
-            add_figures(cells, node.sums, profile_.total_tv[row.node], profile_.self_tv[row.node]);
-        }
-        cells.push_back(share_cell(profile_.total_tv[row.node], profile_.total_tv[node.parent]));
-        cells.push_back(share_cell(profile_.total_tv[row.node], profile_.total_tv[call_tree::root]));
+        const int64_t total_tv = profile_.total_tv[row.node];
+        std::vector<cell> cells = path_cells(profile_.tree, row.node, row.label);
+        append(cells, cells_of<row_figures>(figure_columns,
+                                            {node.key.is_group ? nullptr : &node.sums, total_tv,
+                                             node.key.is_group ? cell() : cell(profile_.self_tv[row.node]),
+                                             share_cell(total_tv, profile_.total_tv[node.parent]),
+                                             share_cell(total_tv, profile_.total_tv[call_tree::root])}));
         add_percentiles(cells, node);
         if (options_.buckets) {
             cells.push_back(cell::of_json(buckets_json(node)));
         }
         table_.add_row(std::move(cells));
-    }
-
-    // The cells from calls to the time served by a cache.
-    static constexpr size_t figure_cells = 13;
-
-    // A group has no other figure of its own.
-    static void add_group_time(std::vector<cell>& cells, int64_t total_tv)
-    {
-        const size_t behind = cells.size() + figure_cells;
-        cells.insert(cells.end(), {cell(), cell(), cell(), total_tv});
-        cells.resize(behind);
-    }
-
-    static void add_figures(std::vector<cell>& cells, const totals& sums, int64_t total_tv, cell self)
-    {
-        const bool cpu_measured = sums.user_cpu_tv != 0 || sums.sys_cpu_tv != 0;
-        cells.insert(cells.end(), {sums.calls, sums.errors, sums.recs, total_tv, std::move(self),
-                                   sums.min_tv == 0 ? cell() : cell(sums.min_tv), sums.average_tv(),
-                                   sums.max_tv, cpu_measured ? cell(sums.cpu_tv()) : cell(), sums.user_cpu_tv,
-                                   sums.sys_cpu_tv, sums.cached_calls, sums.cached_tv});
     }
 
     void add_percentiles(std::vector<cell>& cells, const call_node& node) const
@@ -172,6 +237,7 @@ private:
 
     void write_buckets(const call_node& node)
     {
+        const cell blank{std::string()};
         size_t widest = 0;
         for (const duration_bucket& bucket : node.buckets) {
             widest = std::max(widest, bounds_text(bucket).size());
@@ -182,8 +248,9 @@ private:
                                  bar(bucket.sums.calls, node.sums.calls));
             std::vector<cell> cells{std::move(label)};
             cells.resize(path_columns().size());
-            add_figures(cells, bucket.sums, bucket.sums.total_tv, cell());
-            cells.resize(columns().size(), cell(std::string()));
+            append(cells, cells_of<row_figures>(figure_columns,
+                                                {&bucket.sums, bucket.sums.total_tv, cell(), blank, blank}));
+            cells.resize(columns().size(), blank);
             table_.add_row(std::move(cells));
         }
     }
@@ -211,38 +278,12 @@ table report_table(const call_profile& profile, const std::vector<bool>& visible
 
 std::vector<column> path_columns()
 {
-    return {{"", "operation", cell_kind::text},
-            {"id", ""},
-            {"parent", ""},
-            {"depth", ""},
-            {"name", "", cell_kind::text},
-            {"opcode", ""},
-            {"flags", ""},
-            {"program", "", cell_kind::text},
-            {"file", "", cell_kind::text},
-            {"line", ""},
-            {"type", "", cell_kind::text},
-            {"db", ""},
-            {"group", "", cell_kind::text}};
+    return columns_of<named_path>(name_columns);
 }
 
-void add_path_cells(std::vector<cell>& cells, const call_tree& tree, node_index index,
-                    const std::string& label)
+std::vector<cell> path_cells(const call_tree& tree, node_index index, const std::string& label)
 {
-    const call_node& node = tree.at(index);
-    const path_key& key = node.key;
-    cells.emplace_back(std::string(2 * static_cast<size_t>(node.depth), ' ') + label);
-    cells.emplace_back(int64_t{index});
-    cells.push_back(node.parent == call_tree::root ? cell() : cell(int64_t{node.parent}));
-    cells.emplace_back(int64_t{node.depth});
-    if (key.is_group) {
-        cells.resize(cells.size() + 8);
-        cells.emplace_back(std::string(key.opname));
-        return;
-    }
-    cells.insert(cells.end(), {std::string(key.opname), int64_t{key.opcode}, int64_t{key.flags},
-                               std::string(key.program), std::string(key.fname), int64_t{key.lineno},
-                               std::string(key.obj_type), key.db_num, cell()});
+    return cells_of<named_path>(name_columns, {tree, index, label});
 }
 
 std::string coverage_text(const trace_coverage& coverage)

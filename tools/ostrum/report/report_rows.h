@@ -21,10 +21,9 @@ struct report_options {
 table report_table(const call_profile& profile, const std::vector<bool>& visible,
                    const report_options& options);
 
-// The columns that name a path, and their cells: for all tables of paths.
+// The columns that name a path, and its cells in them: for all tables of paths.
 std::vector<column> path_columns();
-void add_path_cells(std::vector<cell>& cells, const call_tree& tree, node_index index,
-                    const std::string& label);
+std::vector<cell> path_cells(const call_tree& tree, node_index index, const std::string& label);
 
 // "3 files, 2 processes, 5 threads, 40 flushes, 2026-11-21 10:00:00 to 2026-11-21 11:00:00"
 std::string coverage_text(const trace_coverage& coverage);

@@ -1,22 +1,10 @@
 #include "report/tree_diff.h"
 
 #include <algorithm>
-#include <array>
 #include <limits>
-
-#include "cli/named_values.h"
-#include "tool_errors.h"
 
 namespace ostrum_tool {
 namespace {
-
-constexpr std::array<named_value<diff_metric>, 7> compared_figures{{{"average", diff_metric::average},
-                                                                    {"total", diff_metric::total},
-                                                                    {"self", diff_metric::self},
-                                                                    {"max", diff_metric::max},
-                                                                    {"cpu", diff_metric::cpu},
-                                                                    {"calls", diff_metric::calls},
-                                                                    {"errors", diff_metric::errors}}};
 
 void take_side(tree_diff& diff, const call_profile& from, path_figures path_pair::*side)
 {
@@ -37,16 +25,7 @@ uint64_t size_of(int64_t change)
 
 diff_metric diff_metric_named(const std::string& name)
 {
-    const named_value<diff_metric>* const found = find_named(compared_figures, name);
-    if (found == nullptr) {
-        throw usage_error("cannot compare by " + name + ": " + diff_metric_names());
-    }
-    return found->value;
-}
-
-std::string diff_metric_names()
-{
-    return names_of_all(compared_figures);
+    return value_named(diff_metrics, name, "cannot compare by ");
 }
 
 bool is_duration(diff_metric metric)

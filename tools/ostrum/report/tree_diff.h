@@ -1,6 +1,7 @@
 #ifndef OSTRUM_TOOL_REPORT_TREE_DIFF_H
 #define OSTRUM_TOOL_REPORT_TREE_DIFF_H
 // Two profiles laid over one another, path by path.
+#include <array>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,9 +12,15 @@ namespace ostrum_tool {
 
 using diff_metric = path_figure; // those that can be compared
 
-// The value of --metric. Throws usage_error.
-diff_metric diff_metric_named(const std::string& name);
-std::string diff_metric_names(); // for help texts
+inline constexpr std::array<named_value<diff_metric>, 7> diff_metrics{{{"average", diff_metric::average},
+                                                                       {"total", diff_metric::total},
+                                                                       {"self", diff_metric::self},
+                                                                       {"max", diff_metric::max},
+                                                                       {"cpu", diff_metric::cpu},
+                                                                       {"calls", diff_metric::calls},
+                                                                       {"errors", diff_metric::errors}}};
+
+diff_metric diff_metric_named(const std::string& name); // the value of --metric; throws usage_error
 bool is_duration(diff_metric metric);
 
 struct path_figures {

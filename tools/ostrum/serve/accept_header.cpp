@@ -4,6 +4,8 @@
 #include <charconv>
 #include <string>
 
+#include "output/value_text.h"
+
 namespace ostrum_tool {
 namespace {
 
@@ -21,15 +23,6 @@ std::string_view take_part(std::string_view& text, char separator)
     const std::string_view part = trimmed(text.substr(0, end));
     text.remove_prefix(std::min(end + 1, text.size()));
     return part;
-}
-
-std::string lower_case(std::string_view text)
-{
-    std::string lower(text);
-    for (char& c : lower) {
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    }
-    return lower;
 }
 
 struct media_range {

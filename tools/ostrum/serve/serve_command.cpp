@@ -103,7 +103,7 @@ command_body declare_serve(CLI::App& app)
     add_label_options(app, chosen->labels);
     return [chosen](const streams& to) {
         if (chosen->paths.empty()) {
-            chosen->paths = {"ostrum_data.dat"};
+            chosen->paths = {default_data_file};
         }
         return run_serve(*chosen, to);
     };
@@ -111,7 +111,6 @@ command_body declare_serve(CLI::App& app)
 
 } // namespace
 
-extern const command serve_command;
 const command serve_command{"serve", "The metrics of data files over HTTP, for Prometheus", declare_serve};
 
 } // namespace ostrum_tool

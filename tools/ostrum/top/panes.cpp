@@ -5,12 +5,11 @@
 #include <re2/re2.h>
 
 #include "data/key_columns.h"
-#include "data/metric_names.h"
+#include "readers/time_units.h"
+#include "tool_errors.h"
 
 namespace ostrum_tool {
 namespace {
-
-constexpr double ns_per_second = 1e9;
 
 cell rate(uint64_t gained, double seconds)
 {
@@ -63,8 +62,8 @@ cell gained_time(const counter& of)
     return cell(signed_value(of.gained.*Total));
 }
 
-namespace ck = counter_column;
-namespace ek = error_column;
+using ck = counter_column;
+using ek = error_column;
 
 constexpr record_column<counter> counter_columns[] = {
     of_gained<ck::operation>,
@@ -117,15 +116,17 @@ constexpr record_column<error> error_columns[] = {
 template <typename Record>
 pane_content records_pane(const comparison& compared, std::vector<Record> data_file::*records,
                           std::vector<Record> (*merged)(std::vector<Record>, field_set), field_set kept,
-                          std::span<const record_column<live<Record>>> columns, const char* gain_key)
+                          std::span<const record_column<live<Record>>> columns, const char* gain_key,
+                          const char* sort_key)
 {
     static const std::vector<Record> none;
     const std::vector<Record>& now = compared.now.file.*records;
     const std::vector<Record>& before = compared.before != nullptr ? compared.before->file.*records : none;
     const auto totals = merged(now, kept);
     const auto gained = merged(gains(before, now), kept);
-    pane_content pane{columns_of(columns, kept), {}, 0, {}};
+    pane_content pane{columns_of(columns, kept), {}};
     pane.gain_column = find_column(pane.columns, gain_key);
+    pane.first_sort = find_column(pane.columns, sort_key);
     for (size_t at = 0; kept != 0 && at < columns.size(); ++at) {
         if ((columns[at].fields & kept) != 0) {
             pane.leading.push_back(at);
@@ -143,8 +144,8 @@ pane_content metrics_pane(const comparison& compared)
                        {"value", "value"},
                        {"change", "change"},
                        {"change_per_s", "change/s"}},
-                      {},
-                      2};
+                      {}};
+    pane.gain_column = find_column(pane.columns, "change");
     for (size_t word = 0; word < metric_words; ++word) {
         const uint64_t value = compared.now.file.metrics[word];
         cell change;
@@ -161,8 +162,7 @@ pane_content metrics_pane(const comparison& compared)
 
 pane_content variables_pane(const comparison& compared)
 {
-    pane_content pane{
-        {{"variable", "variable", cell_kind::text}, {"value", "value", cell_kind::text}}, {}, 0};
+    pane_content pane{{{"variable", "variable", cell_kind::text}, {"value", "value", cell_kind::text}}, {}};
     for (const variable& each : compared.now.file.variables) {
         pane.rows.push_back({each.name, each.value});
     }
@@ -197,16 +197,27 @@ pane_content build_pane(pane_kind kind, const comparison& compared, field_set ke
     switch (kind) {
     case pane_kind::counters:
         return records_pane<operation_counter>(compared, &data_file::counters, merged_counters, kept,
-                                               counter_columns, "calls");
+                                               counter_columns, "calls", "total_ns");
     case pane_kind::errors:
         return records_pane<error_counter>(compared, &data_file::errors, merged_errors, kept, error_columns,
-                                           "count");
+                                           "count", "count");
     case pane_kind::metrics:
         return metrics_pane(compared);
     case pane_kind::variables:
         break;
     }
     return variables_pane(compared);
+}
+
+arrangement arrangement_by(pane_kind kind, const std::string& column)
+{
+    const look nothing;
+    const pane_content pane = build_pane(kind, {nullptr, nothing}, 0);
+    const size_t by = column.empty() ? pane.first_sort : find_column(pane.columns, column);
+    if (by == pane.columns.size()) {
+        throw usage_error("--sort " + column + ": no column of this pane");
+    }
+    return {by, sorts_descending(pane.columns[by]), "", false};
 }
 
 std::optional<std::string> pattern_problem(const std::string& pattern)

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "data/record_columns.h"
-#include "output/table.h"
-#include "top/changes.h"
+#include "data/key_fields.h"
+#include "output/record_columns.h"
+#include "readers/data_looks.h"
 
 namespace ostrum_tool {
 
@@ -17,6 +17,7 @@ struct pane_content {
     std::vector<column> columns; // the first is the name; those that matter most come first
     std::vector<std::vector<cell>> rows;
     size_t gain_column = 0;           // of numbers: a row with 0 in it is idle
+    size_t first_sort = 0;            // the column that orders the rows unless another one is chosen
     std::vector<size_t> leading = {}; // columns that come first on the screen: what the rows are grouped by
 };
 
@@ -37,6 +38,10 @@ struct arrangement {
     std::string pattern; // regular expression over all texts of a row, without regard to case
     bool hide_idle = false;
 };
+
+// By the column of that name, or by the one that orders the pane at first. Throws usage_error, which names
+// the option.
+arrangement arrangement_by(pane_kind kind, const std::string& column = "");
 
 // Why a pattern cannot be used; nothing when it can.
 std::optional<std::string> pattern_problem(const std::string& pattern);

@@ -24,12 +24,10 @@ std::string ascii_only(const std::string& text)
     return shown;
 }
 
-// Cut or filled up to exactly this many columns.
+// Cut or filled up to exactly this many columns, also where half a wide character was left.
 std::string fitted(const std::string& text, size_t width, bool right = false)
 {
-    const std::string shown = width == 0 ? "" : cut_to(text, width);
-    const std::string blanks(width - display_width(shown), ' '); // also where half a wide character was left
-    return right ? blanks + shown : shown + blanks;
+    return padded(width == 0 ? "" : cut_to(text, width), width, right);
 }
 
 // Three or four digits that count; whole from 1,000 on.

@@ -11,6 +11,7 @@
 #define NCURSES_NOMACROS 1
 #include <curses.h>
 
+#include "readers/time_units.h"
 #include "tool_errors.h"
 
 namespace ostrum_tool {
@@ -168,7 +169,6 @@ void terminal_screen::draw(const std::vector<screen_line>& lines)
 
 terminal_screen::event terminal_screen::wait(int64_t limit_tv, key_press& pressed)
 {
-    constexpr int64_t ns_per_second = 1'000'000'000;
     const event waiting = read_key(pressed); // curses may have read ahead
     if (waiting != event::time) {
         return waiting;

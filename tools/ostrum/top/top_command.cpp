@@ -1,6 +1,6 @@
+#include <algorithm>
+#include <array>
 #include <chrono>
-#include <cstring>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <thread>
@@ -8,9 +8,12 @@
 #include <fmt/format.h>
 
 #include "cli/command.h"
+#include "cli/named_values.h"
 #include "cli/option_values.h"
 #include "output/value_text.h"
+#include "readers/host_processes.h"
 #include "readers/local_time.h"
+#include "readers/time_units.h"
 #include "tool_errors.h"
 #include "top/terminal_screen.h"
 
@@ -18,7 +21,7 @@ namespace ostrum_tool {
 namespace {
 
 struct top_choice {
-    std::string path = "ostrum_data.dat";
+    std::string path;
     std::string interval = "1s", pane = "counters", sort, pattern;
     std::vector<std::string> by;
     bool batch = false, hide_idle = false;
@@ -26,18 +29,17 @@ struct top_choice {
     output_format format = output_format::text;
 };
 
-constexpr std::array pane_names{"counters", "errors", "metrics", "variables"};
+constexpr std::array<named_value<pane_kind>, 4> pane_names{{{"counters", pane_kind::counters},
+                                                            {"errors", pane_kind::errors},
+                                                            {"metrics", pane_kind::metrics},
+                                                            {"variables", pane_kind::variables}}};
 
-int64_t monotonic_now_tv()
-{
-    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
+using monotonic = std::chrono::steady_clock;
 
 // "process 4711 (catalog_server)": who opened the file last.
 std::string host_text(int32_t pid)
 {
-    std::string name;
-    std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/comm"), name);
+    const std::string name = name_of_process(pid);
     return fmt::format("process {} ({})", pid, name.empty() ? "gone" : name);
 }
 
@@ -54,12 +56,9 @@ std::vector<Element> with_first(Element first, std::vector<Element> rest)
 top_view view_of(const top_choice& chosen)
 {
     top_view view;
-    const auto at = std::find(pane_names.begin(), pane_names.end(), chosen.pane) - pane_names.begin();
-    view.pane = static_cast<pane_kind>(at);
+    view.pane = find_named(pane_names, chosen.pane)->value;
     view.interval_tv = std::max<int64_t>(duration_value("-d", chosen.interval), 1'000'000);
     auto& shown = view.shown();
-    shown.order.hide_idle = chosen.hide_idle;
-    shown.order.pattern = chosen.pattern;
     if (const auto problem = pattern_problem(chosen.pattern)) {
         throw usage_error("--filter " + chosen.pattern + ": " + *problem);
     }
@@ -68,15 +67,9 @@ top_view view_of(const top_choice& chosen)
                                                     : counter_fields("--by", chosen.by);
         shown.kept_names = fmt::format("{}", fmt::join(chosen.by, ","));
     }
-    if (!chosen.sort.empty()) {
-        const look nothing;
-        const auto columns = build_pane(view.pane, {nullptr, nothing}, 0).columns;
-        shown.order.sort_column = find_column(columns, chosen.sort);
-        if (shown.order.sort_column == columns.size()) {
-            throw usage_error("--sort " + chosen.sort + ": no column of this pane");
-        }
-        shown.order.descending = sorts_descending(columns[shown.order.sort_column]);
-    }
+    shown.order = arrangement_by(view.pane, chosen.sort);
+    shown.order.pattern = chosen.pattern;
+    shown.order.hide_idle = chosen.hide_idle;
     return view;
 }
 
@@ -144,11 +137,11 @@ public:
 
     int run()
     {
-        next_look_tv_ = monotonic_now_tv() + view_.interval_tv;
+        next_look_tv_ = now_tv<monotonic>() + view_.interval_tv;
         for (;;) {
             draw();
             key_press pressed;
-            const int64_t left_tv = std::max<int64_t>(next_look_tv_ - monotonic_now_tv(), 0);
+            const int64_t left_tv = std::max<int64_t>(next_look_tv_ - now_tv<monotonic>(), 0);
             const auto event = screen_.wait(left_tv, pressed);
             if (event == terminal_screen::event::left) {
                 return exit_done;
@@ -156,8 +149,8 @@ public:
             if (event == terminal_screen::event::key && !heed(pressed)) {
                 return exit_done;
             }
-            if (monotonic_now_tv() >= next_look_tv_) {
-                next_look_tv_ = monotonic_now_tv() + view_.interval_tv;
+            if (now_tv<monotonic>() >= next_look_tv_) {
+                next_look_tv_ = now_tv<monotonic>() + view_.interval_tv;
                 if (!view_.paused) {
                     look_again();
                 }
@@ -186,7 +179,7 @@ private:
             break;
         }
         if (view_.interval_tv != interval_tv) {
-            next_look_tv_ = monotonic_now_tv() + view_.interval_tv;
+            next_look_tv_ = now_tv<monotonic>() + view_.interval_tv;
         }
         return true;
     }
@@ -233,10 +226,10 @@ private:
 command_body declare_top(CLI::App& app)
 {
     const auto chosen = std::make_shared<top_choice>();
-    app.add_option("DATAFILE", chosen->path, "The data file (default: ostrum_data.dat)");
+    add_data_file_operand(app, chosen->path);
     app.add_option("-d,--interval", chosen->interval, "Time between two looks (default: 1s)");
     app.add_option("--pane", chosen->pane, "counters (default), errors, metrics or variables")
-        ->check(CLI::IsMember(std::vector<std::string>(pane_names.begin(), pane_names.end())));
+        ->check(CLI::IsMember(names_in(pane_names)));
     app.add_option("--sort", chosen->sort, "Column to sort by");
     app.add_option("--filter", chosen->pattern, "Only rows with a text that fits the regular expression");
     add_list(app, "--by", chosen->by,
@@ -255,7 +248,6 @@ command_body declare_top(CLI::App& app)
 
 } // namespace
 
-extern const command top_command;
 const command top_command{"top", "Live view of the counters, errors and metrics of a data file", declare_top};
 
 } // namespace ostrum_tool

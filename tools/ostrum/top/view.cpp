@@ -108,7 +108,7 @@ void type(top_view& view, const key_press& pressed)
         view.asked = question::none;
         break;
     case key::backspace:
-        while (!view.typed.empty() && (static_cast<unsigned char>(view.typed.back()) & 0xC0U) == 0x80U) {
+        while (!view.typed.empty() && continues_character(view.typed.back())) {
             view.typed.pop_back();
         }
         if (!view.typed.empty()) {
@@ -125,36 +125,22 @@ void type(top_view& view, const key_press& pressed)
 
 void move_rows(top_view& view, key name, const shown_rows& on_screen)
 {
+    if (name == key::left || name == key::right) {
+        move_sort(view, on_screen.columns, name == key::right);
+        return;
+    }
     const size_t last = on_screen.rows - std::min(on_screen.rows, on_screen.page);
     const size_t at = std::min(view.shown().first_row, last);
     const auto up_by = [&](size_t rows) { return at - std::min(at, rows); };
     const auto down_by = [&](size_t rows) { return std::min(at + rows, last); };
-    switch (name) {
-    case key::up:
-        view.shown().first_row = up_by(1);
-        break;
-    case key::down:
-        view.shown().first_row = down_by(1);
-        break;
-    case key::page_up:
-        view.shown().first_row = up_by(on_screen.page);
-        break;
-    case key::page_down:
-        view.shown().first_row = down_by(on_screen.page);
-        break;
-    case key::home:
-        view.shown().first_row = 0;
-        break;
-    case key::end:
-        view.shown().first_row = last;
-        break;
-    case key::left:
-    case key::right:
-        move_sort(view, on_screen.columns, name == key::right);
-        break;
-    default:
-        break;
-    }
+    size_t& first = view.shown().first_row;
+    first = name == key::up          ? up_by(1)
+            : name == key::down      ? down_by(1)
+            : name == key::page_up   ? up_by(on_screen.page)
+            : name == key::page_down ? down_by(on_screen.page)
+            : name == key::home      ? 0
+            : name == key::end       ? last
+                                     : first;
 }
 
 void ask_for_group(top_view& view)

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "readers/time_units.h"
 #include "top/panes.h"
 
 namespace ostrum_tool {
@@ -20,10 +21,12 @@ struct top_view {
         std::string kept_names; // as they were typed
         size_t first_row = 0;
     };
-    std::array<pane_choice, 4> panes{
-        {{{4, true, {}, false}}, {{5, true, {}, false}}, {{0, false, {}, false}}, {{0, false, {}, false}}}};
+    std::array<pane_choice, 4> panes{{{arrangement_by(pane_kind::counters)},
+                                      {arrangement_by(pane_kind::errors)},
+                                      {arrangement_by(pane_kind::metrics)},
+                                      {arrangement_by(pane_kind::variables)}}};
     span_kind span = span_kind::interval;
-    int64_t interval_tv = 1'000'000'000;
+    int64_t interval_tv = ns_per_second;
     bool paused = false;
     bool shows_help = false;
     question asked = question::none;

@@ -1,4 +1,4 @@
-#include "data/record_columns.h"
+#include "output/record_columns.h"
 
 #include <algorithm>
 #include <cmath>
@@ -29,12 +29,6 @@ void sort_rows(std::vector<std::vector<cell>>& rows, size_t by, bool descending)
     std::stable_sort(rows.begin(), rows.end(), [&](const auto& a, const auto& b) {
         return descending ? is_less(b[by], a[by]) : is_less(a[by], b[by]);
     });
-}
-
-cell average_cell(const operation_counter& counter)
-{
-    const int64_t calls = signed_value(counter.calls);
-    return calls == 0 ? cell() : cell(signed_value(counter.total_tv) / calls);
 }
 
 double number_in(const cell& value)

@@ -1,8 +1,10 @@
-#include "top/changes.h"
+#include "readers/data_looks.h"
 
 #include <algorithm>
 #include <chrono>
 #include <tuple>
+
+#include "readers/time_units.h"
 
 namespace ostrum_tool {
 namespace {
@@ -49,20 +51,14 @@ std::vector<Record> gains_of(const std::vector<Record>& before, const std::vecto
     return gained;
 }
 
-template <typename Clock>
-int64_t clock_tv()
-{
-    return std::chrono::nanoseconds(Clock::now().time_since_epoch()).count();
-}
-
 } // namespace
 
 look look_at_data_file(const std::string& path)
 {
     look made;
     const std::vector<unsigned char> image = read_data_image(path);
-    made.monotonic_tv = clock_tv<std::chrono::steady_clock>();
-    made.local_tv = clock_tv<std::chrono::system_clock>();
+    made.monotonic_tv = now_tv<std::chrono::steady_clock>();
+    made.local_tv = now_tv<std::chrono::system_clock>();
     made.file = decode_data_file(image);
     return made;
 }

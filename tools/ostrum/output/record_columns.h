@@ -1,14 +1,22 @@
-#ifndef OSTRUM_TOOL_DATA_RECORD_COLUMNS_H
-#define OSTRUM_TOOL_DATA_RECORD_COLUMNS_H
+#ifndef OSTRUM_TOOL_OUTPUT_RECORD_COLUMNS_H
+#define OSTRUM_TOOL_OUTPUT_RECORD_COLUMNS_H
 // Rows of records, by a table with a line for each column.
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "data/key_fields.h"
 #include "output/table.h"
 
 namespace ostrum_tool {
+
+using field_set = uint32_t; // parts of a record's key, one bit each
+
+// Whether merging has left nothing of any of these fields; 0: nothing was merged.
+inline bool are_merged_away(field_set fields, field_set kept)
+{
+    return fields != 0 && kept != 0 && (fields & kept) == 0;
+}
 
 // In the order in which tables read best, not the most compact one.
 template <typename Row>
@@ -23,7 +31,7 @@ struct record_column { // NOLINT(clang-analyzer-optin.performance.Padding)
 // What was merged away has no title, so that people do not see it, and no values. Programs find the column
 // in its place all the same.
 template <typename Row>
-std::vector<column> columns_of(std::span<const record_column<Row>> shown, field_set kept)
+std::vector<column> columns_of(std::span<const record_column<Row>> shown, field_set kept = 0)
 {
     std::vector<column> columns;
     for (const record_column<Row>& each : shown) {
@@ -33,7 +41,7 @@ std::vector<column> columns_of(std::span<const record_column<Row>> shown, field_
 }
 
 template <typename Row>
-std::vector<cell> cells_of(std::span<const record_column<Row>> shown, const Row& row, field_set kept)
+std::vector<cell> cells_of(std::span<const record_column<Row>> shown, const Row& row, field_set kept = 0)
 {
     std::vector<cell> cells;
     for (const record_column<Row>& each : shown) {
@@ -53,15 +61,6 @@ inline bool sorts_descending(const column& by)
 
 // Rows that are equal in the column keep their order. Nothing is less than any number.
 void sort_rows(std::vector<std::vector<cell>>& rows, size_t by, bool descending);
-
-// Of one call; nothing when there were none.
-cell average_cell(const operation_counter& counter);
-
-// Totals are unsigned in the file; beyond the signed range they are damage and show as the largest number.
-inline int64_t signed_value(uint64_t word)
-{
-    return word > INT64_MAX ? INT64_MAX : static_cast<int64_t>(word);
-}
 
 // The number in a cell; of others what is less than any number.
 double number_in(const cell& value);

@@ -1,7 +1,8 @@
-#ifndef OSTRUM_TOOL_TOP_CHANGES_H
-#define OSTRUM_TOOL_TOP_CHANGES_H
-// What happened between two looks at a data file.
+#ifndef OSTRUM_TOOL_READERS_DATA_LOOKS_H
+#define OSTRUM_TOOL_READERS_DATA_LOOKS_H
+// A data file at one moment and at another, and what came in between.
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "readers/data_file.h"
