@@ -16,22 +16,22 @@ namespace {
 constexpr int busy_wait_ms = 10'000;
 constexpr size_t head_bytes = 1'024; // more than the first block's first records
 
-void bind(sqlite3_stmt* prepared, int place, std::string_view text)
+void bind_value(sqlite3_stmt* prepared, int place, std::string_view text)
 {
     sqlite3_bind_text(prepared, place, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
 }
 
 template <typename Number>
 requires std::is_arithmetic_v<Number>
-void bind(sqlite3_stmt* prepared, int place, Number number)
+void bind_value(sqlite3_stmt* prepared, int place, Number number)
 {
     sqlite3_bind_int64(prepared, place, static_cast<int64_t>(number));
 }
 
 template <typename Value>
-void bind(sqlite3_stmt* prepared, int place, const std::optional<Value>& value)
+void bind_value(sqlite3_stmt* prepared, int place, const std::optional<Value>& value)
 {
-    value ? bind(prepared, place, *value) : static_cast<void>(sqlite3_bind_null(prepared, place));
+    value ? bind_value(prepared, place, *value) : static_cast<void>(sqlite3_bind_null(prepared, place));
 }
 
 std::string head_of(const std::string& path, size_t bytes)
@@ -157,8 +157,8 @@ int64_t sqlite_store::file_id(const std::string& host, const std::string& path)
     const std::string head = head_of(path, head_bytes);
     const statement by_name =
         prepare("select id, head_bytes, head_hash from trace_files where host = ? and file = ?");
-    bind(by_name.get(), 1, host);
-    bind(by_name.get(), 2, name);
+    bind_value(by_name.get(), 1, host);
+    bind_value(by_name.get(), 2, name);
     if (step(by_name.get())) {
         const auto known_bytes = static_cast<size_t>(sqlite3_column_int64(by_name.get(), 1));
         if (hash_of(head_of(path, known_bytes)) != sqlite3_column_int64(by_name.get(), 2)) {
@@ -168,23 +168,23 @@ int64_t sqlite_store::file_id(const std::string& host, const std::string& path)
     }
     const statement by_head = prepare(
         "select id from trace_files where host = ? and head_bytes = ? and head_hash = ? and head_bytes > 0");
-    bind(by_head.get(), 1, host);
-    bind(by_head.get(), 2, head.size());
-    bind(by_head.get(), 3, hash_of(head));
+    bind_value(by_head.get(), 1, host);
+    bind_value(by_head.get(), 2, head.size());
+    bind_value(by_head.get(), 3, hash_of(head));
     if (step(by_head.get())) {
         const int64_t id = sqlite3_column_int64(by_head.get(), 0);
         const statement rename = prepare("update trace_files set file = ? where id = ?");
-        bind(rename.get(), 1, name);
-        bind(rename.get(), 2, id);
+        bind_value(rename.get(), 1, name);
+        bind_value(rename.get(), 2, id);
         step(rename.get());
         return id;
     }
     const statement add =
         prepare("insert into trace_files (host, file, head_bytes, head_hash) values (?, ?, ?, ?)");
-    bind(add.get(), 1, host);
-    bind(add.get(), 2, name);
-    bind(add.get(), 3, head.size());
-    bind(add.get(), 4, hash_of(head));
+    bind_value(add.get(), 1, host);
+    bind_value(add.get(), 2, name);
+    bind_value(add.get(), 3, head.size());
+    bind_value(add.get(), 4, hash_of(head));
     step(add.get());
     return sqlite3_last_insert_rowid(database_.get());
 }
@@ -195,7 +195,7 @@ bool sqlite_store::insert(const insertion& into, int64_t file, const trace_row& 
     auto place = into.places.begin();
     const auto bind_next = [&](const char* /*name*/, const auto& value) {
         if (const int at = *place++; at != 0) {
-            bind(prepared, at, value);
+            bind_value(prepared, at, value);
         }
     };
     bind_next("file_id", file);
