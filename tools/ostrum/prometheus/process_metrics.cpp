@@ -12,8 +12,8 @@ using enum metric_kind;
 // one memory is unknown too.
 bool is_known(size_t word, const metric_values& metrics)
 {
-    return word < metric_word("rss_bytes") ||
-           metrics[word < metric_word("is_dm") ? metric_word("threads") : metric_word("is_dm")] != 0;
+    const size_t telling = word < metric_word("is_dm") ? metric_word("threads") : metric_word("is_dm");
+    return word < metric_word("rss_bytes") || metrics[telling] != 0;
 }
 
 constexpr metric_family cpu_time{"ostrum_process_cpu_seconds", counter, "seconds",
