@@ -33,6 +33,7 @@ template <typename Value, size_t count>
 std::vector<std::string> names_in(const std::array<named_value<Value>, count>& values)
 {
     std::vector<std::string> names;
+    names.reserve(count);
     for (const named_value<Value>& each : values) {
         names.emplace_back(each.name);
     }
