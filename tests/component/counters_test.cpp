@@ -1,5 +1,6 @@
 #include "component/data_file_fixture.h"
 
+#include <thread>
 #include <vector>
 
 namespace {
@@ -91,6 +92,25 @@ TEST_F(counters_test, TotalsAreAddedCopiedAndClearedWhileKeysStay)
     rt_counters_reset(handle_);
     rt_errors_reset(handle_);
     EXPECT_EQ(entry->calls + image().counters[1].calls + error->errcnt, 0U);
+}
+
+TEST_F(counters_test, ThreadsThatFillTheTableTogetherStopAtItsEnd)
+{
+    for (int round = 0; round < 4; ++round) { // several wait for the last place in most rounds, not in all
+        open(host_flags | DATA_FILE_RESET);
+        std::vector<std::thread> threads;
+        for (int32_t thread = 1; thread <= 8; ++thread) {
+            threads.emplace_back([this, thread] {
+                for (int32_t i = 0; i < 1'000; ++i) {
+                    add_counter(thread * 1'000 + i);
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(image().counter_count, std::size(image().counters));
+    }
 }
 
 TEST_F(counters_test, ErrorsAreKeptApartByEveryField)

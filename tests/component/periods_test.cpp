@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 
 #include "ostrum.h"
+#include "perf_log/buckets/bucket_file.h"
 #include "perf_log/flush/idle_select.h"
 #include "perf_log/flush/inside_opcode_flush.h"
 #include "perf_log/flush/timed_flush.h"
@@ -152,6 +153,26 @@ TEST_F(InsideFlush, SplitsRunningCallsAndCountsThemWhereTheyEnd)
     EXPECT_EQ(find_node(node(3)->sub_opcode_tree, 7)->main.total_tv, 5 * ms);
     run({.opcode = 3}, ms);
     EXPECT_EQ(node(3)->main.total_calls, 2) << "the next call starts without flushed parts";
+}
+
+TEST_F(InsideFlush, ACallThatIsSplitTwiceIsCountedWhole)
+{
+    set_variable("time_on", "3");
+    read_opcode_buckets(dir_.write("buckets", "3 0.03 1\n").c_str());
+    start({.opcode = 3});
+    for (const int64_t part_tv : {10 * ms, 20 * ms}) {
+        fake_os::advance_clock(part_tv);
+        inside_opcode_flush(&context(), ostrum_now_tv());
+    }
+    fake_os::advance_clock(5 * ms);
+    end({.opcode = 3});
+    EXPECT_EQ(data_file_->image->counters[0].total_t, 35 * ms);
+    EXPECT_EQ(node(3)->main.total_tv, 5 * ms) << "the trace has the parts one by one";
+    const total_record* longest = node(3)->main.next->next;
+    ASSERT_NE(longest, nullptr);
+    EXPECT_EQ(longest->bs_tv, 30 * ms);
+    EXPECT_EQ(longest->total_calls, 1) << "the bucket is that of the whole call";
+    read_opcode_buckets(dir_.write("buckets", "").c_str());
 }
 
 TEST_F(InsideFlush, RefusesWithoutMemoryAndKeepsTheTree)

@@ -36,6 +36,8 @@ TEST_F(TraceFile, RecordsAreWrittenToTheLetter)
     start({.opcode = 3, .name = "op_three", .flags = 2});
     run({.opcode = 0, .name = "fn", .file = "sql.c", .line = 77}, 50 * ms);
     end({.opcode = 3, .records = 5});
+    node(3)->main.user_cpu_tv = 3 * ms;
+    node(3)->main.sys_cpu_tv = 4 * ms;
     fake_os::advance_clock(200 * second);
     flush();
     ASSERT_EQ(read_opcode_buckets(dir_.write("none", "").c_str()), 0);
@@ -52,7 +54,7 @@ TEST_F(TraceFile, RecordsAreWrittenToTheLetter)
               "F,0,0,0,0,0,0,0.010000000,0,0,0,0,0\n"
               "S,2,0,3,2,op_three,0,host.c,10,PID,TID,tester,2,/thing,1\n"
               "F,0.050000000,5,1,0.050000000,0.050000000,0.010000000,0.100000000,0,0,0,0,0\n"
-              "F,0.050000000,5,1,0.050000000,0.050000000,0,0,0,0,0,0,0\n"
+              "F,0.050000000,5,1,0.050000000,0.050000000,0,0,0,0,0,0.003000000,0.004000000\n"
               "F,1763212700.000000000,0,1,0,0,0,0,0,0,0,0,0\n");
     EXPECT_EQ(context().trace.last_flush_s, begin_s + 200);
     EXPECT_EQ(context().trace.next_flush_tv, (begin_s + 800) * second);
