@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <fmt/format.h>
@@ -18,16 +17,6 @@ struct named_value {
     const char* name;
     Value value;
 };
-
-// Null when no value has that name.
-template <typename Value, size_t count>
-const named_value<Value>* find_named(const std::array<named_value<Value>, count>& values,
-                                     std::string_view name)
-{
-    const auto found = std::find_if(values.begin(), values.end(),
-                                    [&](const named_value<Value>& each) { return name == each.name; });
-    return found != values.end() ? &*found : nullptr;
-}
 
 template <typename Value, size_t count>
 std::vector<std::string> names_in(const std::array<named_value<Value>, count>& values)
@@ -52,8 +41,9 @@ template <typename Value, size_t count>
 Value value_named(const std::array<named_value<Value>, count>& values, const std::string& name,
                   const char* complaint)
 {
-    const named_value<Value>* const found = find_named(values, name);
-    if (found == nullptr) {
+    const auto found = std::find_if(values.begin(), values.end(),
+                                    [&](const named_value<Value>& each) { return name == each.name; });
+    if (found == values.end()) {
         throw usage_error(complaint + name + ": " + names_of_all(values));
     }
     return found->value;

@@ -74,7 +74,7 @@ tree_options tree_options_of(const record_choice& chosen)
 {
     tree_options options;
     options.brief = chosen.brief;
-    options.by = find_named(groupings, chosen.by)->value;
+    options.by = value_named(groupings, chosen.by, "cannot group by ");
     options.period_tv = duration_value("--period", chosen.period);
     if (options.period_tv < ns_per_second) {
         throw usage_error("--period " + chosen.period + ": a second or more is needed");

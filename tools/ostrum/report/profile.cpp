@@ -133,6 +133,41 @@ detail_texts details_of(const path_key& key)
             printable(key.obj_type), "db " + db_text(key.db_num)};
 }
 
+// A name for each child of one node: name and number, and where several share these, also the parts in
+// which they differ.
+std::vector<std::string> labels_of(const call_tree& tree, const std::vector<node_index>& siblings)
+{
+    struct namesakes {
+        detail_texts first;
+        std::array<bool, 5> differs;
+    };
+    std::map<std::pair<std::string_view, int32_t>, namesakes> groups;
+    for (const node_index each : siblings) {
+        const path_key& key = tree.at(each).key;
+        const detail_texts details = details_of(key);
+        namesakes& group = groups.try_emplace({key.opname, key.opcode}, namesakes{details, {}}).first->second;
+        for (size_t at = 0; at < details.size(); ++at) {
+            group.differs[at] = group.differs[at] || details[at] != group.first[at];
+        }
+    }
+    std::vector<std::string> labels;
+    labels.reserve(siblings.size());
+    for (const node_index each : siblings) {
+        const path_key& key = tree.at(each).key;
+        const namesakes& group = groups.at({key.opname, key.opcode});
+        const detail_texts own = details_of(key);
+        std::string details;
+        for (size_t at = 0; at < own.size(); ++at) {
+            if (group.differs[at] && !own[at].empty()) {
+                details += (details.empty() ? "" : ", ") + own[at];
+            }
+        }
+        labels.push_back(operation_text(key.opname, key.opcode) +
+                         (details.empty() ? "" : " [" + details + "]"));
+    }
+    return labels;
+}
+
 } // namespace
 
 call_profile profile_of(const call_tree& tree)
@@ -212,36 +247,6 @@ std::vector<node_index> sorted_children(const call_profile& profile, node_index 
     return sorted;
 }
 
-sibling_labels::sibling_labels(const call_tree& tree, const std::vector<node_index>& siblings)
-{
-    struct namesakes {
-        detail_texts first;
-        std::array<bool, 5> differs;
-    };
-    std::map<std::pair<std::string_view, int32_t>, namesakes> groups;
-    for (const node_index each : siblings) {
-        const path_key& key = tree.at(each).key;
-        const detail_texts details = details_of(key);
-        namesakes& group = groups.try_emplace({key.opname, key.opcode}, namesakes{details, {}}).first->second;
-        for (size_t at = 0; at < details.size(); ++at) {
-            group.differs[at] = group.differs[at] || details[at] != group.first[at];
-        }
-    }
-    for (const node_index each : siblings) {
-        const path_key& key = tree.at(each).key;
-        const namesakes& group = groups.at({key.opname, key.opcode});
-        const detail_texts own = details_of(key);
-        std::string details;
-        for (size_t at = 0; at < own.size(); ++at) {
-            if (group.differs[at] && !own[at].empty()) {
-                details += (details.empty() ? "" : ", ") + own[at];
-            }
-        }
-        labels_.push_back(operation_text(key.opname, key.opcode) +
-                          (details.empty() ? "" : " [" + details + "]"));
-    }
-}
-
 std::vector<labelled_node> shown_from_last(const call_tree& tree, std::vector<node_index> siblings,
                                            const std::vector<bool>& visible, size_t top)
 {
@@ -249,10 +254,10 @@ std::vector<labelled_node> shown_from_last(const call_tree& tree, std::vector<no
     if (top > 0 && siblings.size() > top) {
         siblings.resize(top);
     }
-    const sibling_labels labels(tree, siblings);
+    std::vector<std::string> labels = labels_of(tree, siblings);
     std::vector<labelled_node> shown;
     for (size_t at = siblings.size(); at-- > 0;) {
-        shown.push_back({siblings[at], labels.of(at)});
+        shown.push_back({siblings[at], std::move(labels[at])});
     }
     return shown;
 }

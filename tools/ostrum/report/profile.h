@@ -50,17 +50,6 @@ inline constexpr std::array<named_value<sort_key>, 9> sort_keys{{{"total", path_
 // Siblings in the order of the key, largest first (names ascending); equal ones by their path.
 std::vector<node_index> sorted_children(const call_profile& profile, node_index parent, sort_key key);
 
-// A name for each child of one node: name and number, and where several share these, also the parts in
-// which they differ.
-class sibling_labels {
-public:
-    sibling_labels(const call_tree& tree, const std::vector<node_index>& siblings);
-    [[nodiscard]] const std::string& of(size_t sibling) const { return labels_[sibling]; }
-
-private:
-    std::vector<std::string> labels_;
-};
-
 struct labelled_node {
     node_index node;
     std::string label;

@@ -56,7 +56,7 @@ std::vector<Element> with_first(Element first, std::vector<Element> rest)
 top_view view_of(const top_choice& chosen)
 {
     top_view view;
-    view.pane = find_named(pane_names, chosen.pane)->value;
+    view.pane = value_named(pane_names, chosen.pane, "no pane ");
     view.interval_tv = std::max<int64_t>(duration_value("-d", chosen.interval), 1'000'000);
     auto& shown = view.shown();
     if (const auto problem = pattern_problem(chosen.pattern)) {
