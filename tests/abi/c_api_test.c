@@ -2,9 +2,11 @@
  * could pass it, null included, and the host goes on. */
 #define _DEFAULT_SOURCE
 #include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "ostrum.h"
@@ -123,10 +125,6 @@ static void data_file(void)
     EXPECT(file != NULL);
     EXPECT(ostrum_data_file_get_pid(file) == (int32_t)getpid());
     EXPECT(file && strcmp(ostrum_data_file_get_version(file), "ostrum-64bit\n") == 0);
-    close(open("finished", O_CREAT | O_WRONLY, 0600));
-    unlink("collected");
-    EXPECT(ostrum_rename_trace_file(file, "finished", "collected") == 0 && access("collected", F_OK) == 0);
-    EXPECT(ostrum_rename_alarm_file(file, "collected", "finished") == 0 && access("finished", F_OK) == 0);
     ostrum_data_file_close(file);
 }
 
@@ -319,6 +317,31 @@ static void records(void)
     close(fd);
 }
 
+static void renaming(rt_info* file)
+{
+    int32_t (*const calls[])(rt_info*, const char*, const char*) = {ostrum_rename_trace_file,
+                                                                    ostrum_rename_alarm_file};
+    size_t i;
+    for (i = 0; i < 2; ++i) {
+        close(open("finished", O_CREAT | O_WRONLY, 0600));
+        unlink("collected");
+        EXPECT(calls[i](file, "finished", "collected") == 0 && access("collected", F_OK) == 0);
+        EXPECT(calls[i](file, "finished", "collected") == 0); /* no longer there */
+        EXPECT(calls[i](file, NULL, NULL) == 0);
+    }
+}
+
+static void fatal_signal(void)
+{
+    int status = 0;
+    const pid_t child = fork();
+    if (child == 0) {
+        ostrum_fatal_sig_handler(SIGUSR1);
+        _exit(0);
+    }
+    EXPECT(waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 1);
+}
+
 /* Runs in a directory of its own, where the data file and the trace files go. */
 int main(void)
 {
@@ -332,6 +355,9 @@ int main(void)
     hooks();
     data_file();
     records();
+    renaming(NULL);
+    renaming(ostrum_data_file_get());
+    fatal_signal();
     printf("%d failures\n", failures);
     return failures == 0 ? 0 : 1;
 }
