@@ -1,4 +1,4 @@
-# ostrum_unit(NAME [DEPENDS unit...]): one folder of source/ as a static library of its own, compiled
+# ostrum_unit(NAME FOLDER folder [DEPENDS unit...]): one folder of source/ as a static library of its own, compiled
 # once and linked whole into libostrum.so and, as far as it is needed, into the internal tests.
 # Functions of os_calls.h stay undefined in a unit: the final program chooses the real ones or the
 # test's.

@@ -93,7 +93,7 @@ int32_t environment_number(const char* key)
 int32_t file_exists(const char* path)
 {
     struct stat status {};
-    if (os::status_of_path(path != nullptr ? path : "", status) != 0) {
+    if (os::status_of_path(text_or_empty(path), status) != 0) {
         return 0;
     }
     return S_ISDIR(status.st_mode) ? -1 : 1;
@@ -101,7 +101,7 @@ int32_t file_exists(const char* path)
 
 char* __perfconf_str(const char* key)
 {
-    const char* name = key != nullptr ? key : "";
+    const char* name = text_or_empty(key);
     if (qel_conf != nullptr && system_file_present()) {
         if (const host_ptr<char> value = ask_host<char>(name, QEL_TYPE_STR)) {
             return os::duplicate(value.get());
@@ -114,7 +114,7 @@ char* __perfconf_str(const char* key)
 
 int32_t __perfconf_int(const char* key)
 {
-    const char* name = key != nullptr ? key : "";
+    const char* name = text_or_empty(key);
     if (qel_conf != nullptr && (system_file_present() || home_file_present())) {
         if (const host_ptr<int32_t> value = ask_host<int32_t>(name, QEL_TYPE_INT)) {
             return *value;

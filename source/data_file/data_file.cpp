@@ -12,6 +12,7 @@
 #include "data_file/stuck_locks.h"
 #include "util/diagnostics.h"
 #include "util/resources.h"
+#include "util/text.h"
 
 namespace ostrum {
 
@@ -65,7 +66,7 @@ using namespace ostrum;
 rt_info* __perf_data_file_open(const char* path, uint32_t flags)
 {
     heap_ptr<rt_info> handle = heap_zeroed<rt_info>();
-    heap_ptr<char> own_path = heap_text(path != nullptr ? path : "");
+    heap_ptr<char> own_path = heap_text(text_or_empty(path));
     if (!handle || !own_path) {
         return nullptr;
     }
@@ -111,7 +112,7 @@ void __perf_data_file_close(rt_info* handle, int32_t unlink)
 
 int64_t perf_file_size(const char* path)
 {
-    const char* name = path != nullptr ? path : "";
+    const char* name = text_or_empty(path);
     struct stat status {};
     if (os::status_of_path(name, status) != 0) {
         err_print("Failed stat on '%s' - %d (%s)\n", name, errno, strerror(errno));

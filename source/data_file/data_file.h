@@ -38,6 +38,6 @@ rt_info* __ostrum_get_data_file_handle(void);
 }
 
 namespace ostrum {
-void set_data_file_handle(rt_info* handle); // start-up only; g_rt_info is never closed
+void set_data_file_handle(rt_info* handle); // start-up only; the handle is never closed
 }
 #endif

@@ -14,6 +14,7 @@ inline constexpr size_t variable_value_bytes = 1024;
 inline constexpr uint64_t max_counters = 4096;
 inline constexpr uint64_t max_variables = 512;
 inline constexpr uint64_t max_errors = 8192;
+inline constexpr size_t header_lock_count = 5;
 
 struct lock_slot {
     int64_t fd;            // advisory method: descriptor in the process that initialised the slot
@@ -113,7 +114,7 @@ static_assert(sizeof(process_metrics_area) == 208);
 
 struct data_file_image {
     char signature[32];
-    lock_slot locks[5]; // indexed by data_file_lock_type
+    lock_slot locks[header_lock_count]; // indexed by data_file_lock_type
     uint64_t pid;
     uint64_t reserved;
     counter_entry counters[max_counters];

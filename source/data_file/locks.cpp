@@ -20,6 +20,8 @@ constexpr int64_t slice_tv = 20 * tv_per_ms;
 constexpr int64_t locked_bytes = 64;
 constexpr std::array header_lock_names{"trace_file_mutex", "alarm_file_mutex", "rt_structs_mutex",
                                        "lip_list_mutex", "process_metrics_mutex"};
+static_assert(header_lock_names.size() == header_lock_count &&
+              DATA_FILE_LOCK_METRICS + 1 == header_lock_count);
 
 bool advisory_method()
 {

@@ -1,4 +1,4 @@
-// The exported entries of ostrum_data.h.
+// The exported entries of ostrum_data.h that open, close and describe a data file.
 #include "ostrum_data.h"
 
 #include "data_file/data_file.h"

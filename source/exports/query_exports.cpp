@@ -1,4 +1,4 @@
-// The exported entries of ostrum_data.h that give snapshots and read records.
+// The exported entries of ostrum_data.h that take and reset snapshots, read their records, and set variables.
 #include "data_file/counters.h"
 #include "data_file/errors.h"
 #include "data_file/snapshot.h"

@@ -41,7 +41,7 @@ void add_head(append_buffer& out, const log_context& context, const flist_entry&
 void add_error(append_buffer& out, const flist_entry& entry)
 {
     char text[error_text_bytes];
-    qel_errbuf_t ebuf = *entry.ebuf; // the host's call takes it as its own
+    qel_errbuf_t ebuf = copy_for_host(*entry.ebuf);
     get_ebuf_str(&ebuf, text);
     out.add_formatted(" ERROR_STATUS[%d][", static_cast<int>(entry.ebuf->errnum));
     out.add_text(text);

@@ -47,3 +47,15 @@ void errbuf_sprint(qel_errbuf_t* eb, char** text, int32_t* len, int32_t flags, i
         ostrum::call_host(&ostrum::host_bindings::errbuf_sprint, eb, text, len, flags, status);
     }
 }
+
+qel_errbuf_t ostrum::copy_for_host(const qel_errbuf_t& eb)
+{
+    if (host_service(&host_bindings::errbuf_sprint) != nullptr) {
+        return eb;
+    }
+    qel_errbuf_t copy{};
+    copy.location = eb.location;
+    copy.err_class = eb.err_class;
+    copy.errnum = eb.errnum;
+    return copy;
+}

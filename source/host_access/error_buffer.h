@@ -14,5 +14,9 @@ void errbuf_sprint(qel_errbuf_t* eb, char** text, int32_t* len, int32_t flags, i
 
 namespace ostrum {
 inline constexpr int32_t error_text_bytes = 1024;
-}
+
+// For a host call, which takes it as its own. A host without that call may have passed the three words only
+// that the library itself reads: location, class and number.
+qel_errbuf_t copy_for_host(const qel_errbuf_t& eb);
+} // namespace ostrum
 #endif

@@ -131,7 +131,7 @@ int32_t normalize_oplist(char* out, int32_t out_size, const char* list)
     if (!numbers) {
         return no_memory;
     }
-    const char* items = list != nullptr ? list : "";
+    const char* items = text_or_empty(list);
     if (items[strspn(items, " \t")] == '\0') {
         return normalized; // no item at all: no opcode is chosen
     }
@@ -152,7 +152,7 @@ int32_t normalize_oplist(char* out, int32_t out_size, const char* list)
 trace_opcode_list ostrum::build_opcode_trace_list(const char* text)
 {
     trace_opcode_list list;
-    const char* element = text != nullptr ? text : "";
+    const char* element = text_or_empty(text);
     while (element[0] != '\0') {
         const char* end = strchrnul(element, ',');
         const std::optional<int32_t> opcode = whole_number(element, end);

@@ -23,7 +23,7 @@ constexpr startup_step startup_steps[] = {
     {"ostrum_log_max_single_file_size", store_single_file_limit},
     {"ostrum_status_check_frequency", store_status_check_frequency},
     {"ostrum_auto_flush", store_auto_flush},
-    {nullptr, hand_over_timed_flush},
+    {nullptr, hand_over_timed_flush}, // no effect in this build: nothing calls it back
     {"ostrum_error_counter_level", store_error_counter_level},
     {"ostrum_alarm", refuse_alarms},
     {"ostrum_alarm_config_file", refuse_alarm_config_file},

@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -331,6 +332,20 @@ static void renaming(rt_info* file)
     }
 }
 
+/* A host must have its first three words only, also where field lists and errors are traced. */
+static void short_error_buffer(void)
+{
+    const int32_t error[3] = {1, 2, 37};
+    const size_t page = (size_t)sysconf(_SC_PAGESIZE);
+    char* pages = mmap(NULL, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    char* ebuf = pages + page - sizeof(error);
+    EXPECT(pages != MAP_FAILED && mprotect(pages + page, page, PROT_NONE) == 0);
+    memcpy(ebuf, error, sizeof(error));
+    EXPECT(ostrum_log_start_op(7, "op", 0, NULL, "c.c", 1, "", 0, 0, ebuf) > 0);
+    EXPECT(ostrum_log_end_op(7, "op", 0, NULL, NULL, 0, "c.c", 1, "", 0, 0, ebuf) > 0);
+    munmap(pages, 2 * page);
+}
+
 static void fatal_signal(void)
 {
     int status = 0;
@@ -345,13 +360,15 @@ static void fatal_signal(void)
 /* Runs in a directory of its own, where the data file and the trace files go. */
 int main(void)
 {
-    if (setenv("OSTRUM_VAR_TIME", "3", 1) != 0) {
+    if (setenv("OSTRUM_VAR_TIME", "3", 1) != 0 || setenv("OSTRUM_VAR_FLIST", "2", 1) != 0 ||
+        setenv("OSTRUM_VAR_TRACE_OPCODES", "7", 1) != 0) {
         return 2;
     }
     helpers();
     EXPECT(ostrum_init() == 0);
     EXPECT(ostrum_init_quiet() == 0);
     without_a_file();
+    short_error_buffer();
     hooks();
     data_file();
     records();

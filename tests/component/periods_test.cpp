@@ -126,7 +126,7 @@ TEST_F(TimedFlush, ClosesThePeriodOfIdleContexts)
     timeout_handler_func("test");
     EXPECT_EQ(contexts_[0]->trace.file, nullptr);
     EXPECT_STREQ(contexts_[0]->trace.period.start_text, "20251115_133000");
-    EXPECT_EQ(contexts_[0]->lines_since_flush, 0);
+    EXPECT_EQ(contexts_[0]->starts_since_file_close, 0);
     EXPECT_NE(contexts_[1]->trace.file, nullptr) << "inside an operation the new file is opened at once";
     EXPECT_EQ(count_of(trace_text(), "VRT_OP_ELAPSED"), 99);
 }

@@ -155,7 +155,7 @@ TEST_F(WriteLog, MaximumOfLinesFlushesAndReopens)
     run({.opcode = 3}, ms); // the tenth start writes the nine before it
     EXPECT_THAT(trace_text(), HasSubstr("F,0.009000000,9,9,"));
     EXPECT_EQ(node(3)->main.total_calls, 1);
-    EXPECT_EQ(context().lines_since_flush, 0);
+    EXPECT_EQ(context().starts_since_file_close, 0);
     EXPECT_NE(context().trace.file, nullptr);
 }
 

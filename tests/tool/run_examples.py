@@ -24,7 +24,8 @@ STATUSES = {"doctor": (0, 4), "diff": (0, 4)}  # what they find is for them to s
 ADAPTED = [
     (r"^(ostrum serve)(?!.*--listen)", r"\1 --listen 127.0.0.1:0"),
     (r"--listen \S+", "--listen 127.0.0.1:0"),
-    (r"^(ostrum serve.*)", r"\1 2>said & until grep -q ^serving said || ! kill -0 $!; do sleep 0.05; done; "
+    (r"^(ostrum serve.*)", r"rm -f said; \1 2>said & "
+                           r"until grep -q ^serving said || ! kill -0 $!; do sleep 0.05; done; "
                            r"kill $!; wait $!; status=$?; cat said; exit $status"),
     (r"^(ostrum top -b.*) -n \d+ -d \S+", r"\1 -n 2 -d 200ms"),
     (r"^(ostrum top (?!-b).*)", r"(sleep 1; echo q) | script -qec '\1' -"),

@@ -6,6 +6,7 @@
 #include "host_access/opcode_names.h"
 #include "perf_log/buckets/config_lines.h"
 #include "util/diagnostics.h"
+#include "util/text.h"
 #include "util/time_value.h"
 
 namespace ostrum {
@@ -107,7 +108,7 @@ int32_t read_opcode_buckets(const char* path)
 {
     clear_opcode_table(g_perf_buckets);
     g_perf_nbuckets = 0;
-    loading load{.path = path != nullptr ? path : "", .lines = {}};
+    loading load{.path = text_or_empty(path), .lines = {}};
     if (!load.lines.open(load.path)) {
         err_print("read_opcode_buckets : ERROR - Failed opening opcode bucket file '%s' - %d (%s)\n",
                   load.path, errno, strerror(errno));

@@ -1,6 +1,6 @@
 #ifndef OSTRUM_PERF_LOG_BUCKETS_OPCODE_TABLE_H
 #define OSTRUM_PERF_LOG_BUCKETS_OPCODE_TABLE_H
-// What every per-opcode configuration table shares: up to 1000 entries sorted by opcode and, behind
+// What every per-opcode configuration table shares: up to 999 entries sorted by opcode and, behind
 // them, the default entry "*"; the search; and the fields of a configuration line. An entry type has a
 // member `uint32_t opcode` and is a plain record.
 #include <algorithm>

@@ -133,9 +133,9 @@ struct log_context {
     unique_fd alarm_file;        // kept open from one record to the next
 
     flist_log flist_trace;
-    bool skip_flist_trace; // the outermost operation in progress is not in that list
+    bool skip_flist_trace; // no field lists of the outermost operation in progress are traced
 
-    int32_t lines_since_flush;         // outermost starts
+    int32_t starts_since_file_close;   // outermost starts since the trace file was last closed
     std::atomic<bool> flush_requested; // set by the timed flush, also without the lock
 };
 

@@ -51,7 +51,7 @@ void enter_period(log_context& context, const aggregation_period& period)
         debug_print("timeout_handler_func : new aggr. period[%s - %s]\n", period.start_text, period.end_text);
     }
     close_trace_file(context.trace);
-    context.lines_since_flush = 0;
+    context.starts_since_file_close = 0;
     adopt_period(context.trace, period);
     if (context.depth >= 0) {
         open_log_file(&context.trace);

@@ -211,10 +211,10 @@ void end_open_frame(log_context& context, const op_event& event)
 void start_in_full(log_context& context, op_event event)
 {
     const bool aggregate = is_aggregated(context);
-    const cpu_times cpu = cpu_at_level(context.depth);
     if (!aggregate && !context.single_tree_active && context.flist_mode <= 0) {
         return;
     }
+    const cpu_times cpu = cpu_at_level(context.depth);
     call_frame& frame = context.frames[context.depth];
     begin_frame(context, event, cpu);
     if (aggregate) {

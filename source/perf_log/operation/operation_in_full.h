@@ -1,7 +1,8 @@
 #ifndef OSTRUM_PERF_LOG_OPERATION_OPERATION_IN_FULL_H
 #define OSTRUM_PERF_LOG_OPERATION_OPERATION_IN_FULL_H
-// The way of a call that is not plain: traced, of a path that is not known, with CPU times or shown. Each
-// takes a copy of the event. The caller holds the context's lock.
+// The way of a call that is not plain: traced, of a path that is not known, with CPU times or shown. Both
+// halves take a copy of the event. Also what plain ends seldom need, out of their way. The caller holds the
+// context's lock.
 #include "perf_log/context/log_context.h"
 #include "perf_log/operation/op_event.h"
 #include "process_metrics/cpu_usage.h"

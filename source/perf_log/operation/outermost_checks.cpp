@@ -77,7 +77,7 @@ void flush_and_close(log_context& context, bool max_exceeded, bool new_period)
     }
     flush_aggregation_tree(&context);
     close_trace_file(context.trace);
-    context.lines_since_flush = 0;
+    context.starts_since_file_close = 0;
     // Of a group of transactions the one around it is open, and its node gone with the tree.
     for (int32_t level = 0; level < context.depth; ++level) {
         context.frames[level].node = nullptr;
@@ -108,9 +108,9 @@ void check_at_outermost_start(log_context& context, int32_t opcode, int64_t now_
 {
     aggregation_period period;
     const bool new_period = status_check(context, now_tv, period);
-    context.lines_since_flush += context.lines_since_flush < INT32_MAX ? 1 : 0;
+    context.starts_since_file_close += context.starts_since_file_close < INT32_MAX ? 1 : 0;
     const int32_t max_lines = configured().max_log_size;
-    const bool max_exceeded = max_lines != 0 && context.lines_since_flush >= max_lines;
+    const bool max_exceeded = max_lines != 0 && context.starts_since_file_close >= max_lines;
     const bool to_file = logs_to_file(context.time_mode);
 
     const bool must_flush = !to_file || max_exceeded || new_period;

@@ -1,6 +1,6 @@
 #ifndef OSTRUM_PERF_LOG_OUTPUT_TRACE_FILE_H
 #define OSTRUM_PERF_LOG_OUTPUT_TRACE_FILE_H
-// Trace data files: their names, opening them, and writing a context's tree to its file.
+// Trace data files: opening them, and writing a context's tree to its file.
 #include <cstdint>
 
 #include "perf_log/context/log_context.h"

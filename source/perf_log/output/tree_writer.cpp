@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <unistd.h>
 
 #include "host_abi/host_opcodes.h"
 #include "host_access/opcode_names.h"
@@ -154,6 +155,40 @@ bool print_records(const bt_tree& tree, print_context& context, decltype(print_r
     return true;
 }
 
+void report_failed_write()
+{
+    err_print("__flush_aggregation_tree_to_file : failed writing to file\n");
+}
+
+struct dump_target {
+    unique_fd file; // none for standard output
+    int fd = -1;    // -1: it could not be opened, which has been reported
+};
+
+// "-" is standard output; what the host has printed there stays in front.
+dump_target open_dump_target(const char* path)
+{
+    const bool debug = debug_on(debug_general);
+    dump_target target;
+    if (strcmp(path, "-") == 0) {
+        os::flush_stream(stdout);
+        if (debug) {
+            debug_print("perf_flush_aggregation_tree : flushing to stdout\n");
+        }
+        target.fd = STDOUT_FILENO;
+        return target;
+    }
+    target.file = open_for_appending(path);
+    target.fd = target.file.get();
+    if (!target.file) {
+        err_print("perf_flush_aggregation_tree : failed opening[%s] error[%d](%s)\n", path, errno,
+                  strerror(errno));
+    } else if (debug) {
+        debug_print("perf_flush_aggregation_tree : flushing to file[%s]\n", path);
+    }
+    return target;
+}
+
 } // namespace
 
 int32_t print_aggregation_record(const void* record, void* context, int32_t /*depth*/)
@@ -182,7 +217,7 @@ int32_t __flush_aggregation_tree_to_file(print_context* context, bt_tree* top_tr
         written = context->out->finish() && written;
     }
     if (!written) {
-        err_print("__flush_aggregation_tree_to_file : failed writing to file\n");
+        report_failed_write();
         return -1;
     }
     return context->record_count;
@@ -196,29 +231,14 @@ int32_t perf_flush_aggregation_tree(const char* path, bt_tree* tree, int32_t pid
         return -1;
     }
     if (tree == nullptr) {
-        err_print("__flush_aggregation_tree_to_file : failed writing to file\n");
+        report_failed_write(); // prefix kept: it is not this function's name
         return -1;
     }
-    const bool to_stdout = strcmp(path, "-") == 0;
-    unique_fd file;
-    if (to_stdout) {
-        os::flush_stream(stdout); // what the host has printed stays in front
-    } else {
-        file = open_for_appending(path);
-        if (!file) {
-            err_print("perf_flush_aggregation_tree : failed opening[%s] error[%d](%s)\n", path, errno,
-                      strerror(errno));
-            return -1;
-        }
+    const dump_target target = open_dump_target(path);
+    if (target.fd < 0) {
+        return -1;
     }
-    if (debug_on(debug_general)) {
-        if (to_stdout) {
-            debug_print("perf_flush_aggregation_tree : flushing to stdout\n");
-        } else {
-            debug_print("perf_flush_aggregation_tree : flushing to file[%s]\n", path);
-        }
-    }
-    append_buffer out(to_stdout ? 1 : file.get());
+    append_buffer out(target.fd);
     const owner_fields owner(static_cast<uint32_t>(pid != 0 ? pid : process_id()),
                              tid != 0 ? tid : thread_id());
     print_context context{&out, owner, {}, start, end, 0};
