@@ -361,7 +361,7 @@ static void fatal_signal(void)
 int main(void)
 {
     if (setenv("OSTRUM_VAR_TIME", "3", 1) != 0 || setenv("OSTRUM_VAR_FLIST", "2", 1) != 0 ||
-        setenv("OSTRUM_VAR_TRACE_OPCODES", "7", 1) != 0) {
+        setenv("OSTRUM_VAR_TRACE_OPCODES", "7", 1) != 0 || setenv("OSTRUM_DATA_FILE_RESET", "1", 1) != 0) {
         return 2;
     }
     helpers();
