@@ -1,5 +1,5 @@
-# What `cmake --install` puts where, in three components: runtime (the shared library), dev (what building a
-# host takes) and tool (the program "ostrum" and what its users need). Nothing installed names the prefix: the whole can
+# What `cmake --install` puts where, in four components: runtime (the shared library), dev (what building a
+# host takes), tool (the program "ostrum" and what its users need) and, only by name, demo (the sample programs). Nothing installed names the prefix: the whole can
 # be moved.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -26,8 +26,9 @@ install(FILES ${generated}/ostrumConfig.cmake ${generated}/ostrumConfigVersion.c
 file(RELATIVE_PATH OSTRUM_PREFIX_FROM_PKGCONFIG /${OSTRUM_PKGCONFIG_DIR} /)
 configure_file(${packaging}/ostrum.pc.in ${generated}/ostrum.pc @ONLY)
 install(FILES ${generated}/ostrum.pc DESTINATION ${OSTRUM_PKGCONFIG_DIR} COMPONENT dev)
+install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(FILES examples/monitor.c DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
-install(FILES docs/formats.md docs/settings.md docs/diagnostics.md docs/performance.md CHANGELOG.md
+install(FILES docs/performance.md
     DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 
 # ---- tool: the program, what other programs need to use its output, and the exporter as a service
@@ -38,7 +39,7 @@ if(OSTRUM_BUILD_TOOL)
     install(EXPORT ostrum-tool DESTINATION ${OSTRUM_CMAKE_DIR} COMPONENT tool
         NAMESPACE ostrum:: FILE ostrum-tool-targets.cmake)
     install(DIRECTORY tools/ostrum/share/ tools/ostrum/schema DESTINATION ${OSTRUM_SHARE_DIR} COMPONENT tool)
-    file(GLOB operators_documents CONFIGURE_DEPENDS docs/tool.md docs/operating.md)
+    file(GLOB operators_documents CONFIGURE_DEPENDS docs/tool.md docs/operating.md docs/formats.md docs/settings.md docs/diagnostics.md)
     install(FILES ${operators_documents} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tool)
 
     install(FILES ${packaging}/systemd/ostrum-exporter@.service DESTINATION lib/systemd/system COMPONENT tool)

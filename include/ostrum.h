@@ -3,8 +3,9 @@
 /* Ostrum: performance tracing of a server's numbered operations.
  *
  * The host calls a start hook and an end hook around each operation (or instrumented function). The
- * library keeps the thread's stack of operations, aggregates timings per call path, writes them to text
- * trace files and keeps live counters in a memory-mapped file (ostrum_data.h).
+ * library keeps the stack of operations of each context (the process's own, or a key's), aggregates timings
+ * per call path, writes them to text trace files and keeps live counters in a memory-mapped file
+ * (ostrum_data.h).
  *
  * It never makes its host fail: every failure becomes one line on standard error, logging switched off,
  * or a record not written. No call here throws, aborts or ends the process, but for the handler of fatal
@@ -69,8 +70,9 @@ OSTRUM_API void perfconf_free(char **text);
 /* ---- Contexts by key ------------------------------------------------------------------------- */
 
 /* The tracing context named by (process id, key), made on first use: for work that moves between
- * threads, or for several independent stacks on one thread. key 0 and up; -1 is the context that threads
- * of that process without one of their own share. Full start-up runs first if nothing has.
+ * threads, or for several independent stacks on one thread. key 0 and up; -1 is the context that all
+ * threads of that process share which use the hooks without a key: at the same time they would spoil each
+ * other's stack, so a host of several threads gives each a key. Full start-up runs first if nothing has.
  * Returns a reference that stays the library's; null for a key below -1 (one diagnostic line), while
  * logging is disabled, when memory is short, inside a hook of the calling thread (a host service or a
  * signal handler that asks), and once the process has begun to exit. */
@@ -86,8 +88,10 @@ OSTRUM_API void ostrum_release_liptr_by_key(int32_t pid, int32_t key);
  * logging is disabled, inside another hook of the same thread, and after exit has begun.
  * Starts and ends must be paired per context; up to 100 levels are recorded, deeper ones are counted.
  *
+ * pid, key    the context, see above; pid is the calling process's
  * opcode      number of the operation; 0 or below: the operation is known by its name
- * opname      its name as the host knows it
+ * opname, name  its name as the host knows it
+ * program     name of the program that the call counts for; of an operation it is found out
  * opflags     the host's flags of the call
  * in_flist, out_flist  field lists of the host, or null; in_flist must live until the end hook
  * end_flags   bit 0x4: served by the transaction cache
@@ -95,7 +99,8 @@ OSTRUM_API void ostrum_release_liptr_by_key(int32_t pid, int32_t key);
  * obj_type, obj_id, db  type, number and database of the object worked on
  * ebuf        the host's error buffer of the call: first three 32-bit words location, class, number;
  *             number 0 = no error. An outermost end without one is reported.
- * error       non-zero: the function failed */
+ * error       non-zero: the function failed; errnum, err_class and location are then its error's number,
+ *             class and location */
 OSTRUM_API int64_t ostrum_log_start_op(uint32_t opcode, const char *opname, uint32_t opflags, void *in_flist,
                                        const char *file, int32_t line, const char *obj_type, int64_t obj_id,
                                        int64_t db, void *ebuf);
@@ -143,9 +148,10 @@ OSTRUM_API int64_t ostrum_get_object_xoid(int32_t opcode, void *flist, int64_t *
 /* ---- Idle wait and periods ------------------------------------------------------------------- */
 
 /* select() for the host's idle wait: at most once a second it also flushes what is due and closes
- * aggregation periods. Arguments and result are select()'s, but it never returns -1 with EINTR: with a
- * timeout it goes on with the time left. Without a timeout, and with automatic flushing on, it wakes up
- * every second inside and returns only when a descriptor is ready or on a real error. */
+ * aggregation periods: of the context that the calling thread uses without a key or, on a thread that has
+ * used none, of all keyed ones of the process. Arguments and result are select()'s, but it never returns -1
+ * with EINTR: with a timeout it goes on with the time left. Without a timeout, and with automatic flushing
+ * on, it wakes up every second inside and returns only when a descriptor is ready or on a real error. */
 OSTRUM_API int ostrum_select(int n, fd_set *read_set, fd_set *write_set, fd_set *except_set,
                              struct timeval *timeout);
 
@@ -165,7 +171,7 @@ OSTRUM_API int32_t perf_flush_aggregation_tree(const char *path, bt_tree *tree, 
 
 /* ---- Finished files ---------------------------------------------------------------------------- */
 
-/* Rename a trace file, or an alarm file, that is to be collected, while no process is writing to a shared one.
+/* Rename a trace file, or an alarm file, that is to be collected, while no process writes to a shared one.
  * file  the data file whose lock they take (ostrum_data_file_get() or an opened one); null: no lock
  * Return 0; also when a name is empty, the source is missing or something has the target's name, which is
  * reported and nothing is renamed; -1 when the renaming itself failed. Any thread. */

@@ -149,7 +149,7 @@ void show_ways_on(const demo_run& run)
     const std::string trace = printable(shell_word(run.file("trace")));
     const std::string data = printable(shell_word(run.file(default_data_file)));
     run.to.out << "Where things are, in " << printable(run.directory) << ":\n"
-               << "  trace/*.plog.txt   the trace files, one per thread or key and period\n"
+               << "  trace/*.plog.txt   the trace files, one per process or key and period\n"
                << "  ostrum_data.dat    counters, errors and variables, shared by the server's processes\n"
                << "  qel.conf           the settings of this run\n"
                << "  server.log         what the server and the library said\n"
