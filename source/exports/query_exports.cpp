@@ -1,4 +1,6 @@
 // The exported entries of ostrum_data.h that take and reset snapshots, read their records, and set variables.
+#include "config/settings.h"
+#include "data_file/aggregate.h"
 #include "data_file/counters.h"
 #include "data_file/errors.h"
 #include "data_file/snapshot.h"
@@ -68,6 +70,21 @@ ostrum_error** ostrum_errors_get(rt_info* file, int32_t reset, int32_t* count)
 {
     return public_list(ostrum::error_list(file, reset, count));
 }
+
+// The masks of the two calls below are handed on as they are.
+static_assert(uint32_t{OSTRUM_BY_OPCODE} == ostrum::keep_opcode &&
+              uint32_t{OSTRUM_BY_OBJ_TYPE} == ostrum::keep_obj_type &&
+              uint32_t{OSTRUM_BY_PROGRAM} == ostrum::keep_program &&
+              uint32_t{OSTRUM_BY_OPFLAGS} == ostrum::keep_opflags &&
+              uint32_t{OSTRUM_BY_FNAME} == ostrum::keep_fname &&
+              uint32_t{OSTRUM_BY_LINENO} == ostrum::keep_lineno &&
+              uint32_t{OSTRUM_BY_DB_NUMBER} == ostrum::keep_db_number);
+static_assert(uint32_t{OSTRUM_ERROR_BY_DBNO} == ostrum::error_by_dbno &&
+              uint32_t{OSTRUM_ERROR_BY_PROGRAM} == ostrum::error_by_program &&
+              uint32_t{OSTRUM_ERROR_BY_OPCODE} == ostrum::error_by_opcode &&
+              uint32_t{OSTRUM_ERROR_BY_CLASS} == ostrum::error_by_class &&
+              uint32_t{OSTRUM_ERROR_BY_LOCATION} == ostrum::error_by_location &&
+              uint32_t{OSTRUM_ERROR_BY_ERRNUM} == ostrum::error_by_errnum);
 
 ostrum_counter** ostrum_counters_get_aggr(rt_info* file, int32_t reset, int32_t* count, int32_t field_mask)
 {
