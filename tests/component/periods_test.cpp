@@ -61,7 +61,7 @@ TEST_F(Periods, TimeToTheEndIsGenerous)
     ASSERT_EQ(__ostrum_get_time_to_period_end(&context(), &left), &left);
     EXPECT_EQ(left.tv_sec, 15 * 60 + 1);
     EXPECT_EQ(left.tv_usec, 600'000);
-    fake_os::freeze_clock((begin_s + 15 * 60) * second);
+    fake_os::freeze_clock((begin_s + int64_t{15} * 60) * second);
     __ostrum_get_time_to_period_end(&context(), &left);
     EXPECT_EQ(left.tv_sec + left.tv_usec, 0);
     EXPECT_EQ(__ostrum_get_time_to_period_end(nullptr, &left), nullptr);
