@@ -1,6 +1,6 @@
 # What `cmake --install` puts where, in four components: runtime (the shared library), dev (what building a
-# host takes), tool (the program "ostrum" and what its users need) and, only by name, demo (the sample programs). Nothing installed names the prefix: the whole can
-# be moved.
+# host takes), tool (the program "ostrum" and what its users need) and, only by name, demo (the sample programs).
+# Nothing installed names the prefix: the whole can be moved.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -28,8 +28,7 @@ configure_file(${packaging}/ostrum.pc.in ${generated}/ostrum.pc @ONLY)
 install(FILES ${generated}/ostrum.pc DESTINATION ${OSTRUM_PKGCONFIG_DIR} COMPONENT dev)
 install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(FILES examples/monitor.c DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT dev)
-install(FILES docs/performance.md
-    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(FILES docs/performance.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 
 # ---- tool: the program, what other programs need to use its output, and the exporter as a service
 if(OSTRUM_BUILD_TOOL)

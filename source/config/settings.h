@@ -38,7 +38,7 @@ struct settings {
     bool data_file_reset = false;
 
     // when trees are flushed
-    int32_t max_log_size = 0; // outermost starts between flushes; 0 = no maximum
+    int32_t max_log_size = 0; // outermost starts before a trace file is flushed and closed; 0 = any
     // Kept on purpose: the values of these three before start-up are not its defaults, which it always
     // stores.
     int32_t aggregation_period = 24;

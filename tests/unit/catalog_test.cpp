@@ -1,4 +1,5 @@
 // The sample server's parts that stand alone: the package database reader, messages, and the store.
+#include <random>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -126,6 +127,25 @@ TEST(Wire, RefusesWhatIsNoMessage)
         const auto bytes = bytes_of(header);
         EXPECT_THROW(body_length(bytes.first<frame_header_bytes>()), wire_error);
     }
+}
+
+// One bit: it is refused, or is a message still and encodes again.
+TEST(Wire, SurvivesDamagedBits)
+{
+    const std::vector<uint8_t> frame = encode_frame(sample_list().get());
+    std::mt19937 random(1); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same damage every time
+    int refused = 0;
+    for (int round = 0; round < 2000; ++round) {
+        std::vector<uint8_t> damaged(body_of(frame).begin(), body_of(frame).end());
+        damaged[random() % damaged.size()] ^= static_cast<uint8_t>(1u << (random() % 8));
+        try {
+            const list_ptr list = decode_body(damaged);
+            EXPECT_GT(encode_frame(list.get()).size(), frame_header_bytes);
+        } catch (const wire_error&) {
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, 500);
 }
 
 TEST(CatalogStore, FindsByNameByProvidedNameAndBySearch)
